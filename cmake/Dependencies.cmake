@@ -1,0 +1,10 @@
+# Every dependency comes from a Debian package installed by scripts/setup.sh.
+find_package(PkgConfig REQUIRED)
+find_package(Threads REQUIRED)
+pkg_check_modules(LIBXML2 REQUIRED IMPORTED_TARGET libxml-2.0)
+pkg_check_modules(GLIB REQUIRED IMPORTED_TARGET glib-2.0)
+pkg_check_modules(CAIRO REQUIRED IMPORTED_TARGET cairo cairo-xcb)
+pkg_check_modules(XCB REQUIRED IMPORTED_TARGET xcb xkbcommon xkbcommon-x11)
+pkg_check_modules(FONTCONFIG REQUIRED IMPORTED_TARGET fontconfig)
+pkg_check_modules(SNDFILE REQUIRED IMPORTED_TARGET sndfile)
+find_program(MSGFMT_EXECUTABLE msgfmt REQUIRED)

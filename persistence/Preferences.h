@@ -1,0 +1,49 @@
+// The user's options, kept outside any preset in a per-user key file
+// ($XDG_CONFIG_HOME/brelmo.varitap.conf, group [brelmo.varitap]). Every write
+// re-reads the file, changes one key and replaces the file atomically, so
+// instances in other processes lose nothing; every read sees the file as it
+// is now.
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+#include "persistence/RefObject.h"
+
+namespace varitap {
+
+inline constexpr const char* kPreferencesDomain = "brelmo.varitap";
+inline constexpr const char* kOptionDelayTimeResample = "Delay Time Resample";
+inline constexpr const char* kOptionDelayTimeInSamples = "DelayTimeDisplayInSamples";
+inline constexpr const char* kOptionSmoothFactor = "Automation Smooth Factor";
+inline constexpr const char* kOptionBackgroundBitmap = "Background Bitmap";
+
+class Preferences : public SharedObject<Preferences> {
+public:
+    // construction thread.
+    explicit Preferences(const char* identifier = kPreferencesDomain);
+    ~Preferences() override;
+
+    // any non-audio thread. A stored number is written to out and true is
+    // returned; with no value (or one that is not a number) out = defaultValue
+    // and false is returned.
+    bool getNumber(const char* key, long* out, long defaultValue);
+    void setNumber(const char* key, long number);
+    // A given default is first copied into buffer (at most size bytes, no
+    // terminator added if it does not fit); a stored value that fits in size
+    // bytes with its terminator then replaces it and true is returned.
+    bool getString(const char* key, char* buffer, size_t size, const char* defaultValue);
+    void setString(const char* key, const char* value);
+
+    // The key file's path.
+    const std::string& path() const { return path_; }
+
+private:
+    std::string identifier_;
+    std::string path_;
+};
+
+// The user's configuration folder: $XDG_CONFIG_HOME, else $HOME/.config.
+std::string userConfigDirectory();
+
+}  // namespace varitap
