@@ -1,0 +1,137 @@
+// The processing half of the plug-in instance: ten filtered taps, ten
+// modulators, the routing matrix and its buses, the wet/dry mix, and the
+// block operations that run them. It reaches the plug-in only through
+// EngineHost (time information, pin connections, parameters, sample rate).
+#pragma once
+
+#include <cstdint>
+
+#include "engine/EngineHost.h"
+#include "engine/ParameterLayout.h"
+#include "engine/Relaxed.h"
+#include "modulation/FilteredDelayTap.h"
+#include "modulation/RecursiveMutex.h"
+#include "modulation/TableModulator.h"
+
+namespace varitap {
+
+class ScratchPool;
+class SystemInfo;
+
+class DelayEngine {
+public:
+    // Every bus holds this many samples: the longest block processed.
+    static constexpr uint32_t kBusSamples = 44100;
+    // The delay every tap starts with (the longest free delay).
+    static constexpr uint32_t kInitialDelaySamples = 56000;
+    // Request flags of the time information: tempo valid, automation writing.
+    static constexpr int32_t kTimeRequestFlags =
+        HostTimeInfo::kTempoValid | HostTimeInfo::kAutomationWriting;
+
+    // construction thread. Retains (or creates) the shared ScratchPool and
+    // SystemInfo, builds the taps (grown to 56000 samples, head at 0), the
+    // modulators (target host, table of 8, restarted), the scratch and
+    // internal buses and wet buses for two outputs. The host must outlive the
+    // engine.
+    explicit DelayEngine(EngineHost& host);
+    ~DelayEngine();
+    DelayEngine(const DelayEngine&) = delete;
+    DelayEngine& operator=(const DelayEngine&) = delete;
+
+    // audio thread. The VST 2 block operations: one core, replacing or
+    // accumulating in the final mix. Blocks of more than kBusSamples frames
+    // (and negative counts) are refused and leave the outputs untouched.
+    // Takes the modulator lock without waiting (skipping the modulators for
+    // the block when busy), each filter's lock briefly and the ScratchPool's
+    // lock. Allocates nothing in steady state.
+    void processReplacing(float** inputs, float** outputs, int32_t sampleFrames);
+    void process(float** inputs, float** outputs, int32_t sampleFrames);
+
+    // ui thread, never during a block (hosts change the configuration while
+    // suspended). Rebuilds the wet buses for n outputs (0..20); false and no
+    // change for other counts or when memory cannot be had.
+    bool setOutputChannelCount(int32_t n);
+    int32_t outputChannelCount() const { return numOutputs_; }
+    // ui thread. Host inputs at or above this count are never read (they are
+    // treated as unconnected). 0..20; default 2.
+    bool setInputChannelCount(int32_t n);
+    int32_t inputChannelCount() const { return numInputs_; }
+
+    // ui thread. suspend: clears every tap's line. resume: restarts the
+    // modulators, then resets the tap heads. setSampleRate: passes the rate to
+    // every tap, then restarts the modulators.
+    void suspend();
+    void resume();
+    void setSampleRate(float rate);
+    // ui thread. Sets or clears every tap's resample flag at once.
+    void setResample(bool on);
+
+    // any thread, no lock. The values of parameters 0..240 (channel
+    // selectors, wet/dry, taps, modulators), without program storage or editor
+    // notification, which belong to the plug-in. Other indices are ignored
+    // (read as 0.0).
+    void setParameter(int32_t index, float value);
+    float getParameter(int32_t index) const;
+
+    // any thread, no lock. Routing values: the stored parameter value and the
+    // selector it maps to (truncate(44 v) for inputs, truncate(24 v) for
+    // outputs, values clamped to 0..1 first).
+    void setInputChannel(int tap, float value);
+    void setOutputChannel(int tap, float value);
+    float inputChannelValue(int tap) const { return inputChannelValue_[tap]; }
+    float outputChannelValue(int tap) const { return outputChannelValue_[tap]; }
+    int32_t inputSelector(int tap) const { return tapInputSelector_[tap]; }
+    int32_t outputSelector(int tap) const { return tapOutputSelector_[tap]; }
+    // The dry share of the output: 0 all wet, 1 all dry.
+    void setWetDry(float value);
+    float wetDry() const { return wetDry_; }
+
+    FilteredDelayTap& tap(int t) { return *taps_[t]; }
+    const FilteredDelayTap& tap(int t) const { return *taps_[t]; }
+    TableModulator& modulator(int m) { return *modulators_[m]; }
+    const TableModulator& modulator(int m) const { return *modulators_[m]; }
+    // Held (waiting) by whoever changes modulator state as a whole, such as
+    // saving and restoring presets; the block operations only try it.
+    RecursiveMutex& modulatorLock() { return modulatorLock_; }
+
+    // Read-outs for tests: the buses and the values derived from the last
+    // time information.
+    const float* wetBus(int i) const;
+    const float* internalBus(int i) const { return internalBuses_[i]; }
+    const float* scratchBus() const { return scratchBus_; }
+    float lastSamplesPerBeat() const { return samplesPerBeat_; }
+    double lastTempo() const { return tempo_; }
+
+    // The samples per beat for a tempo and sample rate: 60 / tempo * rate in
+    // single precision; 1.0 when the tempo is not a positive finite number
+    // (no tempo means lengths of a few samples, never an infinite one).
+    static float samplesPerBeatFor(double tempo, float sampleRate);
+
+private:
+    void run(float** inputs, float** outputs, int32_t sampleFrames, bool replacing);
+    float* resolveSource(int32_t selector, float** inputs);
+    float* resolveDestination(int32_t selector);
+    void freeWetBuses();
+
+    EngineHost& host_;
+    ScratchPool* pool_ = nullptr;        // retained shared pool
+    SystemInfo* systemInfo_ = nullptr;   // retained shared probe
+    float** wetBuses_ = nullptr;         // numOutputs_ buses of kBusSamples, null-ended
+    int32_t numOutputs_ = 0;             // wet buses
+    int32_t numInputs_ = 2;              // host inputs that may be read
+    float* scratchBus_ = nullptr;        // no connection: silence source and discard sink
+    float* internalBuses_[kInternalBusCount] = {};  // "Intern 1..4"
+    Relaxed<float> wetDry_{0.0f};        // dry share of the output
+    RefPtr<FilteredDelayTap> taps_[kTapCount];      // run in index order
+    RefPtr<TableModulator> modulators_[kModulatorCount];
+    Relaxed<float> inputChannelValue_[kTapCount];
+    Relaxed<float> outputChannelValue_[kTapCount];
+    Relaxed<int32_t> tapInputSelector_[kTapCount];   // source of each tap
+    Relaxed<int32_t> tapOutputSelector_[kTapCount];  // destination of each tap
+    RecursiveMutex modulatorLock_;
+    // Derived from the last block's time information (audio thread).
+    double tempo_ = 0.0;
+    float samplesPerBeat_ = 1.0f;
+};
+
+}  // namespace varitap

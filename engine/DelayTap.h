@@ -1,0 +1,123 @@
+// One circular delay line with a tap's four parameters "Delay", "Volume",
+// "Feedback" and "Sync". Delays are whole samples; one position is both read
+// (the delayed sample) and written (input plus feedback).
+#pragma once
+
+#include <cstdint>
+
+#include "engine/BlockResampler.h"
+#include "engine/Relaxed.h"
+#include "persistence/RefObject.h"
+
+namespace varitap {
+
+class DelayTap;
+
+// One row of a tap's parameter table. A null label or display writes nothing
+// (the caller's text is left as it was).
+struct DelayTapParameter {
+    const char* name;
+    void (*set)(DelayTap& tap, float value);
+    float (*get)(const DelayTap& tap);
+    void (*label)(const DelayTap& tap, char* text);
+    void (*display)(const DelayTap& tap, char* text);
+};
+
+class DelayTap : public RefObject {
+public:
+    // The four parameters of a plain tap (local indices 0..3).
+    static constexpr int kParameterCount = 4;
+    // Extra samples past the capacity: the head may sit at position == length
+    // (song alignment), and the 4-wide routine reads whole groups of four.
+    static constexpr uint32_t kGuardSamples = 4;
+    // Lines are never sized above this (64 MB): a longer request (an absurd
+    // tempo) is refused and the tap passes its input through for that block.
+    static constexpr uint32_t kMaxBufferSamples = 1u << 24;
+
+    // construction thread. Sizes the line with setBufferSize(capacity).
+    explicit DelayTap(uint32_t capacity);
+    ~DelayTap() override;
+
+    // Slot order as the class was designed; the threads are noted per call.
+    // audio or ui thread (suspend): zeroes the whole line.
+    virtual void clearBuffer();
+    // ui thread (resume): position = 0.
+    virtual void resetPosition();
+    // ui thread: used only for the millisecond display.
+    virtual void setSampleRate(float rate);
+    // any thread; takes no lock. index 0..3 (see the table in the .cpp);
+    // other indices are ignored. Values are clamped to 0..1, NaN counts as 0.
+    virtual void setParameter(int index, float value);
+    // any thread. 0.0 for an unknown index.
+    virtual float getParameter(int index) const;
+    virtual void setPosition(uint32_t position);
+    // Sets the length; grows the line when it is longer than the capacity.
+    virtual void setDelaySamples(uint32_t samples);
+    // Resizes the line to n samples, keeping its content (grown samples are
+    // silence, so old memory is never heard). Does nothing unless
+    // delaySamples <= n and n != capacity. May allocate: called from process
+    // only to grow the line for a long synchronised length.
+    virtual void setBufferSize(uint32_t n);
+    virtual void setSpare(uint32_t spare);
+    virtual void setVolume(float volume);
+    virtual void setFeedback(float feedback);
+    virtual void setSync(bool sync);
+    virtual uint32_t getDelaySamples() const;
+    virtual uint32_t getBufferSize() const;
+    virtual bool isSynced() const;
+    // audio thread. Adds the delayed signal into output and feeds input plus
+    // feedback into the line, for count samples. samplesPerBeat sets the
+    // length of a synchronised tap; with alignToSong the head is placed at the
+    // song position modulo the length. Takes only the ScratchPool's lock
+    // (resample mode). Without a line, output += input * volume.
+    virtual void process(float* input, float* output, uint32_t count, float samplesPerBeat,
+                         bool alignToSong, double songPositionSamples);
+    // ui thread. Texts of the table: labels and displays at most 8
+    // characters, names at most 31 (ParameterLayout.h).
+    virtual void getParameterLabel(int index, char* text) const;
+    virtual void getParameterDisplay(int index, char* text) const;
+    virtual void getParameterName(int index, char* text) const;
+
+    // any thread. Resample mode ("Delay Time Resample").
+    void setResample(bool on) { resample_ = on; }
+    bool isResampling() const { return resample_; }
+
+    // Read-outs for the plug-in, the editor and tests.
+    uint32_t position() const { return position_; }
+    float volume() const { return volume_; }
+    float feedback() const { return feedback_; }
+    float appliedVolume() const { return appliedVolume_; }
+    float sampleRate() const { return sampleRate_; }
+    uint32_t spare() const { return spare_; }
+    uint32_t previousLength() const { return previousLength_; }
+    bool isResamplePending() const { return resamplePending_; }
+    // The line itself (capacity + kGuardSamples samples), or null.
+    const float* line() const { return buffer_; }
+    // The "Delay" parameter value delaySamples / capacity (0 without capacity).
+    float delayValue() const;
+    // The length process would use for a synchronised tap.
+    uint32_t syncedLength(float samplesPerBeat) const;
+
+    static const DelayTapParameter* parameterTable();
+
+private:
+    void stretch(uint32_t length, uint32_t count);
+    void moveSamples(uint32_t from, uint32_t to, uint32_t n);
+
+    float* buffer_ = nullptr;             // the line, 16-byte aligned, with guard samples
+    uint32_t position_ = 0;               // read and write index
+    Relaxed<uint32_t> delaySamples_{0};   // length set by "Delay"
+    Relaxed<uint32_t> capacity_{0};       // samples in the line
+    Relaxed<uint32_t> spare_{0};          // set by its setter; unused by processing
+    Relaxed<float> feedback_{0.2f};       // gain of the delayed sample written back
+    Relaxed<float> volume_{0.5f};         // target output gain
+    float appliedVolume_ = 0.5f;          // gain at the end of the previous block
+    Relaxed<bool> sync_{false};           // length follows the tempo
+    Relaxed<bool> resample_{false};       // stretch the line when the length changes
+    uint32_t previousLength_ = 0;         // length the stored signal was written with
+    bool resamplePending_ = false;        // a stretch is in progress
+    RefPtr<BlockResampler> resampler_;    // does the stretching
+    Relaxed<float> sampleRate_{44100.0f};  // for the millisecond display only
+};
+
+}  // namespace varitap
