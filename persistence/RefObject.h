@@ -107,7 +107,11 @@ public:
     static T* current() { return instance_; }
 
 protected:
-    ~SharedObject() override { instance_ = nullptr; }
+    // Only the shared object clears the pointer: a second object of the same
+    // class made directly (a test, a tool) must not orphan the shared one.
+    ~SharedObject() override {
+        if (instance_ && static_cast<SharedObject*>(instance_) == this) instance_ = nullptr;
+    }
 
 private:
     static inline T* instance_ = nullptr;
