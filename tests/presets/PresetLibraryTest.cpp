@@ -1,0 +1,272 @@
+#include "persistence/PresetLibrary.h"
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+
+#include <filesystem>
+
+#include "PresetTestSupport.h"
+
+namespace varitap {
+namespace {
+
+using testing::dataPath;
+using testing::parseFile;
+using testing::readWholeFile;
+using testing::TempFolder;
+using testing::writeWholeFile;
+
+std::vector<std::string> folderNames(const PresetLibrary& library) {
+    std::vector<std::string> names;
+    for (uint32_t i = 0; i < library.folderCount(); ++i) {
+        names.push_back(library.folderAt(i)->getName());
+    }
+    return names;
+}
+
+// A user file with n folders of one preset each, every preset carrying
+// `values` floats: large enough that saving it takes many system calls.
+void fillLibrary(PresetLibrary& library, int folders, int values, const char* prefix) {
+    for (int f = 0; f < folders; ++f) {
+        PresetFolder* folder = library.addFolder((prefix + std::to_string(f)).c_str());
+        auto* preset = new Preset("p");
+        for (int i = 0; i < values; ++i) {
+            PropertyValue* v = PropertyValue::makeFloat(std::to_string(i).c_str(), i / 241.0);
+            preset->addProperty(v);
+            v->release();
+        }
+        folder->addPreset(preset);
+        preset->release();
+    }
+}
+
+std::vector<std::string> leftovers(const TempFolder& folder, const std::string& keep) {
+    std::vector<std::string> others;
+    for (const auto& entry : std::filesystem::directory_iterator(folder.path())) {
+        const std::string name = entry.path().filename();
+        if (name != keep) others.push_back(name);
+    }
+    return others;
+}
+
+TEST(PresetLibraryTest, TreeRoundTripAndFactoryFlags) {
+    TempFolder folder;
+    const std::string user = folder.file("user.xml");
+    {
+        auto library = makeRef<PresetLibrary>();
+        ASSERT_TRUE(library->loadFile(dataPath("folder-f-preset-p.xml"), true));
+        PresetFolder* factory = library->folderAt(0);
+        ASSERT_TRUE(factory->isFactory());
+        ASSERT_EQ(factory->presetCount(), 1u);
+        EXPECT_TRUE(factory->presetAt(0)->isFactory());
+        // A preset added to a factory folder becomes a factory preset.
+        auto added = makeRef<Preset>("added");
+        factory->addPreset(added.get());
+        EXPECT_TRUE(added->isFactory());
+
+        // Two user folders of the same name, one named like the factory one.
+        PresetFolder* a = library->addFolder("Same");
+        library->addFolder("Same");
+        library->addFolder("F");
+        library->addFolder(nullptr);
+        auto named = makeRef<Preset>("with name");
+        a->addPreset(named.get());
+        auto nameless = makeRef<Preset>();
+        a->addPreset(nameless.get());
+        EXPECT_FALSE(named->isFactory());
+        EXPECT_TRUE(a->removePreset(nameless.get()));
+        EXPECT_TRUE(a->removePreset(nameless.get()));  // always true
+        EXPECT_EQ(a->presetCount(), 1u);
+        ASSERT_TRUE(library->saveFile(user));
+    }
+    auto back = makeRef<PresetLibrary>();
+    ASSERT_TRUE(back->loadFile(user, false));
+    EXPECT_EQ(folderNames(*back), (std::vector<std::string>{"Same", "Same", "F", ""}));
+    ASSERT_EQ(back->folderAt(0)->presetCount(), 1u);
+    EXPECT_EQ(back->folderAt(0)->presetAt(0)->getName(), "with name");
+    EXPECT_FALSE(back->folderAt(0)->isFactory());
+    EXPECT_FALSE(back->folderAt(0)->presetAt(0)->isFactory());
+
+    PresetFolder* gone = back->folderAt(1);
+    EXPECT_TRUE(back->removeFolder(gone));
+    EXPECT_FALSE(back->removeFolder(gone));
+    EXPECT_EQ(back->folderCount(), 3u);
+}
+
+TEST(PresetLibraryTest, PresetsReadNamesAndKeepOtherEntries) {
+    TempFolder folder;
+    writeWholeFile(folder.file("p.xml"),
+                   "<Presets version=\"1\"><array name=\"folder\">"
+                   "<array name=\"preset\"><float name=\"0\" value=\"0.5\" /></array>"
+                   "<array name=\"preset\"><long name=\"name\" value=\"3\" /><string name=\"x\" value=\"y\" /></array>"
+                   "<string name=\"other\" value=\"ignored\" />"
+                   "<string name=\"name\" value=\"Late Name\" />"
+                   "</array><long name=\"version\" value=\"1\" /></Presets>");
+    auto library = makeRef<PresetLibrary>();
+    ASSERT_TRUE(library->loadFile(folder.file("p.xml"), false));
+    ASSERT_EQ(library->folderCount(), 1u);
+    PresetFolder* f = library->folderAt(0);
+    EXPECT_EQ(f->getName(), "Late Name");
+    ASSERT_EQ(f->presetCount(), 2u);
+    EXPECT_EQ(f->presetAt(0)->getName(), "");  // no "name" entry
+    EXPECT_EQ(f->presetAt(0)->findProperty("0")->getFloat(), 0.5);
+    EXPECT_EQ(f->presetAt(1)->getName(), "");  // a number is no name
+    EXPECT_EQ(f->presetAt(1)->properties().count(), 1u);
+    EXPECT_EQ(f->presetAt(1)->findProperty("x")->getString(), "y");
+}
+
+TEST(PresetLibraryTest, SharedLifeLoadsFactoryThenUserAndSavesOnEveryRelease) {
+    TempFolder folder;
+    const std::string user = folder.file("brelmo.varitap.presets.xml");
+    {
+        auto seed = makeRef<PresetLibrary>();
+        seed->addFolder("Mine");
+        ASSERT_TRUE(seed->saveFile(user));
+    }
+    ASSERT_EQ(PresetLibrary::current(), nullptr);
+    PresetLibrary* first = PresetLibrary::acquireForInstance(dataPath("folder-f-preset-p.xml"), user);
+    ASSERT_EQ(PresetLibrary::current(), first);
+    EXPECT_EQ(folderNames(*first), (std::vector<std::string>{"F", "Mine"}));
+    EXPECT_TRUE(first->folderAt(0)->isFactory());
+    EXPECT_FALSE(first->folderAt(1)->isFactory());
+
+    // A second instance shares it, with unsaved additions, and reads nothing again.
+    first->addFolder("Unsaved");
+    PresetLibrary* second = PresetLibrary::acquireForInstance(dataPath("full-preset.xml"), user);
+    EXPECT_EQ(second, first);
+    EXPECT_EQ(first->folderCount(), 3u);
+
+    // Each instance's end rewrites the user file; factory folders never go there.
+    PresetLibrary::saveAndRelease();
+    ASSERT_EQ(PresetLibrary::current(), first);
+    auto saved = makeRef<PresetLibrary>();
+    saved->loadFile(user, false);
+    EXPECT_EQ(folderNames(*saved), (std::vector<std::string>{"Mine", "Unsaved"}));
+
+    first->addFolder("Later");
+    PresetLibrary::saveAndRelease();
+    EXPECT_EQ(PresetLibrary::current(), nullptr);  // the last release destroys it
+    auto again = makeRef<PresetLibrary>();
+    again->loadFile(user, false);
+    EXPECT_EQ(folderNames(*again), (std::vector<std::string>{"Mine", "Unsaved", "Later"}));
+    PresetLibrary::saveAndRelease();  // no library: nothing happens
+
+    // Neither file: an empty library, and a save creates the user file.
+    PresetLibrary* empty = PresetLibrary::acquireForInstance("", folder.file("sub/dir/new.xml"));
+    EXPECT_EQ(empty->folderCount(), 0u);
+    PresetLibrary::saveAndRelease();
+    EXPECT_EQ(readWholeFile(folder.file("sub/dir/new.xml")), readWholeFile(dataPath("empty-library.xml")));
+    EXPECT_EQ(std::filesystem::status(folder.file("sub/dir/new.xml")).permissions() &
+                  std::filesystem::perms::all,
+              std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
+}
+
+TEST(PresetLibraryTest, UnreadableUserFileIsKeptAsBackupOnce) {
+    TempFolder folder;
+    const std::string user = folder.file("brelmo.varitap.presets.xml");
+    const std::string backup = user + ".bak";
+
+    // A name with "&" is written raw, and that file cannot be read back.
+    {
+        auto library = makeRef<PresetLibrary>();
+        library->addFolder("Rock & Roll");
+        ASSERT_TRUE(library->saveFile(user));
+    }
+    const std::string unreadable = readWholeFile(user);
+    ASSERT_NE(unreadable.find("Rock & Roll"), std::string::npos);
+
+    PresetLibrary* library = PresetLibrary::acquireForInstance("", user);
+    EXPECT_EQ(library->folderCount(), 0u);
+    library->addFolder("New");
+    PresetLibrary::saveAndRelease();
+    EXPECT_EQ(readWholeFile(backup), unreadable);
+    auto back = makeRef<PresetLibrary>();
+    back->loadFile(user, false);
+    EXPECT_EQ(folderNames(*back), (std::vector<std::string>{"New"}));
+
+    // A readable file is never backed up, and the backup stays as it was.
+    library = PresetLibrary::acquireForInstance("", user);
+    PresetLibrary::saveAndRelease();
+    EXPECT_EQ(readWholeFile(backup), unreadable);
+
+    // An empty user file holds nothing worth keeping.
+    writeWholeFile(user, "");
+    library = PresetLibrary::acquireForInstance("", user);
+    PresetLibrary::saveAndRelease();
+    EXPECT_EQ(readWholeFile(backup), unreadable);
+    EXPECT_EQ(leftovers(folder, "brelmo.varitap.presets.xml"),
+              std::vector<std::string>{"brelmo.varitap.presets.xml.bak"});
+}
+
+TEST(PresetLibraryTest, FailedSaveLeavesTheOldFileWhole) {
+    TempFolder folder;
+    const std::string user = folder.file("user.xml");
+    {
+        auto library = makeRef<PresetLibrary>();
+        library->addFolder("Old");
+        ASSERT_TRUE(library->saveFile(user));
+    }
+    const std::string old = readWholeFile(user);
+
+    // In a child process, a file size limit makes the write fail part way.
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        signal(SIGXFSZ, SIG_IGN);
+        struct rlimit limit = {4096, 4096};
+        setrlimit(RLIMIT_FSIZE, &limit);
+        auto library = makeRef<PresetLibrary>();
+        fillLibrary(*library, 4, 241, "Big");
+        _exit(library->saveFile(user) ? 1 : 0);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 0) << "the save should have reported failure";
+    EXPECT_EQ(readWholeFile(user), old);
+    EXPECT_TRUE(leftovers(folder, "user.xml").empty());
+
+    // A folder that cannot be written to: nothing changes either.
+    auto library = makeRef<PresetLibrary>();
+    EXPECT_FALSE(library->saveFile("/proc/varitap-no-such-folder/user.xml"));
+}
+
+TEST(PresetLibraryTest, SaveKilledAtAnyMomentLeavesOldOrNewWhole) {
+    TempFolder folder;
+    const std::string user = folder.file("user.xml");
+    {
+        auto library = makeRef<PresetLibrary>();
+        fillLibrary(*library, 2, 241, "Old");
+        ASSERT_TRUE(library->saveFile(user));
+    }
+    int sawOld = 0, sawNew = 0;
+    for (int round = 0; round < 12; ++round) {
+        const pid_t child = fork();
+        ASSERT_GE(child, 0);
+        if (child == 0) {
+            auto library = makeRef<PresetLibrary>();
+            fillLibrary(*library, 30, 241, "New");
+            for (;;) library->saveFile(user);
+        }
+        usleep(2000 + round * 7000);
+        kill(child, SIGKILL);
+        int status = 0;
+        waitpid(child, &status, 0);
+
+        auto back = makeRef<PresetLibrary>();
+        back->loadFile(user, false);
+        const uint32_t folders = back->folderCount();
+        ASSERT_TRUE(folders == 2 || folders == 30) << "cut file with " << folders << " folders";
+        (folders == 2 ? sawOld : sawNew)++;
+        // Temporary files of killed saves are left behind; clear them.
+        for (const std::string& name : leftovers(folder, "user.xml")) {
+            std::filesystem::remove(folder.file(name));
+        }
+    }
+    EXPECT_GT(sawNew, 0);  // the child did get to finish saves
+}
+
+}  // namespace
+}  // namespace varitap

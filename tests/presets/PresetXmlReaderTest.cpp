@@ -1,0 +1,119 @@
+#include "persistence/PresetXmlReader.h"
+
+#include <gtest/gtest.h>
+
+#include "PresetTestSupport.h"
+#include "persistence/PresetLibrary.h"
+
+namespace varitap {
+namespace {
+
+using testing::dataPath;
+using testing::parseFile;
+using testing::StderrCapture;
+using testing::TempFolder;
+using testing::writeWholeFile;
+
+const PropertyList& arrayOf(const PropertyValue* value) {
+    static PropertyList none;
+    return value && value->getArray() ? *value->getArray() : none;
+}
+
+TEST(PresetXmlReaderTest, ReadsBackWhatTheWriterWrote) {
+    RefPtr<PropertyList> root = parseFile(dataPath("full-preset.xml"));
+    ASSERT_TRUE(root);
+    ASSERT_EQ(root->count(), 1u);
+    EXPECT_EQ(root->at(0)->key(), "folder");
+    const PropertyList& folder = arrayOf(root->at(0));
+    ASSERT_EQ(folder.count(), 2u);
+    EXPECT_EQ(folder.at(0)->getString(), "Full");
+    const PropertyList& preset = arrayOf(folder.at(1));
+    ASSERT_EQ(preset.count(), 1u + 3u + 241u);
+    EXPECT_EQ(preset.findProperty("name")->getString(), "All 241");
+    EXPECT_EQ(preset.findProperty("Version")->type(), PropertyType::Long);
+    EXPECT_EQ(preset.findProperty("Version")->getLong(), 1);
+    for (int i = 0; i < 241; ++i) {
+        double value = ((i * 37) % 241) / 240.0;
+        if (i >= 91 && (i - 91) % 15 == 1) value = 21 + (i - 91) / 15;
+        const PropertyValue* v = preset.findProperty(std::to_string(i).c_str());
+        ASSERT_NE(v, nullptr) << i;
+        EXPECT_EQ(v->type(), PropertyType::Float);
+        EXPECT_EQ(v->getFloat(), static_cast<double>(static_cast<float>(value))) << i;
+    }
+    // The temporary array-name entry never reaches the tree.
+    EXPECT_EQ(folder.findProperty(PresetXmlReader::kTempKeyName), nullptr);
+    EXPECT_EQ(preset.findProperty(PresetXmlReader::kTempKeyName), nullptr);
+}
+
+TEST(PresetXmlReaderTest, BrokenFilesLoadNothingAndPrintNothing) {
+    StderrCapture capture;
+    for (const char* name : {"malformed-cut.xml", "ampersand-name.xml", "binary-garbage.xml",
+                             "entity-declarations.xml"}) {
+        EXPECT_FALSE(parseFile(dataPath(name))) << name;
+        auto library = makeRef<PresetLibrary>();
+        EXPECT_TRUE(library->loadFile(dataPath(name), false));
+        EXPECT_EQ(library->folderCount(), 0u) << name;
+    }
+    TempFolder folder;
+    writeWholeFile(folder.file("empty.xml"), "");
+    EXPECT_FALSE(parseFile(folder.file("empty.xml")));
+    writeWholeFile(folder.file("undefined.xml"), "<Presets><string name=\"a\" value=\"&nope;\" /></Presets>");
+    EXPECT_FALSE(parseFile(folder.file("undefined.xml")));
+    EXPECT_EQ(capture.text(), "");
+}
+
+TEST(PresetXmlReaderTest, OddElementsAreIgnoredWithoutDisturbingTheTree) {
+    StderrCapture capture;
+    RefPtr<PropertyList> root = parseFile(dataPath("odd-elements.xml"));
+    EXPECT_EQ(capture.text(), "");
+    ASSERT_TRUE(root);  // root version 7 reads the same way
+    ASSERT_EQ(root->count(), 3u);
+    EXPECT_EQ(root->at(0)->key(), "stray");
+    EXPECT_EQ(root->at(0)->getFloat(), 1.5);
+
+    const PropertyList& first = arrayOf(root->at(1));
+    // name, then the one named preset: the element without attributes and the
+    // array without a name were skipped with their contents.
+    ASSERT_EQ(first.count(), 2u);
+    EXPECT_EQ(first.at(0)->getString(), "Odd Name");  // a raw TAB becomes a space
+    EXPECT_EQ(first.at(1)->key(), "preset");
+    const PropertyList& preset = arrayOf(first.at(1));
+    std::vector<std::string> keys;
+    for (uint32_t i = 0; i < preset.count(); ++i) keys.push_back(preset.at(i)->key());
+    // "0" had no value; "unknown" and the nested Presets are not values; the
+    // float inside the nested Presets still counts and the nested end tag does
+    // not end the root.
+    EXPECT_EQ(keys, (std::vector<std::string>{"name", "1", "Version", "2", "3"}));
+    EXPECT_EQ(preset.at(1)->getFloat(), static_cast<double>(0.12345678901234f));
+    EXPECT_EQ(preset.at(3)->getFloat(), 0.25);
+    EXPECT_EQ(preset.at(4)->getFloat(), 0.75);
+
+    const PropertyList& second = arrayOf(root->at(2));
+    ASSERT_EQ(second.count(), 1u);
+    EXPECT_EQ(second.at(0)->getString(), "Second");
+}
+
+TEST(PresetXmlReaderTest, OnlyTheInsideOfPresetsCounts) {
+    RefPtr<PropertyList> root = parseFile(dataPath("outside-root.xml"));
+    ASSERT_TRUE(root);
+    ASSERT_EQ(root->count(), 1u);
+    EXPECT_EQ(arrayOf(root->at(0)).at(0)->getString(), "Inside");
+}
+
+TEST(PresetXmlReaderTest, NumberTextsScanLikeTheCFormats) {
+    RefPtr<PropertyList> root = parseFile(dataPath("number-texts.xml"));
+    ASSERT_TRUE(root);
+    const PropertyList& numbers = arrayOf(root->findProperty("numbers"));
+    ASSERT_EQ(numbers.count(), 7u);
+    EXPECT_EQ(numbers.findProperty("word")->getFloat(), 0.0);
+    EXPECT_EQ(numbers.findProperty("trailing")->getFloat(), 2.5);
+    EXPECT_EQ(numbers.findProperty("exponent")->getFloat(), static_cast<double>(1e-3f));
+    EXPECT_EQ(numbers.findProperty("long")->getLong(), 12);
+    EXPECT_EQ(numbers.findProperty("negative")->getLong(), -7);
+    EXPECT_EQ(numbers.findProperty("empty")->type(), PropertyType::Long);
+    EXPECT_EQ(numbers.findProperty("empty")->getLong(), 0);
+    EXPECT_EQ(numbers.findProperty("")->getString(), "empty key");
+}
+
+}  // namespace
+}  // namespace varitap

@@ -1,0 +1,179 @@
+#include "persistence/XmlPropertyWriter.h"
+
+#include <gtest/gtest.h>
+#include <locale.h>
+
+#include <clocale>
+#include <cstdlib>
+
+#include "PresetTestSupport.h"
+#include "persistence/PresetLibrary.h"
+
+namespace varitap {
+namespace {
+
+using testing::dataPath;
+using testing::readWholeFile;
+using testing::TempFolder;
+
+// Collects what is written; fails every write from a given one on.
+class MemoryStream : public ByteStream {
+public:
+    explicit MemoryStream(int failFrom = -1) : failFrom_(failFrom) {}
+    bool read(void*, size_t, size_t*) override { return false; }
+    bool write(const void* buffer, size_t length, size_t* count) override {
+        if (failFrom_ >= 0 && writes_ >= failFrom_) return false;
+        ++writes_;
+        bytes.append(static_cast<const char*>(buffer), length);
+        if (count) *count = length;
+        return true;
+    }
+    std::string bytes;
+    int writes_ = 0;
+
+private:
+    int failFrom_;
+};
+
+PresetLibrary* libraryWithFP() {
+    auto* library = new PresetLibrary;
+    PresetFolder* folder = library->addFolder("F");
+    auto* preset = new Preset("P");
+    for (auto* v : {PropertyValue::makeLong("Version", 1), PropertyValue::makeLong("NumInputs", 2),
+                    PropertyValue::makeLong("NumOutputs", 2), PropertyValue::makeFloat("0", 0.5),
+                    PropertyValue::makeFloat("1", 0.1), PropertyValue::makeFloat("2", -3.25)}) {
+        preset->addProperty(v);
+        v->release();
+    }
+    folder->addPreset(preset);
+    preset->release();
+    return library;
+}
+
+PresetLibrary* libraryWithFullPreset() {
+    auto* library = new PresetLibrary;
+    PresetFolder* folder = library->addFolder("Full");
+    auto* preset = new Preset("All 241");
+    for (auto* v : {PropertyValue::makeLong("Version", 1), PropertyValue::makeLong("NumInputs", 2),
+                    PropertyValue::makeLong("NumOutputs", 2)}) {
+        preset->addProperty(v);
+        v->release();
+    }
+    for (int i = 0; i < 241; ++i) {
+        double value = ((i * 37) % 241) / 240.0;
+        if (i >= 91 && (i - 91) % 15 == 1) value = 21 + (i - 91) / 15;  // modulator "Index"
+        PropertyValue* v = PropertyValue::makeFloat(std::to_string(i).c_str(), value);
+        preset->addProperty(v);
+        v->release();
+    }
+    folder->addPreset(preset);
+    preset->release();
+    return library;
+}
+
+void expectSavedBytes(PresetLibrary* library, const char* fixture) {
+    TempFolder folder;
+    const std::string path = folder.file("out.xml");
+    ASSERT_TRUE(library->saveFile(path));
+    EXPECT_EQ(readWholeFile(path), readWholeFile(dataPath(fixture))) << fixture;
+}
+
+TEST(XmlPropertyWriterTest, SavedLibrariesMatchTheFormatByteForByte) {
+    auto fp = RefPtr<PresetLibrary>::adopt(libraryWithFP());
+    expectSavedBytes(fp.get(), "folder-f-preset-p.xml");
+    auto empty = makeRef<PresetLibrary>();
+    expectSavedBytes(empty.get(), "empty-library.xml");
+    auto full = RefPtr<PresetLibrary>::adopt(libraryWithFullPreset());
+    expectSavedBytes(full.get(), "full-preset.xml");
+
+    // Factory folders are never written: with one added the bytes stay the same.
+    ASSERT_TRUE(fp->loadFile(dataPath("folder-f-preset-p.xml"), true));
+    ASSERT_EQ(fp->folderCount(), 2u);
+    EXPECT_TRUE(fp->folderAt(1)->isFactory());
+    expectSavedBytes(fp.get(), "folder-f-preset-p.xml");
+}
+
+// Hosts call setlocale(LC_ALL, ""); a German locale prints "0,5". The file
+// must not change.
+TEST(XmlPropertyWriterTest, DecimalCommaLocaleWritesTheSameBytes) {
+    TempFolder locales;
+    const std::string command = "localedef -i de_DE -f UTF-8 " + locales.file("de_DE.utf8") +
+                                " >/dev/null 2>&1";
+    ASSERT_EQ(std::system(command.c_str()), 0) << "localedef is needed for this test";
+    const char* oldPath = std::getenv("LOCPATH");
+    const std::string savedPath = oldPath ? oldPath : "";
+    setenv("LOCPATH", locales.path().c_str(), 1);
+    const std::string savedLocale = std::setlocale(LC_ALL, nullptr);
+    ASSERT_NE(std::setlocale(LC_ALL, "de_DE.UTF-8"), nullptr);
+    char probe[16];
+    std::snprintf(probe, sizeof probe, "%.1f", 0.5);
+    EXPECT_STREQ(probe, "0,5");  // the locale really is in force
+
+    auto fp = RefPtr<PresetLibrary>::adopt(libraryWithFP());
+    expectSavedBytes(fp.get(), "folder-f-preset-p.xml");
+    auto full = RefPtr<PresetLibrary>::adopt(libraryWithFullPreset());
+    expectSavedBytes(full.get(), "full-preset.xml");
+
+    // And the numbers read back in the same locale.
+    auto back = makeRef<PresetLibrary>();
+    ASSERT_TRUE(back->loadFile(dataPath("folder-f-preset-p.xml"), false));
+    ASSERT_EQ(back->folderCount(), 1u);
+    EXPECT_EQ(back->folderAt(0)->presetAt(0)->findProperty("0")->getFloat(), 0.5);
+    EXPECT_EQ(back->folderAt(0)->presetAt(0)->findProperty("2")->getFloat(), -3.25);
+
+    std::setlocale(LC_ALL, savedLocale.c_str());
+    if (oldPath) setenv("LOCPATH", savedPath.c_str(), 1); else unsetenv("LOCPATH");
+}
+
+TEST(XmlPropertyWriterTest, OpenTagAttributesAndRawText) {
+    auto stream = makeRef<MemoryStream>();
+    auto writer = makeRef<XmlPropertyWriter>(stream.get());
+    PropertyList attributes;
+    PropertyList inner;
+    for (auto* v : {PropertyValue::makeLong("n", -42), PropertyValue::makeFloat("f", 0.25),
+                    PropertyValue::makeArray("skipped", inner),
+                    PropertyValue::makeString("s", "a&b<\"c\"")}) {
+        attributes.append(v);
+        v->release();
+    }
+    EXPECT_TRUE(writer->writeOpenTag("tag", &attributes, true));
+    EXPECT_EQ(writer->depth(), 0u);
+    EXPECT_TRUE(writer->writeOpenTag("open", nullptr, false));
+    EXPECT_EQ(writer->depth(), 1u);
+    auto raw = RefPtr<PropertyValue>::adopt(PropertyValue::makeString("k\"&", "<v>"));
+    EXPECT_TRUE(writer->writeProperty(raw.get()));
+    EXPECT_TRUE(writer->writeCloseTag("open"));
+    EXPECT_EQ(stream->bytes,
+              "<tag n=\"-42\" f=\"0.250000\" s=\"a&b<\"c\"\" />\n"
+              "<open>\n"
+              "\t<string name=\"k\"&\" value=\"<v>\" />\n"
+              "</open>\n");
+    EXPECT_EQ(writer->bytesRequested(), stream->bytes.size());
+}
+
+TEST(XmlPropertyWriterTest, StopsAtTheFirstFailedWrite) {
+    PropertyList children;
+    for (auto* v : {PropertyValue::makeLong("a", 1), PropertyValue::makeLong("b", 2)}) {
+        children.append(v);
+        v->release();
+    }
+    auto array = RefPtr<PropertyValue>::adopt(PropertyValue::makeArray("arr", children));
+    // Writes: "<array ...>" (1), TAB (2), "<long a>" (3), TAB (4), "<long b>" (5), "</array>" (6).
+    for (int failFrom = 0; failFrom < 6; ++failFrom) {
+        auto stream = makeRef<MemoryStream>(failFrom);
+        auto writer = makeRef<XmlPropertyWriter>(stream.get());
+        EXPECT_FALSE(writer->writeProperty(array.get())) << failFrom;
+        // Between the array's start line and its end line the depth is one.
+        EXPECT_EQ(writer->depth(), failFrom == 0 || failFrom == 5 ? 0u : 1u) << failFrom;
+        EXPECT_EQ(stream->writes_, failFrom);
+    }
+    auto stream = makeRef<MemoryStream>();
+    auto writer = makeRef<XmlPropertyWriter>(stream.get());
+    EXPECT_TRUE(writer->writeProperty(array.get()));
+    EXPECT_EQ(stream->writes_, 6);
+    EXPECT_EQ(stream->bytes, "<array name=\"arr\">\n\t<long name=\"a\" value=\"1\" />\n"
+                             "\t<long name=\"b\" value=\"2\" />\n</array>\n");
+}
+
+}  // namespace
+}  // namespace varitap
