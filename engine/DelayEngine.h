@@ -52,10 +52,13 @@ public:
     // change for other counts or when memory cannot be had.
     bool setOutputChannelCount(int32_t n);
     int32_t outputChannelCount() const { return numOutputs_; }
-    // ui thread. Host inputs at or above this count are never read (they are
-    // treated as unconnected). 0..20; default 2.
+    // ui thread. How many input and output arrays the host passes to the
+    // block operations (0..20 each; default 2 and 2). Pins at or above these
+    // counts are treated as unconnected: never read, never written.
     bool setInputChannelCount(int32_t n);
     int32_t inputChannelCount() const { return numInputs_; }
+    bool setHostOutputCount(int32_t n);
+    int32_t hostOutputCount() const { return numHostOutputs_; }
 
     // ui thread. suspend: clears every tap's line. resume: restarts the
     // modulators, then resets the tap heads. setSampleRate: passes the rate to
@@ -118,7 +121,8 @@ private:
     SystemInfo* systemInfo_ = nullptr;   // retained shared probe
     float** wetBuses_ = nullptr;         // numOutputs_ buses of kBusSamples, null-ended
     int32_t numOutputs_ = 0;             // wet buses
-    int32_t numInputs_ = 2;              // host inputs that may be read
+    int32_t numInputs_ = 2;              // host input arrays that may be read
+    int32_t numHostOutputs_ = 2;         // host output arrays that may be written
     float* scratchBus_ = nullptr;        // no connection: silence source and discard sink
     float* internalBuses_[kInternalBusCount] = {};  // "Intern 1..4"
     Relaxed<float> wetDry_{0.0f};        // dry share of the output

@@ -24,6 +24,9 @@ public:
     void* allocate(uint32_t bytes);
     // audio thread; an unknown pointer is ignored.
     void release(void* data);
+    // Dropping the holder's reference on the pool itself (release() with no
+    // argument) stays reachable next to release(data).
+    using RefObject::release;
 
     uint32_t blockCount() const;
     uint32_t totalBytes() const;

@@ -1,0 +1,261 @@
+#include "engine/DelayTap.h"
+
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+
+#include "engine/NoteValueTable.h"
+#include "engine/ParameterLayout.h"
+#include "engine/ParameterText.h"
+#include "engine/VectorOps.h"
+#include "modulation/ScratchPool.h"
+#include "persistence/NumberFormat.h"
+#include "persistence/Preferences.h"
+#include "persistence/SystemInfo.h"
+
+namespace varitap {
+
+namespace {
+
+float* allocateLine(uint32_t samples) {
+    void* memory = nullptr;
+    if (posix_memalign(&memory, 16, (size_t(samples) + DelayTap::kGuardSamples) * sizeof(float)) != 0)
+        return nullptr;
+    return static_cast<float*>(memory);
+}
+
+// A float that may be anything (NaN, negative, huge) as a sample count:
+// truncated toward zero, NaN and negatives as 0, saturated at the top.
+uint32_t toSamples(double value) {
+    if (!(value > 0.0)) return 0;
+    if (value >= 4294967295.0) return 0xffffffffu;
+    return static_cast<uint32_t>(value);
+}
+
+bool showSamples() {
+    // The option is read where it is shown, so a change in the editor's
+    // Options menu shows at once. Without a store it is off.
+    Preferences* preferences = Preferences::current();
+    long inSamples = 0;
+    if (preferences) preferences->getNumber(kOptionDelayTimeInSamples, &inSamples, 0);
+    return inSamples != 0;
+}
+
+void displayDelay(const DelayTap& tap, char* text) {
+    if (tap.isSynced()) {
+        const int row = static_cast<int>(tap.delayValue() * (noteValueCount() - 1));
+        copyText(text, noteValueName(row), kDisplayTextMax);
+    } else if (showSamples()) {
+        formatLong(static_cast<long>(tap.getDelaySamples()), text);
+    } else {
+        formatMilliseconds(static_cast<float>(tap.getDelaySamples()), text, 1, tap.sampleRate());
+        // Long times lose their decimal: "1269.8" is shown as "1269".
+        if (std::strlen(text) > 5) {
+            if (char* point = std::strchr(text, '.')) *point = '\0';
+        }
+    }
+}
+
+const DelayTapParameter kTapParameters[DelayTap::kParameterCount] = {
+    {"Delay",
+     [](DelayTap& t, float v) {
+         t.setDelaySamples(toSamples(double(unitValue(v) * static_cast<float>(t.getBufferSize()))));
+     },
+     [](const DelayTap& t) { return t.delayValue(); },
+     [](const DelayTap& t, char* text) {
+         copyLocalized(text, t.isSynced() ? "Tempo" : "Samples", kDisplayTextMax);
+     },
+     displayDelay},
+    {"Volume", [](DelayTap& t, float v) { t.setVolume(unitValue(v)); },
+     [](const DelayTap& t) { return t.volume(); },
+     [](const DelayTap&, char* text) { copyText(text, "", kDisplayTextMax); },
+     [](const DelayTap& t, char* text) { formatDecibels(t.volume(), text, -1); }},
+    {"Feedback", [](DelayTap& t, float v) { t.setFeedback(unitValue(v)); },
+     [](const DelayTap& t) { return t.feedback(); },
+     [](const DelayTap&, char* text) { copyText(text, "", kDisplayTextMax); },
+     [](const DelayTap& t, char* text) { formatFloat(t.feedback(), text); }},
+    {"Sync", [](DelayTap& t, float v) { t.setSync(v > 0.5f); },
+     [](const DelayTap& t) { return t.isSynced() ? 1.0f : 0.0f; },
+     [](const DelayTap&, char* text) { copyText(text, "", kDisplayTextMax); },
+     [](const DelayTap& t, char* text) {
+         copyLocalized(text, t.isSynced() ? "On" : "Off", kDisplayTextMax);
+     }},
+};
+
+}  // namespace
+
+const DelayTapParameter* DelayTap::parameterTable() { return kTapParameters; }
+
+DelayTap::DelayTap(uint32_t capacity) : resampler_(RefPtr<BlockResampler>::adopt(new BlockResampler)) {
+    setBufferSize(capacity);
+}
+
+DelayTap::~DelayTap() { std::free(buffer_); }
+
+void DelayTap::clearBuffer() {
+    if (buffer_) std::memset(buffer_, 0, (size_t(capacity_) + kGuardSamples) * sizeof(float));
+}
+
+void DelayTap::resetPosition() { position_ = 0; }
+
+void DelayTap::setSampleRate(float rate) { sampleRate_ = rate; }
+
+void DelayTap::setParameter(int index, float value) {
+    if (index >= 0 && index < kParameterCount) kTapParameters[index].set(*this, value);
+}
+
+float DelayTap::getParameter(int index) const {
+    if (index >= 0 && index < kParameterCount) return kTapParameters[index].get(*this);
+    return 0.0f;
+}
+
+void DelayTap::setPosition(uint32_t position) { position_ = position; }
+
+void DelayTap::setDelaySamples(uint32_t samples) {
+    delaySamples_ = samples;
+    if (capacity_ < samples) setBufferSize(samples);
+}
+
+// May allocate: at construction, and on the audio thread when a synchronised
+// length outgrows the line.
+void DelayTap::setBufferSize(uint32_t n) {
+    const uint32_t capacity = capacity_;
+    if (delaySamples_ > n || n == capacity) return;
+    // Our own limit: an absurd length is refused and changes nothing, so the
+    // tap recovers once the length is sensible again.
+    if (n > kMaxBufferSamples) return;
+    float* grown = allocateLine(n);
+    if (grown) {
+        const uint32_t kept = buffer_ ? (capacity < n ? capacity : n) : 0;
+        if (kept) std::memcpy(grown, buffer_, kept * sizeof(float));
+        // The grown part (and the guard) is silence, never old memory.
+        std::memset(grown + kept, 0, (size_t(n) - kept + kGuardSamples) * sizeof(float));
+    }
+    std::free(buffer_);
+    buffer_ = grown;
+    capacity_ = n;
+}
+
+void DelayTap::setSpare(uint32_t spare) { spare_ = spare; }
+void DelayTap::setVolume(float volume) { volume_ = volume; }
+void DelayTap::setFeedback(float feedback) { feedback_ = feedback; }
+void DelayTap::setSync(bool sync) { sync_ = sync; }
+uint32_t DelayTap::getDelaySamples() const { return delaySamples_; }
+uint32_t DelayTap::getBufferSize() const { return capacity_; }
+bool DelayTap::isSynced() const { return sync_; }
+
+float DelayTap::delayValue() const {
+    const uint32_t capacity = capacity_;
+    if (capacity == 0) return 0.0f;
+    return static_cast<float>(delaySamples_) / static_cast<float>(capacity);
+}
+
+uint32_t DelayTap::syncedLength(float samplesPerBeat) const {
+    const int row = static_cast<int>(delayValue() * static_cast<float>(noteValueCount() - 1));
+    return toSamples(double(samplesPerBeat * noteValueBeats(row)));
+}
+
+void DelayTap::process(float* input, float* output, uint32_t count, float samplesPerBeat,
+                       bool alignToSong, double songPositionSamples) {
+    const float fb = feedback_;
+    const float vol = volume_;
+    uint32_t len = delaySamples_;
+    if (sync_) {
+        len = syncedLength(samplesPerBeat);
+        if (alignToSong) {
+            // The head lands on the song position minus whole lengths, in
+            // 1..len for a position past len (as repeated subtraction gives).
+            // A length of 0 has one place to be: 0.
+            const double song = std::isfinite(songPositionSamples) && songPositionSamples > 0.0
+                                    ? std::trunc(songPositionSamples)
+                                    : 0.0;
+            if (len == 0) {
+                position_ = 0;
+            } else if (song > double(len)) {
+                const uint64_t p = song >= 9.0e18 ? uint64_t(9.0e18) : uint64_t(song);
+                position_ = uint32_t((p - 1) % len + 1);
+            } else {
+                position_ = uint32_t(song);
+            }
+        }
+    }
+    if (position_ > len) position_ = 0;
+    if (capacity_ < len) setBufferSize(len);
+
+    if (capacity_ < len || !buffer_) {
+        // No line for this length: the undelayed input, without a ramp.
+        if (hasVectorUnit()) {
+            vsmul(input, vol, input, count);
+            vadd(input, output, output, count);
+        } else {
+            for (uint32_t i = 0; i < count; ++i) output[i] += input[i] * vol;
+        }
+        return;
+    }
+
+    if (resample_) {
+        if (previousLength_ != 0 && previousLength_ != len) resamplePending_ = true;
+        // A line that was shrunk below the stored signal's length cannot be
+        // stretched from it.
+        if (previousLength_ > capacity_) resamplePending_ = false;
+        if (resamplePending_) stretch(len, count);
+        if (uint64_t(position_) + count > len) {
+            previousLength_ = len;
+            resamplePending_ = false;
+        }
+    }
+
+    const TapLoop loop = len == 0 ? tapLoopScalar : kernels().tapLoop;
+    position_ = loop(buffer_, position_, len, input, output, count, fb, appliedVolume_, vol);
+    appliedVolume_ = vol;
+}
+
+void DelayTap::moveSamples(uint32_t from, uint32_t to, uint32_t n) {
+    ScratchBlock block(ScratchPool::current(), n);
+    if (block) {
+        std::memcpy(block.data(), buffer_ + from, n * sizeof(float));
+        std::memcpy(buffer_ + to, block.data(), n * sizeof(float));
+    } else {
+        std::memmove(buffer_ + to, buffer_ + from, n * sizeof(float));
+    }
+}
+
+// Stretches (or squeezes) the stored signal ahead of the head towards the
+// new length, one chunk per block.
+void DelayTap::stretch(uint32_t len, uint32_t count) {
+    const uint32_t position = position_;
+    if (position >= len) return;
+    const uint32_t remaining = len - position;
+    const uint32_t chunk = remaining < uint64_t(count) + 1 ? remaining : count + 1;
+    const float ratio = static_cast<float>(previousLength_) / static_cast<float>(len);
+    uint32_t sourceCount = toSamples(double(static_cast<float>(chunk) * ratio));
+    // Never read past the line.
+    if (uint64_t(position) + sourceCount > capacity_) sourceCount = capacity_ - position;
+    if (remaining - chunk != 0 && sourceCount < chunk) {
+        // Growing: make room for the stretched chunk first.
+        moveSamples(position + sourceCount, position + chunk, remaining - chunk);
+    }
+    resampler_->resample(buffer_ + position, sourceCount, buffer_ + position, chunk);
+    const int64_t rest = int64_t(previousLength_) - position - sourceCount;
+    if (rest > 0 && chunk <= sourceCount) {
+        // Shrinking: close the gap behind the squeezed chunk.
+        moveSamples(position + sourceCount, position + chunk, uint32_t(rest));
+    }
+}
+
+void DelayTap::getParameterLabel(int index, char* text) const {
+    if (index >= 0 && index < kParameterCount && kTapParameters[index].label)
+        kTapParameters[index].label(*this, text);
+}
+
+void DelayTap::getParameterDisplay(int index, char* text) const {
+    if (index >= 0 && index < kParameterCount && kTapParameters[index].display)
+        kTapParameters[index].display(*this, text);
+}
+
+void DelayTap::getParameterName(int index, char* text) const {
+    if (index >= 0 && index < kParameterCount)
+        copyLocalized(text, kTapParameters[index].name, kNameTextMax);
+}
+
+}  // namespace varitap

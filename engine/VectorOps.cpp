@@ -1,0 +1,159 @@
+#include "engine/VectorOps.h"
+
+#include <cstring>
+
+#include "persistence/SystemInfo.h"
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#define VARITAP_SSE2 1
+#elif defined(__ARM_NEON) || defined(__aarch64__)
+#include <arm_neon.h>
+#define VARITAP_NEON 1
+#endif
+
+namespace varitap {
+
+namespace {
+
+// 4-lane helpers over the platform's vector unit. Multiplication and
+// addition are kept separate (never fused) so that every lane rounds exactly
+// as the scalar forms do.
+#if VARITAP_SSE2
+using Vec4 = __m128;
+inline Vec4 load4(const float* p) { return _mm_load_ps(p); }
+inline Vec4 loadu4(const float* p) { return _mm_loadu_ps(p); }
+inline void store4(float* p, Vec4 v) { _mm_store_ps(p, v); }
+inline void storeu4(float* p, Vec4 v) { _mm_storeu_ps(p, v); }
+inline Vec4 splat4(float x) { return _mm_set1_ps(x); }
+inline Vec4 add4(Vec4 a, Vec4 b) { return _mm_add_ps(a, b); }
+inline Vec4 mul4(Vec4 a, Vec4 b) { return _mm_mul_ps(a, b); }
+#elif VARITAP_NEON
+using Vec4 = float32x4_t;
+inline Vec4 load4(const float* p) { return vld1q_f32(p); }
+inline Vec4 loadu4(const float* p) { return vld1q_f32(p); }
+inline void store4(float* p, Vec4 v) { vst1q_f32(p, v); }
+inline void storeu4(float* p, Vec4 v) { vst1q_f32(p, v); }
+inline Vec4 splat4(float x) { return vdupq_n_f32(x); }
+inline Vec4 add4(Vec4 a, Vec4 b) { return vaddq_f32(a, b); }
+inline Vec4 mul4(Vec4 a, Vec4 b) { return vmulq_f32(a, b); }
+#endif
+
+inline bool aligned16(const void* p) { return (reinterpret_cast<uintptr_t>(p) & 15u) == 0; }
+
+const Kernels kScalar = {vaddScalar, vsmulScalar, tapLoopScalar, mixReplaceScalar};
+const Kernels kVector = {vaddVector, vsmulVector, tapLoopVector, mixReplaceVector};
+
+}  // namespace
+
+const Kernels& scalarKernels() { return kScalar; }
+const Kernels& vectorKernels() { return kVector; }
+const Kernels& kernels() { return hasVectorUnit() ? kVector : kScalar; }
+
+void vadd(const float* a, const float* b, float* c, uint32_t n) { kernels().vadd(a, b, c, n); }
+void vsmul(const float* a, float s, float* c, uint32_t n) { kernels().vsmul(a, s, c, n); }
+
+void vaddScalar(const float* a, const float* b, float* c, uint32_t n) {
+    for (uint32_t i = 0; i < n; ++i) c[i] = a[i] + b[i];
+}
+
+void vsmulScalar(const float* a, float s, float* c, uint32_t n) {
+    for (uint32_t i = 0; i < n; ++i) c[i] = a[i] * s;
+}
+
+void vaddVector(const float* a, const float* b, float* c, uint32_t n) {
+    uint32_t i = 0;
+#if VARITAP_SSE2 || VARITAP_NEON
+    for (; i + 4 <= n; i += 4) storeu4(c + i, add4(loadu4(a + i), loadu4(b + i)));
+#endif
+    for (; i < n; ++i) c[i] = a[i] + b[i];
+}
+
+void vsmulVector(const float* a, float s, float* c, uint32_t n) {
+    uint32_t i = 0;
+#if VARITAP_SSE2 || VARITAP_NEON
+    const Vec4 sv = splat4(s);
+    for (; i + 4 <= n; i += 4) storeu4(c + i, mul4(loadu4(a + i), sv));
+#endif
+    for (; i < n; ++i) c[i] = a[i] * s;
+}
+
+uint32_t tapLoopScalar(float* line, uint32_t position, uint32_t length, const float* input,
+                       float* output, uint32_t count, float feedback, float appliedVolume,
+                       float volume) {
+    if (count == 0) return position;
+    const float step = (volume - appliedVolume) / static_cast<float>(count);
+    float gain = appliedVolume;
+    for (uint32_t i = 0; i < count; ++i) {
+        const float delayed = line[position];
+        line[position] = delayed * feedback + input[i];
+        output[i] += delayed * gain;
+        if (++position >= length) position = 0;
+        if (gain != volume) gain += step;
+    }
+    return position;
+}
+
+uint32_t tapLoopVector(float* line, uint32_t position, uint32_t length, const float* input,
+                       float* output, uint32_t count, float feedback, float appliedVolume,
+                       float volume) {
+    if (count == 0) return position;
+    const float step = (volume - appliedVolume) / static_cast<float>(count);
+    uint32_t i = 0;
+#if VARITAP_SSE2 || VARITAP_NEON
+    if (aligned16(input) && !aligned16(output)) {
+        const uint32_t groups = count / 4;
+        const bool ramp = volume != appliedVolume;
+        const Vec4 fb = splat4(feedback);
+        const Vec4 increment = splat4(ramp ? (volume - appliedVolume) / (4.0f * count) : 0.0f);
+        Vec4 gain = splat4(volume);
+        for (uint32_t g = 0; g < groups; ++g, i += 4) {
+            // line is 16-byte aligned, so the boundary at or below
+            // line + position is line + (position & ~3).
+            float* group = line + (position & ~3u);
+            const Vec4 delayed = load4(group);
+            store4(group, add4(mul4(delayed, fb), load4(input + i)));
+            storeu4(output + i, add4(loadu4(output + i), mul4(delayed, gain)));
+            position += 4;
+            if (position >= length) position = 0;
+            if (ramp) gain = add4(gain, increment);
+        }
+    }
+#endif
+    float gain = appliedVolume + step * static_cast<float>(i);
+    for (; i < count; ++i) {
+        const float delayed = line[position];
+        line[position] = delayed * feedback + input[i];
+        output[i] += delayed * gain;
+        if (++position >= length) position = 0;
+        gain += step;
+    }
+    return position;
+}
+
+void mixReplaceScalar(float* wet, float* dry, float* destination, uint32_t n, float mix) {
+    const float wetGain = 1.0f - mix;
+    for (uint32_t j = 0; j < n; ++j) destination[j] = wet[j] * wetGain + dry[j] * mix;
+}
+
+void mixReplaceVector(float* wet, float* dry, float* destination, uint32_t n, float mix) {
+    const float wetGain = 1.0f - mix;
+    if (wetGain == 1.0f) {
+        if (destination != wet) std::memmove(destination, wet, n * sizeof(float));
+    } else if (wetGain == 0.0f) {
+        if (destination != dry) std::memmove(destination, dry, n * sizeof(float));
+    } else {
+        // As the vector library is used here: both sources are scaled in
+        // place (the host's input array included), then summed.
+        vsmulVector(wet, wetGain, wet, n);
+        vsmulVector(dry, mix, dry, n);
+        vaddVector(wet, dry, destination, n);
+    }
+}
+
+void mixAccumulate(const float* wet, float* destination, uint32_t n, float mix) {
+    const float wetGain = 1.0f - mix;
+    for (uint32_t j = 0; j < n; ++j) destination[j] += wet[j] * wetGain;
+}
+
+}  // namespace varitap

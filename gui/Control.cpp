@@ -1,0 +1,32 @@
+#include "gui/Control.h"
+
+#include <algorithm>
+
+#include "gui/Frame.h"
+
+namespace varitap::gui {
+
+Control::Control(const Rect& size, ControlListener* listener, int32_t tag)
+    : View(size), listener_(listener), tag_(tag) {}
+
+void Control::setValue(float value) {
+    if (value_.exchange(value, std::memory_order_relaxed) != value) setDirty();
+}
+
+void Control::bounceValue() { setValue(std::clamp(value(), min_, max_)); }
+
+void Control::beginEdit() {
+    if (Frame* f = frame()) f->beginEdit(tag_);
+}
+
+void Control::endEdit() {
+    if (Frame* f = frame()) f->endEdit(tag_);
+}
+
+void Control::changeValueByUser(float value) {
+    setValue(value);
+    setDirty();
+    if (listener_) listener_->valueChanged(nullptr, this);
+}
+
+}  // namespace varitap::gui

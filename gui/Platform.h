@@ -1,0 +1,39 @@
+// The one interface between the toolkit and the window system; gui/x11/
+// implements it. Views never see it: Frame and OptionMenu use it.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include "gui/GuiTypes.h"
+
+namespace varitap::gui {
+
+class Frame;
+class OptionMenu;
+
+class PlatformFrame {
+public:
+    virtual ~PlatformFrame() = default;
+
+    // Child window of parent; false on any failure (nothing left open).
+    virtual bool openChild(uintptr_t parent, const Rect& size) = 0;
+    // Top-level dialog transient for the top-level window holding owner.
+    virtual bool openDialog(uintptr_t owner, const Rect& size, const char* title) = 0;
+    virtual void close() = 0;
+    virtual bool isOpen() const = 0;
+    virtual uint32_t windowId() const = 0;
+    virtual bool isParentGone() const = 0;
+    // Handles pending events and draws what is dirty (caller holds the guard).
+    virtual void idle() = 0;
+    // Waits up to timeoutMs for an event (no guard needed).
+    virtual void waitForEvents(int timeoutMs) = 0;
+    // Marks a frame area to draw at the next idle or timer tick.
+    virtual void invalidate(const Rect& area) = 0;
+    // Modal popup of a menu at frame point `where`; true when chosen.
+    virtual bool popupMenu(OptionMenu& menu, Point where) = 0;
+};
+
+std::unique_ptr<PlatformFrame> createPlatformFrame(Frame& frame);
+
+}  // namespace varitap::gui
