@@ -1,0 +1,329 @@
+#include "engine/DelayTap.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "FakeEngineHost.h"
+#include "engine/NoteValueTable.h"
+#include "modulation/ScratchPool.h"
+#include "persistence/Preferences.h"
+
+namespace varitap {
+namespace {
+
+using test::ScalarScope;
+
+class DelayTapTest : public testing::TestWithParam<bool> {
+protected:
+    void SetUp() override { pool_ = ScratchPool::acquire(); }
+    void TearDown() override { static_cast<RefObject*>(pool_)->release(); }
+
+    // Runs the tap over a signal in blocks, collecting the output.
+    static std::vector<float> run(DelayTap& tap, std::vector<float> input, uint32_t block,
+                                  float samplesPerBeat = 1.0f) {
+        std::vector<float> output(input.size(), 0.0f);
+        for (size_t at = 0; at < input.size(); at += block) {
+            const uint32_t n = uint32_t(std::min<size_t>(block, input.size() - at));
+            tap.process(input.data() + at, output.data() + at, n, samplesPerBeat, false, 0.0);
+        }
+        return output;
+    }
+
+    ScratchPool* pool_ = nullptr;
+};
+
+TEST_P(DelayTapTest, EchoesAtTheDelayWithFeedbackRepeats) {
+    ScalarScope scalar(GetParam());
+    DelayTap tap(1000);
+    tap.setDelaySamples(100);
+    tap.setFeedback(0.5f);  // volume stays at its 0.5 default: no ramp
+    std::vector<float> input(1000, 0.0f);
+    input[3] = 1.0f;
+    const std::vector<float> output = run(tap, input, 128);
+    for (size_t i = 0; i < output.size(); ++i) {
+        if (i >= 103 && (i - 3) % 100 == 0) {
+            // 0.5, 0.25, 0.125, ...: volume times feedback to the (k - 1)th.
+            const int k = int((i - 3) / 100);
+            EXPECT_FLOAT_EQ(output[i], 0.5f * std::pow(0.5f, float(k - 1))) << i;
+        } else {
+            EXPECT_EQ(output[i], 0.0f) << i;
+        }
+    }
+}
+
+TEST_P(DelayTapTest, VolumeRampsOverExactlyOneBlock) {
+    ScalarScope scalar(GetParam());
+    DelayTap tap(100);
+    tap.setDelaySamples(1);
+    tap.setFeedback(0.0f);
+    std::vector<float> ones(512, 1.0f), output(512, 0.0f);
+    tap.process(ones.data(), output.data(), 512, 1.0f, false, 0.0);
+    tap.setVolume(1.0f);
+    std::fill(output.begin(), output.end(), 0.0f);
+    tap.process(ones.data(), output.data(), 512, 1.0f, false, 0.0);
+    const float step = 0.5f / 512.0f;
+    for (int i = 0; i < 512; ++i) EXPECT_NEAR(output[i], 0.5f + step * float(i), 2e-6f) << i;
+    EXPECT_EQ(tap.appliedVolume(), 1.0f);
+    // The next block holds the new volume.
+    std::fill(output.begin(), output.end(), 0.0f);
+    tap.process(ones.data(), output.data(), 512, 1.0f, false, 0.0);
+    for (int i = 0; i < 512; ++i) ASSERT_EQ(output[i], 1.0f);
+}
+
+TEST_P(DelayTapTest, SynchronisedLengthsFollowTheNoteTable) {
+    ScalarScope scalar(GetParam());
+    DelayTap tap(44100);
+    tap.setDelaySamples(56000);
+    tap.setSync(true);
+    const float samplesPerBeat = DelayEngine::samplesPerBeatFor(120.0, 44100.0f);
+    EXPECT_EQ(samplesPerBeat, 22050.0f);
+
+    tap.setParameter(kTapDelay, 0.55f);  // row 13, "1/4"
+    EXPECT_EQ(tap.syncedLength(samplesPerBeat), 22050u);
+    char text[64] = {};
+    tap.getParameterDisplay(kTapDelay, text);
+    EXPECT_STREQ(text, "1/4");
+    tap.getParameterLabel(kTapDelay, text);
+    EXPECT_STREQ(text, "Tempo");
+
+    tap.setParameter(kTapDelay, 11.5f / 24.0f);  // "1/8D", 16537.5 truncated
+    EXPECT_EQ(tap.syncedLength(samplesPerBeat), 16537u);
+    tap.setParameter(kTapDelay, 0.0f);  // "1/256"
+    tap.getParameterDisplay(kTapDelay, text);
+    EXPECT_STREQ(text, "1/256");
+    // Without time information a beat is one sample.
+    EXPECT_EQ(tap.syncedLength(1.0f), 0u);
+    tap.setParameter(kTapDelay, 0.55f);
+    EXPECT_EQ(tap.syncedLength(1.0f), 1u);
+
+    // The echo of a "1/4" lands exactly one beat later.
+    tap.setFeedback(0.0f);
+    std::vector<float> input(22050 + 600, 0.0f);
+    input[7] = 1.0f;
+    const std::vector<float> output = run(tap, input, 512, samplesPerBeat);
+    for (size_t i = 0; i < output.size(); ++i)
+        ASSERT_EQ(output[i], i == 22057 ? 0.5f : 0.0f) << i;
+
+    // "4" at 120 BPM is 352800 samples: the line grows to it and keeps that
+    // size for shorter lengths afterwards.
+    tap.setParameter(kTapDelay, 1.0f);
+    EXPECT_EQ(tap.syncedLength(samplesPerBeat), 352800u);
+    std::vector<float> block(256, 0.25f), out(256, 0.0f);
+    tap.process(block.data(), out.data(), 256, samplesPerBeat, false, 0.0);
+    EXPECT_EQ(tap.getBufferSize(), 352800u);
+    tap.setParameter(kTapDelay, 0.55f * 56000.0f / 352800.0f);
+    tap.process(block.data(), out.data(), 256, samplesPerBeat, false, 0.0);
+    EXPECT_EQ(tap.getBufferSize(), 352800u);
+}
+
+TEST_P(DelayTapTest, HeadAlignsToTheSongPosition) {
+    ScalarScope scalar(GetParam());
+    DelayTap a(44100), b(44100);
+    for (DelayTap* tap : {&a, &b}) {
+        tap->setDelaySamples(56000);
+        tap->setSync(true);
+        tap->setParameter(kTapDelay, 0.55f);  // 22050 at 120 BPM
+    }
+    std::vector<float> in(64, 0.0f), out(64, 0.0f);
+    a.process(in.data(), out.data(), 1, 22050.0f, true, 3 * 22050.0 + 100.0);
+    EXPECT_EQ(a.position(), 101u);
+    // Whole multiples of the length land on the length itself (kept in the
+    // guard sample) and wrap on the next sample.
+    b.process(in.data(), out.data(), 1, 22050.0f, true, 2 * 22050.0);
+    EXPECT_EQ(b.position(), 0u);
+    // Two taps of one length stay in phase with the song.
+    a.setPosition(5);
+    b.setPosition(9000);
+    a.process(in.data(), out.data(), 64, 22050.0f, true, 123456.0);
+    b.process(in.data(), out.data(), 64, 22050.0f, true, 123456.0);
+    EXPECT_EQ(a.position(), b.position());
+    EXPECT_EQ(a.position(), (123456u - 5u * 22050u) + 64u);
+
+    // Length 0 with a song position: no endless subtraction, the head is 0.
+    a.setParameter(kTapDelay, 0.0f);  // "1/256" of one sample per beat is 0
+    a.process(in.data(), out.data(), 64, 1.0f, true, 987654.0);
+    EXPECT_EQ(a.position(), 0u);
+    // Bad song positions put the head somewhere inside the line.
+    a.setParameter(kTapDelay, 0.55f);
+    for (double song : {-1.0e9, 1.0e300, std::nan(""), HUGE_VAL, -HUGE_VAL, 4294967296.0 * 3 + 7}) {
+        a.process(in.data(), out.data(), 64, 22050.0f, true, song);
+        EXPECT_LE(a.position(), 22050u) << song;
+    }
+    for (float x : out) EXPECT_TRUE(std::isfinite(x));
+}
+
+TEST_P(DelayTapTest, GrownLineIsSilenceAndGuardSamplesExist) {
+    ScalarScope scalar(GetParam());
+    DelayTap tap(100);
+    tap.setDelaySamples(100);
+    tap.setFeedback(0.0f);
+    std::vector<float> in(100, 0.75f), out(100, 0.0f);
+    tap.process(in.data(), out.data(), 100, 1.0f, false, 0.0);
+    tap.setDelaySamples(300);
+    ASSERT_EQ(tap.getBufferSize(), 300u);
+    ASSERT_NE(tap.line(), nullptr);
+    for (uint32_t i = 0; i < 100; ++i) ASSERT_EQ(tap.line()[i], 0.75f);
+    for (uint32_t i = 100; i < 300 + DelayTap::kGuardSamples; ++i) ASSERT_EQ(tap.line()[i], 0.0f) << i;
+    // Shrinking keeps the start; a length above the new size refuses it.
+    tap.setBufferSize(200);
+    EXPECT_EQ(tap.getBufferSize(), 300u);
+    tap.setDelaySamples(150);
+    tap.setBufferSize(200);
+    EXPECT_EQ(tap.getBufferSize(), 200u);
+    EXPECT_EQ(tap.line()[99], 0.75f);
+}
+
+TEST_P(DelayTapTest, WithoutALineTheInputPassesUndelayed) {
+    ScalarScope scalar(GetParam());
+    DelayTap tap(1000);
+    tap.setDelaySamples(1000);
+    tap.setSync(true);
+    tap.setParameter(kTapDelay, 1.0f);  // 16 beats of 2^22 samples: over the limit
+    std::vector<float> in(64, 0.5f), out(64, 1.0f);
+    tap.process(in.data(), out.data(), 64, 4194304.0f, false, 0.0);
+    EXPECT_EQ(tap.getBufferSize(), 1000u);
+    for (float x : out) ASSERT_EQ(x, 1.0f + 0.5f * 0.5f);
+    EXPECT_EQ(tap.appliedVolume(), 0.5f);
+    // Back at a sensible tempo the line works again.
+    std::fill(out.begin(), out.end(), 0.0f);
+    tap.process(in.data(), out.data(), 64, 10.0f, false, 0.0);
+    EXPECT_EQ(out[0], 0.0f);
+}
+
+TEST_P(DelayTapTest, ResampleStretchesTheStoredSignalWhenTheLengthDoubles) {
+    ScalarScope scalar(GetParam());
+    for (bool resample : {true, false}) {
+        DelayTap tap(1000);
+        tap.setDelaySamples(1000);
+        tap.setFeedback(0.0f);
+        tap.setVolume(1.0f);
+        tap.setResample(resample);
+        // Write 1..1200: in playback order from the head the line holds
+        // 201..1200.
+        std::vector<float> ramp(1200);
+        for (size_t i = 0; i < ramp.size(); ++i) ramp[i] = float(i + 1);
+        run(tap, ramp, 400);
+        ASSERT_EQ(tap.position(), 200u);
+        EXPECT_EQ(tap.previousLength(), resample ? 1000u : 0u);
+
+        tap.setDelaySamples(2000);
+        const std::vector<float> output = run(tap, std::vector<float>(2000, 0.0f), 400);
+        EXPECT_EQ(output[0], 201.0f);
+        if (resample) {
+            // The old second is played over two: every value about twice, in
+            // order, reaching the middle of the old signal halfway.
+            // The 800 samples ahead of the head (201..1000) are played over
+            // 1600, every value about twice, in order; the stretch reaches the
+            // middle of them halfway. Behind them the grown part is silence
+            // until the head wraps onto the rest (1001..1200).
+            for (size_t i = 1; i < 1600; ++i) ASSERT_GE(output[i], output[i - 1]) << i;
+            for (size_t i = 2; i < 1600; ++i) ASSERT_LE(output[i] - output[i - 2], 2.0f) << i;
+            EXPECT_NEAR(output[800], 600.0f, 4.0f);
+            EXPECT_NEAR(output[1599], 1000.0f, 4.0f);
+            EXPECT_EQ(output[1700], 0.0f);
+            EXPECT_EQ(output[1800], 1001.0f);
+            EXPECT_EQ(output[1999], 1200.0f);
+            EXPECT_EQ(output[1], 201.0f);
+            EXPECT_FALSE(tap.isResamplePending());
+            EXPECT_EQ(tap.previousLength(), 2000u);
+        } else {
+            // The head jumps: the old signal ends after 800 samples and the
+            // grown part is silence.
+            EXPECT_EQ(output[799], 1000.0f);
+            EXPECT_EQ(output[1000], 0.0f);
+        }
+    }
+}
+
+TEST_P(DelayTapTest, ParameterTableTexts) {
+    DelayTap tap(44100);
+    tap.setDelaySamples(56000);
+    char text[64];
+    auto display = [&](int index) {
+        std::strcpy(text, "untouched");
+        tap.getParameterDisplay(index, text);
+        return std::string(text);
+    };
+    auto label = [&](int index) {
+        std::strcpy(text, "untouched");
+        tap.getParameterLabel(index, text);
+        return std::string(text);
+    };
+    auto name = [&](int index) {
+        std::strcpy(text, "untouched");
+        tap.getParameterName(index, text);
+        return std::string(text);
+    };
+    EXPECT_EQ(name(0), "Delay");
+    EXPECT_EQ(name(1), "Volume");
+    EXPECT_EQ(name(2), "Feedback");
+    EXPECT_EQ(name(3), "Sync");
+    EXPECT_EQ(name(4), "untouched");
+
+    EXPECT_EQ(tap.getParameter(kTapDelay), 1.0f);
+    EXPECT_EQ(display(kTapDelay), "1269");  // 1269.8 is six characters
+    EXPECT_EQ(label(kTapDelay), "Samples");
+    tap.setParameter(kTapDelay, 0.5f);
+    EXPECT_EQ(tap.getDelaySamples(), 28000u);
+    EXPECT_EQ(display(kTapDelay), "634.9");
+    tap.setSampleRate(96000.0f);
+    EXPECT_EQ(display(kTapDelay), "291.6");
+
+    tap.setParameter(kTapVolume, 1.0f);
+    EXPECT_EQ(display(kTapVolume), "0.000000");
+    EXPECT_EQ(label(kTapVolume), "");
+    tap.setParameter(kTapVolume, 0.0f);
+    EXPECT_EQ(display(kTapVolume), "-oo");
+    tap.setParameter(kTapFeedback, 0.25f);
+    EXPECT_EQ(display(kTapFeedback), "0.250000");
+    EXPECT_EQ(display(kTapSync), "Off");
+    tap.setParameter(kTapSync, 0.6f);
+    EXPECT_EQ(tap.getParameter(kTapSync), 1.0f);
+    EXPECT_EQ(display(kTapSync), "On");
+    EXPECT_EQ(label(kTapSync), "");
+    EXPECT_EQ(display(7), "untouched");
+    EXPECT_EQ(tap.getParameter(9), 0.0f);
+
+    // Bad values become the nearest sensible ones.
+    tap.setParameter(kTapDelay, std::nanf(""));
+    EXPECT_EQ(tap.getDelaySamples(), 0u);
+    tap.setParameter(kTapDelay, 1.0e30f);
+    EXPECT_EQ(tap.getDelaySamples(), 56000u);
+    EXPECT_EQ(tap.getBufferSize(), 56000u);
+    tap.setParameter(kTapVolume, HUGE_VALF);
+    EXPECT_EQ(tap.volume(), 1.0f);
+    tap.setParameter(kTapFeedback, -HUGE_VALF);
+    EXPECT_EQ(tap.feedback(), 0.0f);
+}
+
+TEST_P(DelayTapTest, DelayShownInSamplesWhenTheOptionIsOn) {
+    char dir[] = "/tmp/varitap-engine-XXXXXX";
+    ASSERT_NE(mkdtemp(dir), nullptr);
+    setenv("XDG_CONFIG_HOME", dir, 1);
+    Preferences* preferences = Preferences::acquire();
+    DelayTap tap(44100);
+    tap.setDelaySamples(56000);
+    char text[64] = {};
+    tap.getParameterDisplay(kTapDelay, text);
+    EXPECT_STREQ(text, "1269");  // absent option: milliseconds
+    preferences->setNumber(kOptionDelayTimeInSamples, 1);
+    tap.getParameterDisplay(kTapDelay, text);
+    EXPECT_STREQ(text, "  56000");
+    tap.getParameterLabel(kTapDelay, text);
+    EXPECT_STREQ(text, "Samples");
+    preferences->release();
+    std::remove((std::string(dir) + "/brelmo.varitap.conf").c_str());
+    rmdir(dir);
+}
+
+INSTANTIATE_TEST_SUITE_P(ScalarAndVector, DelayTapTest, testing::Values(true, false),
+                         [](const testing::TestParamInfo<bool>& info) {
+                             return info.param ? "Scalar" : "Vector";
+                         });
+
+}  // namespace
+}  // namespace varitap
