@@ -1,0 +1,96 @@
+// libFuzzer target: arbitrary bytes as a presets file. The reader parses them
+// through libxml2; whatever tree comes out goes through the library's
+// readProperties (as a user file and as a factory file), is written back with
+// the presets writer and read once more. Nothing may crash, leak, hang or
+// print. Built and run by scripts/fuzz.sh, not by the normal build.
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <string>
+
+#include "persistence/ByteStream.h"
+#include "persistence/PresetLibrary.h"
+#include "persistence/PresetXmlReader.h"
+#include "persistence/XmlPropertyWriter.h"
+
+namespace {
+
+using namespace varitap;
+
+// Reads from a byte range, in pieces of the size libxml2 asks for.
+class MemoryInput : public ByteStream {
+public:
+    MemoryInput(const uint8_t* data, size_t size) : data_(data), size_(size) {}
+    bool read(void* buffer, size_t length, size_t* count) override {
+        const size_t n = length < size_ - offset_ ? length : size_ - offset_;
+        if (n) std::memcpy(buffer, data_ + offset_, n);
+        offset_ += n;
+        if (count) *count = n;
+        return true;
+    }
+    bool write(const void*, size_t, size_t*) override { return false; }
+
+private:
+    const uint8_t* data_;
+    size_t size_;
+    size_t offset_ = 0;
+};
+
+class MemoryOutput : public ByteStream {
+public:
+    bool read(void*, size_t, size_t*) override { return false; }
+    bool write(const void* buffer, size_t length, size_t* count) override {
+        text.append(static_cast<const char*>(buffer), length);
+        if (count) *count = length;
+        return true;
+    }
+    std::string text;
+};
+
+// The root list of a parse, retained past the reader's life; null if none.
+RefPtr<PropertyList> parse(const uint8_t* data, size_t size) {
+    auto input = makeRef<MemoryInput>(data, size);
+    auto reader = makeRef<PresetXmlReader>(input.get());
+    reader->parse();
+    return RefPtr<PropertyList>(reader->result());
+}
+
+std::string write(PresetLibrary& library) {
+    PropertyList list;
+    library.writeProperties(list);
+    auto output = makeRef<MemoryOutput>();
+    auto writer = makeRef<XmlPropertyWriter>(output.get());
+    for (uint32_t i = 0; i < list.count(); ++i) writer->writeProperty(list.at(i));
+    return output->text;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    RefPtr<PropertyList> root = parse(data, size);
+    if (!root) return 0;
+
+    auto library = makeRef<PresetLibrary>();
+    library->readProperties(*root);
+    // The same tree once more, as if it were a factory file: those folders
+    // are never written.
+    RefPtr<PropertyList> again = parse(data, size);
+    if (again) {
+        auto factory = makeRef<PresetLibrary>();
+        factory->readProperties(*again);
+        for (uint32_t i = 0; i < factory->folderCount(); ++i) {
+            // Touch every preset the way the plug-in does when applying one.
+            PresetFolder* folder = factory->folderAt(i);
+            for (uint32_t p = 0; p < folder->presetCount(); ++p) {
+                Preset* preset = folder->presetAt(p);
+                if (PropertyValue* version = preset->findProperty("Version")) version->getLong();
+                PropertyList& properties = preset->properties();
+                for (uint32_t k = 0; k < properties.count(); ++k) properties.at(k)->getFloat();
+            }
+        }
+    }
+
+    const std::string text = "<Presets version=\"1\">\n" + write(*library) + "</Presets>\n";
+    parse(reinterpret_cast<const uint8_t*>(text.data()), text.size());
+    return 0;
+}
