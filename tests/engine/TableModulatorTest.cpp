@@ -1,0 +1,267 @@
+#include "modulation/TableModulator.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <string>
+
+#include "FakeEngineHost.h"
+
+namespace varitap {
+namespace {
+
+using test::FakeEngineHost;
+
+constexpr int kTarget = 30;  // any parameter of the fake
+
+class TableModulatorTest : public testing::Test {
+protected:
+    void SetUp() override {
+        modulator.setTarget(&host);
+        modulator.setTableSize(8);
+        modulator.restart();
+        modulator.setIndex(kTarget);
+        modulator.setPower(true);
+    }
+    void TearDown() override { setModulatorSmoothFactor(kDefaultSmoothFactor); }
+
+    // One block with the transport stopped.
+    void block(uint32_t n, double tempo = 120.0) { modulator.process(tempo, 0.0, n, false, false); }
+    float value() const { return host.values[kTarget]; }
+
+    FakeEngineHost host;
+    TableModulator modulator{&host};
+};
+
+TEST_F(TableModulatorTest, FreeSinePeriodIsFourTimesSpeedInSeconds) {
+    modulator.setSync(false);
+    modulator.setSpeed(0.5f);  // half-period 2 * 44100 * 0.5: a cycle of 88200
+    // Blocks of 441: the value is computed at each block's end.
+    int maxBlock = -1, minBlock = -1;
+    float highest = -1.0f, lowest = 2.0f;
+    for (int b = 1; b <= 300; ++b) {
+        block(441);
+        EXPECT_EQ(modulator.phase(), float(441 * b));
+        if (b > 50 && value() > highest) highest = value(), maxBlock = b;
+        if (b > 150 && value() < lowest) lowest = value(), minBlock = b;
+    }
+    EXPECT_EQ(maxBlock, 100);  // top at 44100 samples
+    EXPECT_EQ(minBlock, 200);  // bottom again at 88200
+    EXPECT_GT(highest, 0.9999f);
+    EXPECT_LT(lowest, 0.0001f);
+}
+
+TEST_F(TableModulatorTest, SynchronisedSineFollowsTheNoteValue) {
+    modulator.setSpeed(13.5f / 24.0f);  // "1/4": D is one beat, a cycle two
+    for (int b = 0; b < 50; ++b) block(441, 120.0);  // 22050 samples: the top
+    EXPECT_GT(value(), 0.9999f);
+    for (int b = 0; b < 50; ++b) block(441, 120.0);
+    EXPECT_LT(value(), 0.0001f);
+    // While the transport plays, the phase is the song position.
+    modulator.process(120.0, 11025.0, 441, true, false);
+    EXPECT_EQ(modulator.phase(), 11025.0f);
+    EXPECT_NEAR(value(), 0.5f, 1e-4f);
+}
+
+TEST_F(TableModulatorTest, SmoothFactorQuantisesTheWrites) {
+    modulator.setSync(false);
+    modulator.setSpeed(0.5f);
+    auto writesOverOneCycle = [&] {
+        modulator.restart();
+        host.values[kTarget] = 0.0f;
+        const int before = host.plainWrites;
+        for (int b = 0; b < 200; ++b) block(441);
+        return host.plainWrites - before;
+    };
+    const int fine = writesOverOneCycle();
+    setModulatorSmoothFactor(10);
+    const int coarse = writesOverOneCycle();
+    // Steps of 0.1 up and down: at most twenty writes.
+    EXPECT_LE(coarse, 20);
+    EXPECT_GE(coarse, 16);
+    EXPECT_GE(fine, 190);
+    // 0 means "not set": the factor stays.
+    setModulatorSmoothFactor(0);
+    EXPECT_EQ(modulatorSmoothFactor(), 10);
+
+    // With S = 10000 a move of less than 1/10000 writes nothing.
+    setModulatorSmoothFactor(10000);
+    modulator.restart();
+    host.values[kTarget] = 0.0f;
+    const int before = host.plainWrites;
+    block(1);  // the sine has barely left its minimum
+    EXPECT_EQ(host.plainWrites, before);
+}
+
+TEST_F(TableModulatorTest, StandsStillWhenOffOrWithoutPeriod) {
+    modulator.setSync(false);
+    modulator.setSpeed(0.0f);
+    block(512);
+    EXPECT_EQ(modulator.phase(), 0.0f);
+    EXPECT_EQ(host.plainWrites, 0);
+    modulator.setSpeed(0.5f);
+    modulator.setPower(false);
+    block(512);
+    EXPECT_EQ(modulator.phase(), 0.0f);
+    // Synchronised without a tempo (none, 0, negative, infinite, NaN): no
+    // period, so no movement and nothing written.
+    modulator.setPower(true);
+    modulator.setSync(true);
+    for (double tempo : {0.0, -120.0, HUGE_VAL, std::nan("")}) {
+        for (int type = 0; type <= 4; ++type) {
+            modulator.setType(type);
+            block(512, tempo);
+        }
+    }
+    EXPECT_EQ(modulator.phase(), 0.0f);
+    EXPECT_EQ(host.plainWrites, 0);
+    // An infinite phase starts again at 0.
+    modulator.setType(0);
+    modulator.process(120.0, HUGE_VAL, 512, true, false);
+    EXPECT_EQ(modulator.phase(), 0.0f);
+}
+
+TEST_F(TableModulatorTest, SquareAndRampWaves) {
+    modulator.setSync(false);
+    modulator.setSpeed(0.5f);
+    modulator.setType(LfoModulator::kSquare);
+    modulator.setMin(0.2f);
+    modulator.setMax(0.7f);
+    block(1000);
+    EXPECT_EQ(value(), 0.7f);
+    for (int b = 0; b < 44; ++b) block(1000);  // past 44100: the second half
+    EXPECT_EQ(value(), 0.2f);
+
+    // Ramp over P = truncate(2D + 1) = 88201 samples, falling when max < min.
+    modulator.restart();
+    modulator.setType(LfoModulator::kRamp);
+    modulator.setMin(0.0f);
+    modulator.setMax(1.0f);
+    block(22050);
+    EXPECT_NEAR(value(), 22050.0 / 88201.0, 1e-6);
+    modulator.setMin(1.0f);
+    modulator.setMax(0.0f);
+    block(22050);
+    EXPECT_NEAR(value(), 1.0 - 44100.0 / 88201.0, 1e-6);
+    // Past one period it starts again.
+    modulator.setMin(0.0f);
+    modulator.setMax(1.0f);
+    block(88201);
+    EXPECT_NEAR(value(), 44100.0 / 88201.0, 1e-6);
+}
+
+TEST_F(TableModulatorTest, StepSequenceLastsOneNotePerStepWhenSynchronised) {
+    EXPECT_EQ(modulator.getTableValue(0), 0.0f);
+    EXPECT_EQ(modulator.getTableValue(1), 0.125f);
+    EXPECT_EQ(modulator.getTableValue(6), 0.0f);
+    EXPECT_EQ(modulator.getTableValue(7), 0.875f);
+    EXPECT_EQ(modulator.getTableValue(8), 0.0f);
+    modulator.setTableValue(8, 0.5f);  // ignored
+    EXPECT_EQ(modulator.getTableValue(8), 0.0f);
+
+    modulator.setParameter(kModulatorType, 1.0f);  // type 3
+    EXPECT_EQ(modulator.getType(), 3);
+    modulator.setSpeed(13.5f / 24.0f);  // "1/4" at 120 BPM: 22050 per step
+    for (int i = 0; i < 8; ++i) modulator.setTableValue(i, float(i + 1) / 10.0f);
+    for (int beat = 0; beat < 10; ++beat) {
+        modulator.process(120.0, beat * 22050.0 + 100.0, 512, true, false);
+        EXPECT_EQ(value(), float(beat % 8 + 1) / 10.0f) << beat;
+        modulator.process(120.0, beat * 22050.0 + 21900.0, 512, true, false);
+        EXPECT_EQ(value(), float(beat % 8 + 1) / 10.0f) << beat;
+    }
+    // Free: a step lasts 2D samples.
+    modulator.setSync(false);
+    modulator.setSpeed(0.25f);  // D = 22050.0022
+    modulator.process(0.0, 44000.0, 512, true, false);
+    EXPECT_EQ(value(), 0.1f);
+    modulator.process(0.0, 44200.0, 512, true, false);
+    EXPECT_EQ(value(), 0.2f);
+    // Writes happen on any exact change, through automation when recording.
+    const int automated = host.automatedWrites;
+    modulator.process(0.0, 88300.0, 512, true, true);
+    EXPECT_EQ(host.automatedWrites, automated + 1);
+    EXPECT_EQ(value(), 0.3f);
+}
+
+TEST_F(TableModulatorTest, TableSineAtItsTopReadsTheLastEntry) {
+    modulator.setType(LfoModulator::kTableSine);
+    modulator.setSync(false);
+    modulator.setSpeed(0.5f);
+    for (int i = 0; i < 8; ++i) modulator.setTableValue(i, float(i) / 8.0f);
+    // D = 44100.0044: the top of the sine is at phase D, where r rounds to 1.
+    const double d = 2.0 * 44100.0 * (0.5 + 1e-07);
+    modulator.process(0.0, d, 1, true, false);
+    EXPECT_EQ(value(), 7.0f / 8.0f);
+    modulator.process(0.0, 2.0 * d, 1, true, false);
+    EXPECT_EQ(value(), 0.0f);
+    // Negative and huge song positions stay inside the table.
+    modulator.setType(LfoModulator::kSteps);
+    for (double song : {-5.0e9, 3.0e38, 1.0e300, -1.0}) {
+        modulator.process(0.0, song, 1, true, false);
+        EXPECT_TRUE(std::isfinite(value()));
+    }
+}
+
+TEST_F(TableModulatorTest, ParameterRows) {
+    char text[64];
+    auto display = [&](int index) {
+        std::strcpy(text, "untouched");
+        modulator.getParameterDisplay(index, text);
+        return std::string(text);
+    };
+    auto name = [&](int index) {
+        std::strcpy(text, "untouched");
+        modulator.getParameterName(index, text);
+        return std::string(text);
+    };
+    const char* words[] = {"Type", "Index", "Speed", "Min", "Max", "Sync", "Power"};
+    for (int i = 0; i < 7; ++i) EXPECT_EQ(name(i), words[i]);
+    for (int i = 7; i < 15; ++i) EXPECT_EQ(name(i), "untouched");
+    EXPECT_EQ(name(15), "untouched");
+
+    modulator.setParameter(kModulatorType, 0.5f);
+    EXPECT_EQ(modulator.getType(), 1);
+    EXPECT_FLOAT_EQ(modulator.getParameter(kModulatorType), 1.0f / 3.0f);
+    EXPECT_EQ(display(kModulatorType), "untouched");
+
+    modulator.setParameter(kModulatorIndex, 21.7f);
+    EXPECT_EQ(modulator.getIndex(), 21);
+    EXPECT_EQ(modulator.getParameter(kModulatorIndex), 21.0f);
+    modulator.setParameter(kModulatorIndex, 20.0f);
+    EXPECT_EQ(display(kModulatorIndex), "Wet/Dry Mix Volume");
+    modulator.setParameter(kModulatorIndex, std::nanf(""));
+    EXPECT_EQ(modulator.getIndex(), 0);
+    modulator.setParameter(kModulatorIndex, 1e30f);
+    EXPECT_GT(modulator.getIndex(), 240);
+
+    modulator.setParameter(kModulatorSpeed, 0.55f);
+    EXPECT_EQ(display(kModulatorSpeed), "1/4");
+    modulator.setParameter(kModulatorMin, 0.25f);
+    EXPECT_EQ(display(kModulatorMin), "0.250000");
+    modulator.setParameter(kModulatorMax, 2.0f);
+    EXPECT_EQ(modulator.getMax(), 1.0f);
+    EXPECT_EQ(display(kModulatorMax), "1.000000");
+
+    modulator.setParameter(kModulatorSync, 0.4f);
+    EXPECT_EQ(modulator.getParameter(kModulatorSync), 0.0f);
+    EXPECT_EQ(display(kModulatorSync), "No");
+    modulator.setParameter(kModulatorPower, 1.0f);
+    EXPECT_EQ(modulator.getParameter(kModulatorPower), 1.0f);
+    // "Power" shows the sync flag: "Off" while powered but free...
+    EXPECT_EQ(display(kModulatorPower), "Off");
+    modulator.setParameter(kModulatorSync, 1.0f);
+    EXPECT_EQ(display(kModulatorSync), "Yes");
+    modulator.setParameter(kModulatorPower, 0.0f);
+    // ... and "On" while synchronised, whatever the power.
+    EXPECT_EQ(display(kModulatorPower), "On");
+
+    modulator.setParameter(kModulatorTableFirst + 3, 0.9f);
+    EXPECT_EQ(modulator.getTableValue(3), 0.9f);
+    EXPECT_EQ(modulator.getParameter(kModulatorTableFirst + 3), 0.9f);
+    EXPECT_EQ(display(kModulatorTableFirst + 3), "untouched");
+    EXPECT_EQ(modulator.getParameter(15), 0.0f);
+}
+
+}  // namespace
+}  // namespace varitap

@@ -1,0 +1,149 @@
+#include "modulation/TapFilter.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <vector>
+
+namespace varitap {
+namespace {
+
+constexpr double kPi = 3.14159265358979323846;
+
+// The filter's steady-state gain for a sine at hz: peak of the last second
+// over a second of settling.
+double measureGain(int type, float cutoff, float resonance, double hz, float rate = 44100.0f) {
+    TapFilter filter(rate);
+    filter.setParameter(TapFilter::kType, float(type) / 4.0f);
+    filter.setParameter(TapFilter::kCutoff, cutoff);
+    filter.setParameter(TapFilter::kResonance, resonance);
+    const int n = int(rate);
+    std::vector<float> signal(n);
+    double peak = 0.0;
+    for (int pass = 0; pass < 2; ++pass) {
+        for (int i = 0; i < n; ++i) signal[i] = float(std::sin(2.0 * kPi * hz * (i + pass * n + 0.25) / rate));
+        filter.processInPlace(signal.data(), n);
+        if (pass == 1)
+            for (float x : signal) peak = std::max(peak, double(std::fabs(x)));
+    }
+    return peak;
+}
+
+TEST(TapFilterTest, CornerFrequenciesAndCoefficients) {
+    EXPECT_DOUBLE_EQ(TapFilter::cornerFrequency(TapFilter::kLowPass, 1.0), 7160.0);
+    EXPECT_DOUBLE_EQ(TapFilter::cornerFrequency(TapFilter::kHighPass, 0.0), 1.0);
+    EXPECT_DOUBLE_EQ(TapFilter::cornerFrequency(TapFilter::kNotch, 0.0), 20.0);
+    EXPECT_DOUBLE_EQ(TapFilter::cornerFrequency(TapFilter::kBandPass, 0.5), 2660.0);
+    EXPECT_DOUBLE_EQ(TapFilter::cornerFrequency(TapFilter::kOff, 1.0), 88140.0);
+    EXPECT_DOUBLE_EQ(TapFilter::cornerFrequency(9, 0.0), 40.0);
+
+    TapFilter filter(44100.0f);
+    filter.setParameter(TapFilter::kType, 0.5f);  // "LowPass"
+    filter.setParameter(TapFilter::kCutoff, 1.0f);
+    TapFilter::Coefficients c = filter.coefficients();
+    EXPECT_DOUBLE_EQ(c.frequency, 2.0 * std::sin(kPi * 7160.0 / 88200.0));
+    // Resonance 0: q is 2 unless the stability bound is lower.
+    EXPECT_DOUBLE_EQ(c.damping, std::min(2.0, 2.0 / c.frequency - c.frequency / 2.0));
+    filter.setParameter(TapFilter::kResonance, 1.0f);
+    EXPECT_EQ(filter.coefficients().damping, 0.0);
+    filter.setParameter(TapFilter::kResonance, 0.0625f);  // 2 (1 - 0.5) = 1
+    EXPECT_DOUBLE_EQ(filter.coefficients().damping, 1.0);
+
+    // At 8000 Hz "***" at full cutoff is far above a quarter of the doubled
+    // rate: the clamp holds f at sqrt 2 and q at the stability bound.
+    TapFilter fast(8000.0f);
+    fast.setParameter(TapFilter::kType, 0.0f);
+    fast.setParameter(TapFilter::kCutoff, 1.0f);
+    c = fast.coefficients();
+    EXPECT_NEAR(c.frequency, std::sqrt(2.0), 1e-15);
+    EXPECT_NEAR(c.damping, 2.0 / std::sqrt(2.0) - std::sqrt(2.0) / 2.0, 1e-15);
+    // A sample rate of 0 never yields infinite coefficients.
+    fast.setSampleRate(0.0f);
+    EXPECT_TRUE(std::isfinite(fast.coefficients().frequency));
+    EXPECT_TRUE(std::isfinite(fast.coefficients().damping));
+}
+
+TEST(TapFilterTest, CoefficientsExistFromConstruction) {
+    // The default: "Notch" with cutoff 0, a notch at 20 Hz, resonance 0.
+    TapFilter filter(44100.0f);
+    EXPECT_EQ(filter.type(), TapFilter::kNotch);
+    const TapFilter::Coefficients c = filter.coefficients();
+    EXPECT_DOUBLE_EQ(c.frequency, 2.0 * std::sin(kPi * 20.0 / 88200.0));
+    EXPECT_DOUBLE_EQ(c.damping, 2.0);
+    EXPECT_EQ(c.drive, 0.0);
+}
+
+TEST(TapFilterTest, MeasuredGainsAtTheCorners) {
+    // Cutoffs chosen for a 1000 Hz corner; with q = 2 each output has gain
+    // 1/q = 0.5 there (the notch has none).
+    const float lowCut = (1000.0f - 160.0f) / 7000.0f;
+    EXPECT_NEAR(measureGain(TapFilter::kLowPass, lowCut, 0.0f, 100.0), 1.0, 0.02);
+    EXPECT_NEAR(measureGain(TapFilter::kLowPass, lowCut, 0.0f, 1000.0), 0.5, 0.02);
+    EXPECT_LT(measureGain(TapFilter::kLowPass, lowCut, 0.0f, 10000.0), 0.015);
+
+    const float highCut = (1000.0f - 1.0f) / 5000.0f;
+    EXPECT_NEAR(measureGain(TapFilter::kHighPass, highCut, 0.0f, 10000.0), 1.0, 0.08);
+    EXPECT_NEAR(measureGain(TapFilter::kHighPass, highCut, 0.0f, 1000.0), 0.5, 0.02);
+    EXPECT_LT(measureGain(TapFilter::kHighPass, highCut, 0.0f, 100.0), 0.015);
+
+    const float bandCut = (1000.0f - 160.0f) / 5000.0f;
+    EXPECT_NEAR(measureGain(TapFilter::kBandPass, bandCut, 0.0f, 1000.0), 0.5, 0.02);
+    EXPECT_LT(measureGain(TapFilter::kBandPass, bandCut, 0.0f, 50.0), 0.05);
+
+    const float notchCut = (1000.0f - 20.0f) / 7000.0f;
+    EXPECT_LT(measureGain(TapFilter::kNotch, notchCut, 0.0f, 1000.0), 0.01);
+    EXPECT_NEAR(measureGain(TapFilter::kNotch, notchCut, 0.0f, 50.0), 1.0, 0.02);
+
+    // Resonance raises the low-pass peak at the corner.
+    EXPECT_GT(measureGain(TapFilter::kLowPass, lowCut, 0.9f, 1000.0), 2.0);
+}
+
+TEST(TapFilterTest, OffPassesSilenceKeepsState) {
+    TapFilter filter(44100.0f);
+    filter.setParameter(TapFilter::kType, 0.0f);
+    std::vector<float> in = {0.1f, -0.5f, 0.25f, 1.0f}, out(4, 9.0f);
+    filter.process(in.data(), out.data(), 4);
+    EXPECT_EQ(out, in);
+    EXPECT_EQ(filter.state().band, 0.0);
+
+    filter.setParameter(TapFilter::kType, 0.5f);
+    filter.setParameter(TapFilter::kCutoff, 0.3f);
+    filter.process(in.data(), out.data(), 4);
+    const TapFilter::State before = filter.state();
+    EXPECT_NE(before.low, 0.0);
+    // Exact zeros change nothing and write nothing.
+    std::vector<float> zeros(64, 0.0f), untouched(64, 7.0f);
+    filter.process(zeros.data(), untouched.data(), 64);
+    const TapFilter::State after = filter.state();
+    EXPECT_EQ(after.notch, before.notch);
+    EXPECT_EQ(after.low, before.low);
+    EXPECT_EQ(after.high, before.high);
+    EXPECT_EQ(after.band, before.band);
+    for (float x : untouched) EXPECT_EQ(x, 7.0f);
+}
+
+TEST(TapFilterTest, ParametersMapAndClamp) {
+    TapFilter filter(44100.0f);
+    filter.setParameter(TapFilter::kType, 1.0f);
+    EXPECT_EQ(filter.type(), TapFilter::kBandPass);
+    EXPECT_EQ(filter.getParameter(TapFilter::kType), 1.0f);
+    filter.setParameter(TapFilter::kType, 0.74f);
+    EXPECT_EQ(filter.type(), TapFilter::kLowPass);
+    EXPECT_EQ(filter.getParameter(TapFilter::kType), 0.5f);
+    filter.setParameter(TapFilter::kDrive, 0.5f);
+    EXPECT_FLOAT_EQ(filter.getParameter(TapFilter::kDrive), 0.5f);
+    EXPECT_FLOAT_EQ(float(filter.coefficients().drive), 0.05f);
+    filter.setParameter(TapFilter::kCutoff, std::nanf(""));
+    EXPECT_EQ(filter.getParameter(TapFilter::kCutoff), 0.0f);
+    filter.setParameter(TapFilter::kResonance, HUGE_VALF);
+    EXPECT_EQ(filter.getParameter(TapFilter::kResonance), 1.0f);
+    EXPECT_TRUE(std::isfinite(filter.coefficients().damping));
+    EXPECT_EQ(filter.getParameter(4), 0.0f);
+    EXPECT_EQ(filter.getNumParameters(), 4);
+    EXPECT_STREQ(TapFilter::typeName(0), "***");
+    EXPECT_STREQ(TapFilter::typeName(4), "BandPass");
+    EXPECT_STREQ(TapFilter::typeName(-1), "***");
+}
+
+}  // namespace
+}  // namespace varitap
