@@ -1,0 +1,99 @@
+// Small drawing helpers over cairo shared by every picture of the art: the
+// palette, rounded shapes, cards, inset fields, knob scales and text.
+#pragma once
+
+#include <cairo.h>
+
+#include <cstdint>
+#include <string>
+
+#include "resources/art/ArtLayout.h"
+
+namespace varitap::art {
+
+struct Color {
+    double r, g, b, a;
+};
+
+// 0xRRGGBB with an alpha of 0..1.
+constexpr Color rgb(uint32_t hex, double alpha = 1.0) {
+    return {((hex >> 16) & 0xff) / 255.0, ((hex >> 8) & 0xff) / 255.0, (hex & 0xff) / 255.0, alpha};
+}
+
+// One palette for everything: graphite cards, amber for "on" and for the
+// product's accent, cyan for the modulators' small screens.
+namespace palette {
+inline constexpr Color kInk = rgb(0x0b0d10);           // deepest shade, shadows
+inline constexpr Color kCardTop = rgb(0x2c323b, 0.82);  // card gradient
+inline constexpr Color kCardBottom = rgb(0x1c2027, 0.86);
+inline constexpr Color kPanelTop = rgb(0x262b33, 0.86);  // modulator cards, a shade darker
+inline constexpr Color kPanelBottom = rgb(0x181b21, 0.90);
+inline constexpr Color kCardEdge = rgb(0x07080a, 0.85);
+inline constexpr Color kHighlight = rgb(0xffffff, 0.08);
+inline constexpr Color kHeader = rgb(0x3a414c, 0.95);
+inline constexpr Color kField = rgb(0x0a0c0f, 0.92);
+inline constexpr Color kFieldEdge = rgb(0xffffff, 0.10);
+inline constexpr Color kLabel = rgb(0xb4bdc8);
+inline constexpr Color kLabelDim = rgb(0x7c8692);
+inline constexpr Color kRule = rgb(0xffffff, 0.07);
+inline constexpr Color kAmber = rgb(0xf5a524);
+inline constexpr Color kAmberDeep = rgb(0xc76d10);
+inline constexpr Color kAmberDim = rgb(0x5a3f1c);
+inline constexpr Color kCyan = rgb(0x5fd3e8);
+inline constexpr Color kCyanDim = rgb(0x1f4a55);
+inline constexpr Color kKnobBody = rgb(0x3a414b);
+inline constexpr Color kKnobBodyDark = rgb(0x16191e);
+inline constexpr Color kTick = rgb(0x8d97a3);
+inline constexpr Color kButton = rgb(0x353b45);
+inline constexpr Color kButtonDark = rgb(0x1d2127);
+inline constexpr Color kScreen = rgb(0x081418);
+}  // namespace palette
+
+enum class Align { kLeft, kCenter, kRight };
+
+void setColor(cairo_t* cr, const Color& c);
+void roundedRect(cairo_t* cr, double x, double y, double w, double h, double radius);
+// Fills the current path with a vertical gradient from top to bottom colour.
+void fillVertical(cairo_t* cr, double y0, double y1, const Color& top, const Color& bottom);
+
+// A translucent card with a dark edge and a faint top highlight.
+void drawCard(cairo_t* cr, double x, double y, double w, double h, const Color& top,
+              const Color& bottom);
+// A recessed dark field behind text the toolkit draws (menus, displays).
+void drawField(cairo_t* cr, const Rect& r, int grow = 1);
+// A thin engraved horizontal rule.
+void drawRule(cairo_t* cr, double x0, double x1, double y);
+// The dial under a toolkit knob: tick scale and a dark body. The toolkit
+// draws its white pointer line over it.
+void drawKnobDial(cairo_t* cr, const Rect& knob);
+// The groove a slider handle runs in, covering the handle's whole travel,
+// with scale marks under it when there is room.
+void drawSliderGroove(cairo_t* cr, const Rect& slider, bool marks);
+
+// Text in Helvetica at size pixels. The baseline is at y; x is the left,
+// centre or right end according to align. With shadow, a black copy is drawn
+// one pixel down first, as the toolkit does for its own text.
+void drawText(cairo_t* cr, const std::string& text, double x, double y, double size, bool bold,
+              Align align, const Color& color, bool shadow = true);
+// Width of a text in Helvetica at size pixels.
+double textWidth(cairo_t* cr, const std::string& text, double size, bool bold);
+// Text with extra spacing between letters (small capitals labels).
+void drawSpacedText(cairo_t* cr, const std::string& text, double x, double y, double size,
+                    bool bold, double spacing, Align align, const Color& color, bool shadow = true);
+
+// Deterministic pseudo-random numbers for textures (same art on every build).
+class Noise {
+public:
+    explicit Noise(uint32_t seed) : state_(seed ? seed : 1) {}
+    // Uniform in [0, 1).
+    double next();
+
+private:
+    uint32_t state_;
+};
+
+// Adds fine grain to the whole surface: every pixel's brightness moves by up
+// to amount (0..1), the same way in every colour channel.
+void addGrain(cairo_surface_t* surface, double amount, uint32_t seed);
+
+}  // namespace varitap::art

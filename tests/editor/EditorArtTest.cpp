@@ -1,0 +1,390 @@
+// The editor art in the built bundle: every bitmap the editor loads is there
+// with sizes under which the whole layout fits the 865 x 400 editor, stacked
+// states are whole, the states of a button are told apart at a glance, and
+// the places where the toolkit draws white text or white knob pointers stay
+// dark on every background.
+#include <cairo.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <filesystem>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr int kEditorWidth = 865;
+constexpr int kEditorHeight = 400;
+
+struct Rect {
+    int left, top, right, bottom;
+    int width() const { return right - left; }
+    int height() const { return bottom - top; }
+    bool inside(const Rect& outer) const {
+        return left >= outer.left && top >= outer.top && right <= outer.right &&
+               bottom <= outer.bottom;
+    }
+    bool overlaps(const Rect& o) const {
+        return left < o.right && o.left < right && top < o.bottom && o.top < bottom;
+    }
+    Rect moved(int dx, int dy) const { return {left + dx, top + dy, right + dx, bottom + dy}; }
+};
+
+std::string resources() { return std::string(VARITAP_BUNDLE_DIR) + "/Contents/Resources"; }
+
+// A decoded PNG, or a null surface when it cannot be read.
+class Picture {
+public:
+    explicit Picture(const std::string& path)
+        : surface_(cairo_image_surface_create_from_png(path.c_str())) {}
+    ~Picture() { cairo_surface_destroy(surface_); }
+    Picture(const Picture&) = delete;
+    Picture& operator=(const Picture&) = delete;
+
+    bool ok() const { return cairo_surface_status(surface_) == CAIRO_STATUS_SUCCESS; }
+    int width() const { return cairo_image_surface_get_width(surface_); }
+    int height() const { return cairo_image_surface_get_height(surface_); }
+    cairo_surface_t* surface() const { return surface_; }
+
+private:
+    cairo_surface_t* surface_;
+};
+
+struct Pixel {
+    double r, g, b, a;  // straight (not premultiplied), 0..1
+};
+
+Pixel pixelAt(cairo_surface_t* s, int x, int y) {
+    cairo_surface_flush(s);
+    const unsigned char* row =
+        cairo_image_surface_get_data(s) + y * cairo_image_surface_get_stride(s);
+    const uint32_t px = reinterpret_cast<const uint32_t*>(row)[x];
+    const bool hasAlpha = cairo_image_surface_get_format(s) == CAIRO_FORMAT_ARGB32;
+    const double a = hasAlpha ? (px >> 24) / 255.0 : 1.0;
+    if (a == 0) return {0, 0, 0, 0};
+    return {((px >> 16) & 0xff) / 255.0 / a, ((px >> 8) & 0xff) / 255.0 / a,
+            (px & 0xff) / 255.0 / a, a};
+}
+
+double linear(double c) { return c <= 0.04045 ? c / 12.92 : std::pow((c + 0.055) / 1.055, 2.4); }
+
+// Relative luminance of an opaque pixel, 0 (black) to 1 (white).
+double luminance(const Pixel& p) {
+    return 0.2126 * linear(p.r) + 0.7152 * linear(p.g) + 0.0722 * linear(p.b);
+}
+
+// Contrast of white text over a backdrop of that luminance (1 to 21).
+double whiteContrast(double l) { return 1.05 / (l + 0.05); }
+
+struct AreaStats {
+    double meanLuminance = 0, maxLuminance = 0;
+};
+
+AreaStats areaStats(cairo_surface_t* s, const Rect& r) {
+    AreaStats stats;
+    int n = 0;
+    for (int y = r.top; y < r.bottom; ++y) {
+        for (int x = r.left; x < r.right; ++x) {
+            const double l = luminance(pixelAt(s, x, y));
+            stats.meanLuminance += l;
+            stats.maxLuminance = std::max(stats.maxLuminance, l);
+            ++n;
+        }
+    }
+    if (n) stats.meanLuminance /= n;
+    return stats;
+}
+
+// Mean absolute difference per channel (premultiplied) between two areas of
+// a picture, 0 (same) to 1.
+double difference(cairo_surface_t* s, const Rect& a, const Rect& b) {
+    double sum = 0;
+    int n = 0;
+    for (int y = 0; y < a.height(); ++y) {
+        for (int x = 0; x < a.width(); ++x) {
+            const Pixel p = pixelAt(s, a.left + x, a.top + y);
+            const Pixel q = pixelAt(s, b.left + x, b.top + y);
+            sum += std::fabs(p.r * p.a - q.r * q.a) + std::fabs(p.g * p.a - q.g * q.a) +
+                   std::fabs(p.b * p.a - q.b * q.a);
+            n += 3;
+        }
+    }
+    return n ? sum / n : 0;
+}
+
+// Mean luminance and mean chroma (max - min channel, 0 for greys) of the
+// mostly opaque pixels of an area.
+struct Look {
+    double luminance = 0, chroma = 0;
+};
+
+Look look(cairo_surface_t* s, const Rect& r) {
+    Look result;
+    int n = 0;
+    for (int y = r.top; y < r.bottom; ++y) {
+        for (int x = r.left; x < r.right; ++x) {
+            const Pixel p = pixelAt(s, x, y);
+            if (p.a < 0.5) continue;
+            result.luminance += luminance(p);
+            result.chroma += std::max({p.r, p.g, p.b}) - std::min({p.r, p.g, p.b});
+            ++n;
+        }
+    }
+    if (n) {
+        result.luminance /= n;
+        result.chroma /= n;
+    }
+    return result;
+}
+
+class EditorArtTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        for (int number : {2, 3, 100, 101, 102, 200, 201, 202, 300, 301}) {
+            char name[32];
+            std::snprintf(name, sizeof name, "/bmp%05d.png", number);
+            bitmaps_[number] = std::make_unique<Picture>(resources() + name);
+            ASSERT_TRUE(bitmaps_[number]->ok()) << "bitmap " << number << " missing or unreadable";
+        }
+        w_ = bitmap(100).width();
+        h_ = bitmap(100).height();
+        p_ = bitmap(200).height();
+    }
+
+    const Picture& bitmap(int number) { return *bitmaps_.at(number); }
+
+    // Tap strip widgets, relative to the strip; the bitmap-sized ones follow
+    // the art's sizes as the editor places them.
+    std::map<std::string, Rect> stripWidgets() {
+        const Picture& sync = bitmap(101);
+        return {
+            {"title", {4, 2, w_ - 12, 14}},
+            {"input menu", {45, 22, 75, 33}},
+            {"output menu", {45, 260, 75, 271}},
+            {"delay knob", {13, 62, 38, 87}},
+            {"feedback knob", {49, 98, 74, 123}},
+            {"volume knob", {13, 134, 38, 159}},
+            {"sync", {43, 43, 43 + sync.width(), 43 + sync.height() / 2}},
+            {"delay display", {48, 74, 72, 86}},
+            {"feedback display", {12, 110, 36, 122}},
+            {"volume display", {48, 146, 72, 158}},
+            {"filter menu", {13, 182, 68, 193}},
+            {"cutoff slider", {11, 211, 74, 221}},
+            {"resonance slider", {11, 235, 74, 245}},
+        };
+    }
+
+    // Modulator panel widgets, relative to the panel.
+    std::map<std::string, Rect> panelWidgets() {
+        const Picture& power = bitmap(201);
+        const Picture& type = bitmap(202);
+        const Picture& toggle = bitmap(301);
+        const Picture& sync = bitmap(101);
+        return {
+            {"power", {13, 13, 13 + power.width(), 13 + power.height() / 2}},
+            {"type", {11, 29, 11 + type.width(), 29 + type.height() / 4}},
+            {"table toggle", {33, 32, 33 + toggle.width(), 32 + toggle.height() / 2}},
+            {"index menu", {28, 12, 70, 23}},
+            {"speed knob", {13, 46, 38, 71}},
+            {"speed display", {48, 58, 72, 70}},
+            {"sync", {41, 29, 41 + sync.width(), 29 + sync.height() / 2}},
+            {"min slider", {11, 84, 74, 94}},
+            {"max slider", {11, 104, 74, 114}},
+        };
+    }
+
+    Rect tableView() { return {8, 44, 8 + bitmap(300).width(), 44 + bitmap(300).height()}; }
+    int stripLeft(int i) const { return 32 + i * (w_ - 10); }
+    int panelTop() const { return 1 + h_ - 4; }
+
+    // The editor as the frame draws it: background, menu handle, then each
+    // strip and its panel.
+    cairo_surface_t* compose(const std::string& backgroundPath) {
+        Picture background(backgroundPath);
+        EXPECT_TRUE(background.ok()) << backgroundPath;
+        cairo_surface_t* s =
+            cairo_image_surface_create(CAIRO_FORMAT_ARGB32, kEditorWidth, kEditorHeight);
+        cairo_t* cr = cairo_create(s);
+        cairo_set_source_rgb(cr, 0, 0, 0);
+        cairo_paint(cr);
+        auto place = [&](cairo_surface_t* image, int x, int y) {
+            cairo_set_source_surface(cr, image, x, y);
+            cairo_paint(cr);
+        };
+        place(background.surface(), 0, 0);
+        place(bitmap(3).surface(), 0, 5);
+        for (int i = 0; i < 10; ++i) {
+            place(bitmap(100).surface(), stripLeft(i), 1);
+            place(bitmap(200).surface(), stripLeft(i), panelTop());
+        }
+        cairo_destroy(cr);
+        return s;
+    }
+
+    std::map<int, std::unique_ptr<Picture>> bitmaps_;
+    int w_ = 0, h_ = 0, p_ = 0;
+};
+
+TEST_F(EditorArtTest, StripsAndPanelsFitTheEditor) {
+    // Ten strips overlapping by 10 pixels, after the 32-pixel menu strip.
+    ASSERT_GT(w_, 10);
+    EXPECT_LE(stripLeft(9) + w_, kEditorWidth);
+    // Panels under the strips, overlapping their last 4 rows.
+    EXPECT_EQ(bitmap(200).width(), w_);
+    EXPECT_LE(panelTop() + p_, kEditorHeight);
+
+    // Every strip widget lies on the strip and above the panel that covers
+    // its bottom rows.
+    const Rect visibleStrip{0, 0, w_, h_ - 4};
+    for (const auto& [name, r] : stripWidgets()) {
+        EXPECT_TRUE(r.inside(visibleStrip)) << name;
+    }
+    const Rect panel{0, 0, w_, p_};
+    for (const auto& [name, r] : panelWidgets()) {
+        EXPECT_TRUE(r.inside(panel)) << name;
+    }
+    EXPECT_TRUE(tableView().inside(panel));
+
+    // The menu handle stays in the menu strip's width and in the editor; the
+    // wet/dry knob and the strips keep clear of the menu strip.
+    EXPECT_LE(bitmap(3).width(), 32);
+    EXPECT_LE(5 + bitmap(3).height(), kEditorHeight);
+    EXPECT_GE(stripLeft(0), 32);
+
+    // The about picture covers the whole editor.
+    EXPECT_EQ(bitmap(2).width(), kEditorWidth);
+    EXPECT_EQ(bitmap(2).height(), kEditorHeight);
+}
+
+TEST_F(EditorArtTest, WidgetsPlacedByTheArtsSizesDoNotCollide) {
+    // Only the tempo note menu lies over the delay display, and the table
+    // view over the speed knob and sliders, on purpose; they are not listed.
+    auto checkPairs = [](const std::map<std::string, Rect>& widgets) {
+        for (auto a = widgets.begin(); a != widgets.end(); ++a) {
+            for (auto b = std::next(a); b != widgets.end(); ++b) {
+                EXPECT_FALSE(a->second.overlaps(b->second)) << a->first << " / " << b->first;
+            }
+        }
+    };
+    checkPairs(stripWidgets());
+    checkPairs(panelWidgets());
+
+    // Stacked states divide evenly.
+    EXPECT_EQ(bitmap(101).height() % 2, 0);
+    EXPECT_EQ(bitmap(201).height() % 2, 0);
+    EXPECT_EQ(bitmap(301).height() % 2, 0);
+    EXPECT_EQ(bitmap(202).height() % 4, 0);
+
+    // The slider handle fits the sliders' height and leaves them room to move.
+    const Picture& handle = bitmap(102);
+    EXPECT_LE(handle.height(), 10);
+    EXPECT_GT(handle.width(), 0);
+    EXPECT_LE(handle.width(), 63 / 4);
+    for (const Rect& r : {stripWidgets()["cutoff slider"], panelWidgets()["min slider"]}) {
+        EXPECT_GE(r.width() - handle.width(), 48) << "handle travel too short";
+    }
+}
+
+TEST_F(EditorArtTest, ButtonStatesReadAtAGlance) {
+    // On/off bitmaps: off on top, on below. "On" lights up in the accent
+    // colour: brighter than "off" and strongly coloured where "off" is grey.
+    for (int number : {101, 201, 301}) {
+        const Picture& b = bitmap(number);
+        const int half = b.height() / 2;
+        const Rect off{0, 0, b.width(), half}, on{0, half, b.width(), 2 * half};
+        EXPECT_GT(difference(b.surface(), off, on), 0.08) << "bitmap " << number;
+        const Look lookOff = look(b.surface(), off), lookOn = look(b.surface(), on);
+        EXPECT_GT(lookOn.luminance, 1.2 * lookOff.luminance) << "bitmap " << number;
+        EXPECT_GT(lookOn.chroma, lookOff.chroma + 0.25) << "bitmap " << number;
+    }
+    // The four Type positions each look different from the others.
+    const Picture& type = bitmap(202);
+    const int quarter = type.height() / 4;
+    for (int a = 0; a < 4; ++a) {
+        for (int b = a + 1; b < 4; ++b) {
+            const Rect ra{0, a * quarter, type.width(), (a + 1) * quarter};
+            const Rect rb{0, b * quarter, type.width(), (b + 1) * quarter};
+            EXPECT_GT(difference(type.surface(), ra, rb), 0.015) << a << " / " << b;
+        }
+    }
+}
+
+TEST_F(EditorArtTest, BackgroundsAreFullSizeWithADefault) {
+    const fs::path folder = resources() + "/Backgrounds";
+    std::vector<std::string> names;
+    for (const auto& entry : fs::directory_iterator(folder)) {
+        if (entry.path().extension() != ".png") continue;
+        names.push_back(entry.path().filename());
+        Picture picture(entry.path());
+        ASSERT_TRUE(picture.ok()) << entry.path();
+        EXPECT_EQ(picture.width(), kEditorWidth) << entry.path();
+        EXPECT_EQ(picture.height(), kEditorHeight) << entry.path();
+        // Opaque: the frame draws nothing under its background.
+        for (int y = 0; y < kEditorHeight; y += 7) {
+            for (int x = 0; x < kEditorWidth; x += 7) {
+                ASSERT_EQ(pixelAt(picture.surface(), x, y).a, 1.0) << entry.path();
+            }
+        }
+    }
+    EXPECT_GE(names.size(), 3u);
+    EXPECT_NE(std::find(names.begin(), names.end(), "default.png"), names.end());
+}
+
+TEST_F(EditorArtTest, WhiteTextAndPointersStayReadableOnEveryBackground) {
+    const auto strip = stripWidgets();
+    const auto panel = panelWidgets();
+    const std::vector<std::string> textInStrip = {"title",         "input menu",
+                                                  "output menu",   "delay display",
+                                                  "feedback display", "volume display",
+                                                  "filter menu"};
+    const std::vector<std::string> textInPanel = {"index menu", "speed display"};
+    const std::vector<std::string> knobsInStrip = {"delay knob", "feedback knob", "volume knob"};
+    int checked = 0;
+    for (const auto& entry : fs::directory_iterator(resources() + "/Backgrounds")) {
+        if (entry.path().extension() != ".png") continue;
+        cairo_surface_t* editor = compose(entry.path());
+        for (int i = 0; i < 10; ++i) {
+            const int x = stripLeft(i);
+            auto check = [&](const Rect& r, const std::string& what) {
+                const AreaStats stats = areaStats(editor, r);
+                // Contrast of at least 7:1 on average and 3:1 at the brightest
+                // pixel for the toolkit's white text and knob pointers.
+                EXPECT_GE(whiteContrast(stats.meanLuminance), 7.0)
+                    << entry.path().filename() << " tap " << i << " " << what;
+                EXPECT_GE(whiteContrast(stats.maxLuminance), 3.0)
+                    << entry.path().filename() << " tap " << i << " " << what;
+                ++checked;
+            };
+            for (const auto& name : textInStrip) check(strip.at(name).moved(x, 1), name);
+            for (const auto& name : textInPanel) check(panel.at(name).moved(x, panelTop()), name);
+            // The pointer runs from the knob's centre to 3 pixels short of
+            // its edge: check the square inside that circle.
+            auto knobCore = [](const Rect& k) {
+                return Rect{k.left + 6, k.top + 6, k.right - 6, k.bottom - 6};
+            };
+            for (const auto& name : knobsInStrip) check(knobCore(strip.at(name)).moved(x, 1), name);
+            check(knobCore(panel.at("speed knob")).moved(x, panelTop()), "speed knob");
+        }
+        // The wet/dry knob sits on the menu handle's art.
+        const AreaStats wetDry = areaStats(editor, {10, 363, 23, 376});
+        EXPECT_GE(whiteContrast(wetDry.meanLuminance), 7.0) << entry.path().filename();
+        cairo_surface_destroy(editor);
+    }
+    EXPECT_GT(checked, 0);
+
+    // The about box: the version and date in white, the link in yellow
+    // (luminance 0.93), all with black shadows.
+    for (const Rect& r : {Rect{540, 110, 660, 130}, Rect{540, 130, 660, 150},
+                          Rect{337, 155, 528, 170}}) {
+        const AreaStats stats = areaStats(bitmap(2).surface(), r);
+        EXPECT_GE(whiteContrast(stats.meanLuminance), 7.0);
+        EXPECT_GE(whiteContrast(stats.maxLuminance), 3.0);
+    }
+}
+
+}  // namespace
