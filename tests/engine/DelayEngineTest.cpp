@@ -1,0 +1,352 @@
+#include "engine/DelayEngine.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <vector>
+
+#include "EngineFixture.h"
+#include "FakeEngineHost.h"
+
+namespace varitap {
+namespace {
+
+using test::busyPatch;
+using test::Channels;
+using test::FakeEngineHost;
+using test::inputValue;
+using test::noise;
+using test::outputValue;
+using test::plainTap;
+using test::ScalarScope;
+
+class DelayEngineTest : public testing::TestWithParam<bool> {
+protected:
+    void SetUp() override { host.engine = &engine; }
+
+    FakeEngineHost host;
+    DelayEngine engine{host};
+    ScalarScope scalar{GetParam()};
+};
+
+TEST_P(DelayEngineTest, EchoAndWetDryMix) {
+    plainTap(engine, 0, 100, 1, 1);  // In 1 -> Out 1
+    Channels in(2, 512), out(2, 512, 9.0f);
+    in[0][5] = 1.0f;
+    in[1][7] = -1.0f;
+    engine.setWetDry(0.0f);  // all wet
+    engine.processReplacing(in.get(), out.get(), 512);
+    for (uint32_t i = 0; i < 512; ++i) {
+        ASSERT_EQ(out[0][i], i == 105 ? 0.5f : 0.0f) << i;
+        ASSERT_EQ(out[1][i], 0.0f) << i;
+    }
+    engine.setWetDry(1.0f);  // all dry
+    engine.processReplacing(in.get(), out.get(), 512);
+    EXPECT_EQ(out[0], in[0]);
+    EXPECT_EQ(out[1], in[1]);
+
+    // Half way: both shares; the accumulating form adds only the wet one.
+    engine.setWetDry(0.25f);
+    engine.tap(0).setDelaySamples(2);
+    // Fresh inputs for every block: the vector form of the replacing mix
+    // scales the host's input array in place.
+    Channels mixed(2, 16, 0.0f), added(2, 16, 2.0f);
+    Channels ones1(2, 16, 1.0f), ones2 = ones1, ones3 = ones1;
+    engine.processReplacing(ones1.get(), mixed.get(), 16);
+    engine.tap(0).resetPosition();
+    engine.tap(0).clearBuffer();
+    engine.processReplacing(ones2.get(), mixed.get(), 16);
+    engine.tap(0).resetPosition();
+    engine.tap(0).clearBuffer();
+    engine.process(ones3.get(), added.get(), 16);
+    EXPECT_EQ(mixed[0][0], 0.25f);            // dry only before the echo
+    EXPECT_EQ(mixed[0][2], 0.5f * 0.75f + 0.25f);
+    EXPECT_EQ(added[0][0], 2.0f);
+    EXPECT_EQ(added[0][2], 2.0f + 0.5f * 0.75f);
+    EXPECT_EQ(mixed[1][3], 0.25f);
+}
+
+TEST_P(DelayEngineTest, BlockLengthLimits) {
+    plainTap(engine, 0, 10, 1, 1);
+    engine.setWetDry(1.0f);
+    Channels in(2, 44101, 0.5f), out(2, 44101, 3.0f);
+    engine.processReplacing(in.get(), out.get(), 44101);
+    for (float x : out[0]) ASSERT_EQ(x, 3.0f);
+    engine.process(in.get(), out.get(), 44101);
+    for (float x : out[0]) ASSERT_EQ(x, 3.0f);
+    engine.processReplacing(in.get(), out.get(), -1);
+    engine.processReplacing(in.get(), out.get(), 0);
+    for (float x : out[0]) ASSERT_EQ(x, 3.0f);
+    engine.processReplacing(in.get(), out.get(), 44100);
+    for (uint32_t i = 0; i < 44100; ++i) ASSERT_EQ(out[0][i], 0.5f) << i;
+    EXPECT_EQ(out[0][44100], 3.0f);
+}
+
+TEST_P(DelayEngineTest, ChainingThroughAnInternalBusInOneBlock) {
+    engine.setWetDry(0.0f);
+    Channels in(2, 512), out(2, 512);
+    in[0][0] = 1.0f;
+    // Tap 0 writes Intern 1, tap 1 reads it: 100 + 50 samples, 0.5 * 0.5.
+    plainTap(engine, 0, 100, 1, 21);
+    plainTap(engine, 1, 50, 41, 1);
+    engine.processReplacing(in.get(), out.get(), 512);
+    for (uint32_t i = 0; i < 512; ++i) ASSERT_EQ(out[0][i], i == 150 ? 0.25f : 0.0f) << i;
+
+    // The reverse order carries nothing: tap 0 reads the bus before tap 1
+    // writes it, and the bus is cleared at each block's start.
+    DelayEngine reverse(host);
+    plainTap(reverse, 1, 100, 1, 21);
+    plainTap(reverse, 0, 50, 41, 1);
+    reverse.setWetDry(0.0f);
+    for (int b = 0; b < 4; ++b) {
+        reverse.processReplacing(in.get(), out.get(), 512);
+        for (float x : out[0]) ASSERT_EQ(x, 0.0f);
+        in[0][0] = b == 0 ? 0.0f : 1.0f;
+    }
+
+    // An output's wet bus as a source: what lower taps added this block.
+    DelayEngine wet(host);
+    wet.setWetDry(0.0f);
+    plainTap(wet, 0, 10, 1, 2);   // In 1 -> Out 2
+    plainTap(wet, 1, 20, 22, 1);  // reads Out 2's bus -> Out 1
+    in[0][0] = 1.0f;
+    wet.processReplacing(in.get(), out.get(), 512);
+    EXPECT_EQ(out[1][10], 0.5f);
+    EXPECT_EQ(out[0][30], 0.25f);
+}
+
+TEST_P(DelayEngineTest, UnconnectedPinsUseTheScratchBus) {
+    engine.setWetDry(1.0f);
+    host.outputConnected[0] = false;
+    host.inputConnected[1] = false;
+    Channels in(2, 256), out(2, 256, 4.0f);
+    in.set(0, noise(256, 3));
+    in.set(1, noise(256, 4));
+    engine.processReplacing(in.get(), out.get(), 256);
+    // Output 1's signal went into the scratch bus, which output 2 then reads
+    // as its dry part.
+    for (float x : out[0]) ASSERT_EQ(x, 4.0f);
+    EXPECT_EQ(out[1], in[0]);
+
+    // A tap reading an unconnected input hears silence; one writing to an
+    // unconnected output is not heard.
+    host.outputConnected[0] = true;
+    engine.setWetDry(0.0f);
+    plainTap(engine, 0, 1, 2, 1);  // In 2 (unconnected) -> Out 1
+    plainTap(engine, 1, 1, 1, 3);  // In 1 -> Out 3 (no such output)
+    host.outputConnected[1] = false;
+    plainTap(engine, 2, 1, 1, 2);  // In 1 -> Out 2 (unconnected)
+    for (int b = 0; b < 3; ++b) engine.processReplacing(in.get(), out.get(), 256);
+    for (float x : out[0]) ASSERT_EQ(x, 0.0f);
+    // Pins beyond the channel counts are never touched.
+    host.outputConnected[1] = true;
+    Channels one(1, 256, 6.0f), oneOut(1, 256, 6.0f);
+    ASSERT_TRUE(engine.setInputChannelCount(1));
+    ASSERT_TRUE(engine.setHostOutputCount(1));
+    engine.processReplacing(one.get(), oneOut.get(), 256);
+    EXPECT_FALSE(engine.setInputChannelCount(21));
+    EXPECT_FALSE(engine.setOutputChannelCount(21));
+    EXPECT_EQ(engine.outputChannelCount(), 2);
+    ASSERT_TRUE(engine.setOutputChannelCount(4));
+    EXPECT_NE(engine.wetBus(3), nullptr);
+    EXPECT_EQ(engine.wetBus(4), nullptr);
+}
+
+TEST_P(DelayEngineTest, SelectorsFromChannelValues) {
+    engine.setParameter(0, 1.0f);
+    EXPECT_EQ(engine.inputSelector(0), 44);
+    engine.setParameter(2, 0.99f);
+    EXPECT_EQ(engine.inputSelector(2), 43);
+    EXPECT_EQ(engine.getParameter(2), 0.99f);
+    engine.setParameter(19, 1.0f);
+    EXPECT_EQ(engine.outputSelector(9), 24);
+    engine.setParameter(kWetDryParameter, 0.25f);
+    EXPECT_EQ(engine.wetDry(), 0.25f);
+    engine.setParameter(tapParameterIndex(9, kTapResonance), 0.5f);
+    EXPECT_EQ(engine.tap(9).filter().getParameter(TapFilter::kResonance), 0.5f);
+    engine.setParameter(modulatorParameterIndex(9, 14), 0.5f);
+    EXPECT_EQ(engine.modulator(9).getTableValue(7), 0.5f);
+    EXPECT_EQ(engine.getParameter(modulatorParameterIndex(9, 14)), 0.5f);
+    engine.setParameter(241, 1.0f);
+    engine.setParameter(-1, 1.0f);
+    EXPECT_EQ(engine.getParameter(241), 0.0f);
+    engine.setParameter(5, std::nanf(""));
+    EXPECT_EQ(engine.inputSelector(5), 0);
+}
+
+TEST_P(DelayEngineTest, TimeInformationSetsSynchronisedLengths) {
+    engine.setWetDry(0.0f);
+    plainTap(engine, 0, 0, 1, 1);
+    engine.tap(0).setSync(true);
+    engine.tap(0).setDelaySamples(uint32_t(0.55f * 56000.0f));  // "1/4"
+    Channels in(2, 4410), out(2, 4410);
+    in[0][0] = 1.0f;
+    host.setTime(120.0, 0.0, 0);
+    std::vector<float> heard;
+    for (int b = 0; b < 6; ++b) {
+        engine.processReplacing(in.get(), out.get(), 4410);
+        heard.insert(heard.end(), out[0].begin(), out[0].end());
+        in[0][0] = 0.0f;
+    }
+    EXPECT_EQ(host.lastRequestFlags, 0x440);
+    EXPECT_EQ(engine.lastSamplesPerBeat(), 22050.0f);
+    for (size_t i = 0; i < heard.size(); ++i) ASSERT_EQ(heard[i], i == 22050 ? 0.5f : 0.0f) << i;
+
+    // No time information, or no tempo: one sample per beat, nothing
+    // infinite.
+    host.hasTimeInfo = false;
+    engine.processReplacing(in.get(), out.get(), 64);
+    EXPECT_EQ(engine.lastSamplesPerBeat(), 1.0f);
+    EXPECT_EQ(engine.lastTempo(), 0.0);
+    for (double tempo : {0.0, -1.0, std::nan(""), HUGE_VAL, 1e-300}) {
+        host.setTime(tempo, 0.0, HostTimeInfo::kTransportPlaying);
+        engine.processReplacing(in.get(), out.get(), 64);
+        EXPECT_TRUE(std::isfinite(engine.lastSamplesPerBeat())) << tempo;
+        for (float x : out[0]) ASSERT_TRUE(std::isfinite(x));
+    }
+}
+
+TEST_P(DelayEngineTest, AutomationWritingAlignsHeadsAndRecordsModulators) {
+    engine.tap(3).setSync(true);
+    engine.tap(3).setDelaySamples(uint32_t(0.55f * 56000.0f));
+    TableModulator& modulator = engine.modulator(0);
+    modulator.setIndex(kWetDryParameter);
+    modulator.setSync(false);
+    modulator.setSpeed(0.1f);
+    modulator.setPower(true);
+    Channels in(2, 256), out(2, 256);
+    host.setTime(120.0, 3 * 22050.0 + 1000.0, HostTimeInfo::kTransportPlaying);
+    engine.processReplacing(in.get(), out.get(), 256);
+    EXPECT_EQ(host.plainWrites, 1);
+    EXPECT_EQ(host.automatedWrites, 0);
+    host.setTime(120.0, 3 * 22050.0 + 1000.0,
+                 HostTimeInfo::kTransportPlaying | HostTimeInfo::kAutomationWriting);
+    modulator.setSpeed(0.2f);
+    engine.processReplacing(in.get(), out.get(), 256);
+    EXPECT_EQ(host.automatedWrites, 1);
+    EXPECT_EQ(host.lastIndex, kWetDryParameter);
+    EXPECT_EQ(engine.wetDry(), host.lastValue);
+    EXPECT_EQ(engine.tap(3).position(), 1000u + 256u);
+}
+
+TEST_P(DelayEngineTest, AModulatorCanSwitchOffItsOwnPower) {
+    TableModulator& modulator = engine.modulator(2);
+    modulator.setIndex(modulatorParameterIndex(2, kModulatorPower));
+    modulator.setSync(false);
+    modulator.setSpeed(0.5f);
+    modulator.setMin(0.0f);
+    modulator.setMax(1.0f);
+    engine.setParameter(modulatorParameterIndex(2, kModulatorPower), 1.0f);
+    ASSERT_TRUE(modulator.isPowered());
+    Channels in(2, 512), out(2, 512);
+    engine.processReplacing(in.get(), out.get(), 512);
+    // The sine starts at its minimum: it writes 0 into its own "Power".
+    EXPECT_FALSE(modulator.isPowered());
+    EXPECT_EQ(modulator.phase(), 512.0f);
+    engine.processReplacing(in.get(), out.get(), 512);
+    EXPECT_EQ(modulator.phase(), 512.0f);
+}
+
+TEST_P(DelayEngineTest, SuspendClearsLinesResumeResetsHeadsAndModulators) {
+    engine.setWetDry(0.0f);
+    plainTap(engine, 0, 300, 1, 1);
+    Channels in(2, 256, 1.0f), out(2, 256);
+    engine.processReplacing(in.get(), out.get(), 256);
+    engine.modulator(0).setPower(true);
+    engine.modulator(0).setSync(false);
+    engine.processReplacing(in.get(), out.get(), 256);
+    EXPECT_GT(engine.modulator(0).phase(), 0.0f);
+    engine.suspend();
+    engine.resume();
+    EXPECT_EQ(engine.tap(0).position(), 0u);
+    EXPECT_EQ(engine.modulator(0).phase(), 0.0f);
+    Channels silence(2, 256);
+    for (int b = 0; b < 3; ++b) {
+        engine.processReplacing(silence.get(), out.get(), 256);
+        for (float x : out[0]) ASSERT_EQ(x, 0.0f);
+    }
+    host.sampleRate = 96000.0f;
+    engine.setSampleRate(96000.0f);
+    EXPECT_EQ(engine.tap(5).sampleRate(), 96000.0f);
+    EXPECT_EQ(engine.tap(5).filter().sampleRate(), 96000.0f);
+    EXPECT_EQ(engine.modulator(5).sampleRate(), 96000.0f);
+    engine.setResample(true);
+    EXPECT_TRUE(engine.tap(9).isResampling());
+}
+
+TEST_P(DelayEngineTest, InPlaceProcessingGivesTheSameOutput) {
+    FakeEngineHost otherHost;
+    DelayEngine other(otherHost);
+    otherHost.engine = &other;
+    busyPatch(engine);
+    busyPatch(other);
+    for (int b = 0; b < 20; ++b) {
+        Channels in(2, 512), out(2, 512);
+        in.set(0, noise(512, 100 + b));
+        in.set(1, noise(512, 200 + b));
+        Channels shared = in;
+        const uint32_t n = b % 3 == 0 ? 511 : 512;
+        engine.processReplacing(in.get(), out.get(), int32_t(n));
+        other.processReplacing(shared.get(), shared.get(), int32_t(n));
+        for (int c = 0; c < 2; ++c)
+            for (uint32_t i = 0; i < n; ++i) ASSERT_EQ(out[c][i], shared[c][i]) << b << " " << c << " " << i;
+    }
+}
+
+TEST_P(DelayEngineTest, BadValuesNeverCrashOrReachTheOutput) {
+    const float bad[] = {std::nanf(""), HUGE_VALF, -HUGE_VALF, 1e30f, -1.0f, 2.0f};
+    const double songs[] = {-1e9, 1e300, std::nan(""), 0.0, 4294967296.0 * 5};
+    Channels in(2, 300), out(2, 300);
+    in.set(0, noise(300, 1));
+    in.set(1, noise(300, 2));
+    int round = 0;
+    for (float value : bad) {
+        for (int32_t index = 0; index < kParameterCount; ++index) engine.setParameter(index, value);
+        for (double song : songs) {
+            host.setTime(round % 2 ? 140.0 : value, song,
+                         HostTimeInfo::kTransportPlaying | HostTimeInfo::kAutomationWriting);
+            const int32_t frames = (round++ % 4) == 0 ? 0 : 300;
+            engine.processReplacing(in.get(), out.get(), frames);
+            engine.process(in.get(), out.get(), frames);
+            for (int c = 0; c < 2; ++c)
+                for (float x : out[c]) ASSERT_TRUE(std::isfinite(x)) << value << " " << song;
+        }
+    }
+    for (int32_t index = 0; index < kParameterCount; ++index)
+        EXPECT_TRUE(std::isfinite(engine.getParameter(index))) << index;
+}
+
+INSTANTIATE_TEST_SUITE_P(ScalarAndVector, DelayEngineTest, testing::Values(true, false),
+                         [](const testing::TestParamInfo<bool>& info) {
+                             return info.param ? "Scalar" : "Vector";
+                         });
+
+// The vector and scalar forms give equal blocks, to the bit, for a busy patch
+// with every tap filtered and every modulator running.
+TEST(DelayEngineVectorTest, VectorAndScalarBlocksAreEqual) {
+    FakeEngineHost hostA, hostB;
+    DelayEngine scalarEngine(hostA), vectorEngine(hostB);
+    hostA.engine = &scalarEngine;
+    hostB.engine = &vectorEngine;
+    busyPatch(scalarEngine);
+    busyPatch(vectorEngine);
+    hostA.setTime(120.0, 0.0, 0);
+    hostB.setTime(120.0, 0.0, 0);
+    for (int b = 0; b < 40; ++b) {
+        Channels inA(2, 512), outA(2, 512);
+        inA.set(0, noise(512, 10 + b));
+        inA.set(1, noise(512, 50 + b));
+        Channels inB = inA, outB = outA;
+        forceScalarForTesting(true);
+        scalarEngine.processReplacing(inA.get(), outA.get(), 512);
+        forceScalarForTesting(false);
+        vectorEngine.processReplacing(inB.get(), outB.get(), 512);
+        ASSERT_EQ(outA[0], outB[0]) << b;
+        ASSERT_EQ(outA[1], outB[1]) << b;
+    }
+    for (int t = 0; t < kTapCount; ++t) EXPECT_EQ(scalarEngine.tap(t).position(), vectorEngine.tap(t).position());
+}
+
+}  // namespace
+}  // namespace varitap

@@ -1,0 +1,85 @@
+// A DelayEngine on a fake host with host-sized channel buffers.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <vector>
+
+#include "FakeEngineHost.h"
+#include "engine/DelayEngine.h"
+
+namespace varitap::test {
+
+// Host channel arrays. Copies get their own pointers; set() copies samples
+// in, so the pointers handed to the engine stay valid.
+struct Channels {
+    Channels(int count, uint32_t frames, float fill = 0.0f)
+        : data(count, std::vector<float>(frames, fill)) {
+        point();
+    }
+    Channels(const Channels& other) : data(other.data) { point(); }
+    Channels& operator=(const Channels&) = delete;
+    float** get() { return pointers.data(); }
+    std::vector<float>& operator[](int i) { return data[i]; }
+    void set(int i, const std::vector<float>& samples) {
+        std::copy(samples.begin(), samples.begin() + std::min(samples.size(), data[i].size()),
+                  data[i].begin());
+    }
+    void point() {
+        pointers.clear();
+        for (auto& channel : data) pointers.push_back(channel.data());
+    }
+    std::vector<std::vector<float>> data;
+    std::vector<float*> pointers;
+};
+
+inline float inputValue(int selector) { return (float(selector) + 0.5f) / 44.0f; }
+inline float outputValue(int selector) { return (float(selector) + 0.5f) / 24.0f; }
+
+// A tap with a plain delay: filter off, no feedback, volume 0.5 (no ramp).
+inline void plainTap(DelayEngine& engine, int t, uint32_t delay, int in, int out) {
+    FilteredDelayTap& tap = engine.tap(t);
+    tap.setDelaySamples(delay);
+    tap.setFeedback(0.0f);
+    tap.setParameter(kTapFilterType, 0.0f);
+    engine.setInputChannel(t, inputValue(in));
+    engine.setOutputChannel(t, outputValue(out));
+}
+
+// Every tap routed, filtered and fed back, every modulator running.
+inline void busyPatch(DelayEngine& engine) {
+    for (int t = 0; t < kTapCount; ++t) {
+        engine.setInputChannel(t, inputValue(1 + t % 2));
+        engine.setOutputChannel(t, outputValue(1 + (t + 1) % 2));
+        FilteredDelayTap& tap = engine.tap(t);
+        tap.setDelaySamples(1000 + 337 * uint32_t(t));
+        tap.setFeedback(0.5f);
+        tap.setParameter(kTapFilterType, float(1 + t % 4) / 4.0f);
+        tap.setParameter(kTapCutoff, 0.1f + 0.08f * float(t));
+        tap.setParameter(kTapResonance, 0.3f);
+    }
+    for (int m = 0; m < kModulatorCount; ++m) {
+        TableModulator& modulator = engine.modulator(m);
+        modulator.setIndex(tapParameterIndex(m, m % 2 ? kTapCutoff : kTapVolume));
+        modulator.setType(m % 5);
+        modulator.setSync(m % 2 == 0);
+        modulator.setSpeed(0.3f + 0.05f * float(m));
+        modulator.setMin(0.2f);
+        modulator.setMax(0.8f);
+        modulator.setPower(true);
+    }
+    engine.setWetDry(0.3f);
+}
+
+inline std::vector<float> noise(size_t n, unsigned seed) {
+    std::vector<float> x(n);
+    for (size_t i = 0; i < n; ++i) {
+        seed = seed * 1664525u + 1013904223u;
+        x[i] = float(int32_t(seed >> 8) % 20000) / 20000.0f;
+    }
+    return x;
+}
+
+}  // namespace varitap::test
