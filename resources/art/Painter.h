@@ -24,10 +24,10 @@ constexpr Color rgb(uint32_t hex, double alpha = 1.0) {
 // product's accent, cyan for the modulators' small screens.
 namespace palette {
 inline constexpr Color kInk = rgb(0x0b0d10);           // deepest shade, shadows
-inline constexpr Color kCardTop = rgb(0x2c323b, 0.82);  // card gradient
-inline constexpr Color kCardBottom = rgb(0x1c2027, 0.86);
-inline constexpr Color kPanelTop = rgb(0x262b33, 0.86);  // modulator cards, a shade darker
-inline constexpr Color kPanelBottom = rgb(0x181b21, 0.90);
+inline constexpr Color kCardTop = rgb(0x2c323b, 0.74);  // card gradient
+inline constexpr Color kCardBottom = rgb(0x1c2027, 0.80);
+inline constexpr Color kPanelTop = rgb(0x262b33, 0.80);  // modulator cards, a shade darker
+inline constexpr Color kPanelBottom = rgb(0x181b21, 0.85);
 inline constexpr Color kCardEdge = rgb(0x07080a, 0.85);
 inline constexpr Color kHighlight = rgb(0xffffff, 0.08);
 inline constexpr Color kHeader = rgb(0x3a414c, 0.95);
