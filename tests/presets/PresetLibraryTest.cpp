@@ -233,6 +233,9 @@ TEST(PresetLibraryTest, FailedSaveLeavesTheOldFileWhole) {
     EXPECT_FALSE(library->saveFile("/proc/varitap-no-such-folder/user.xml"));
 }
 
+// A child saves a large library over and over and is killed at moments
+// spread over the first save and over later saves. Every time, the file must
+// hold the old library or the new one, whole.
 TEST(PresetLibraryTest, SaveKilledAtAnyMomentLeavesOldOrNewWhole) {
     TempFolder folder;
     const std::string user = folder.file("user.xml");
@@ -241,31 +244,103 @@ TEST(PresetLibraryTest, SaveKilledAtAnyMomentLeavesOldOrNewWhole) {
         fillLibrary(*library, 2, 241, "Old");
         ASSERT_TRUE(library->saveFile(user));
     }
-    int sawOld = 0, sawNew = 0;
-    for (int round = 0; round < 12; ++round) {
+    auto microseconds = [] {
+        timespec t;
+        clock_gettime(CLOCK_MONOTONIC, &t);
+        return t.tv_sec * 1000000LL + t.tv_nsec / 1000;
+    };
+    long long saveTime = 0;  // measured in the first round
+    int killedMidSave = 0, sawOld = 0;
+    const int rounds = 12;
+    for (int round = 0; round < rounds; ++round) {
+        int done[2];
+        ASSERT_EQ(pipe(done), 0);
         const pid_t child = fork();
         ASSERT_GE(child, 0);
         if (child == 0) {
+            close(done[0]);
             auto library = makeRef<PresetLibrary>();
             fillLibrary(*library, 30, 241, "New");
-            for (;;) library->saveFile(user);
+            for (;;) {
+                library->saveFile(user);
+                if (write(done[1], "x", 1) != 1) _exit(0);
+            }
         }
-        usleep(2000 + round * 7000);
+        close(done[1]);
+        char byte;
+        if (round == 0) {
+            ASSERT_EQ(read(done[0], &byte, 1), 1);
+            const long long start = microseconds();
+            ASSERT_EQ(read(done[0], &byte, 1), 1);
+            saveTime = microseconds() - start;
+        } else if (round % 2 == 1) {
+            // Somewhere inside the first save: the old file must survive.
+            usleep(static_cast<useconds_t>(saveTime * round / rounds));
+        } else {
+            // Somewhere inside a later save, after a complete one.
+            ASSERT_EQ(read(done[0], &byte, 1), 1);
+            usleep(static_cast<useconds_t>(saveTime * round / (rounds + 2)));
+        }
         kill(child, SIGKILL);
         int status = 0;
         waitpid(child, &status, 0);
+        close(done[0]);
 
         auto back = makeRef<PresetLibrary>();
         back->loadFile(user, false);
         const uint32_t folders = back->folderCount();
         ASSERT_TRUE(folders == 2 || folders == 30) << "cut file with " << folders << " folders";
-        (folders == 2 ? sawOld : sawNew)++;
-        // Temporary files of killed saves are left behind; clear them.
-        for (const std::string& name : leftovers(folder, "user.xml")) {
-            std::filesystem::remove(folder.file(name));
+        if (round % 2 == 0) {
+            EXPECT_EQ(folders, 30u) << "a finished save was lost";
         }
+        if (folders == 2) ++sawOld;
+        // A killed save leaves its temporary file behind (never the real one).
+        const auto others = leftovers(folder, "user.xml");
+        if (!others.empty()) ++killedMidSave;
+        for (const std::string& name : others) std::filesystem::remove(folder.file(name));
+        // Back to the old library for the next round.
+        auto old = makeRef<PresetLibrary>();
+        fillLibrary(*old, 2, 241, "Old");
+        ASSERT_TRUE(old->saveFile(user));
     }
-    EXPECT_GT(sawNew, 0);  // the child did get to finish saves
+    EXPECT_GT(killedMidSave, rounds / 2);  // the kills did land inside saves
+    EXPECT_GT(sawOld, 0);
+}
+
+TEST(PresetLibraryTest, UserFileLivesInTheConfigFolder) {
+    TempFolder folder;
+    const char* oldConfig = std::getenv("XDG_CONFIG_HOME");
+    const std::string savedConfig = oldConfig ? oldConfig : "";
+    const std::string savedHome = std::getenv("HOME") ? std::getenv("HOME") : "";
+
+    unsetenv("XDG_CONFIG_HOME");
+    setenv("HOME", folder.path().c_str(), 1);
+    EXPECT_EQ(PresetLibrary::userPresetsPath(), folder.path() + "/.config/brelmo.varitap.presets.xml");
+
+    const std::string config = folder.file("config");
+    setenv("XDG_CONFIG_HOME", config.c_str(), 1);
+    const std::string user = config + "/brelmo.varitap.presets.xml";
+    EXPECT_EQ(PresetLibrary::userPresetsPath(), user);
+    {
+        auto seed = makeRef<PresetLibrary>();
+        seed->addFolder("From Config");
+        ASSERT_TRUE(seed->saveFile(user));
+    }
+    PresetLibrary* library = PresetLibrary::acquireForInstance();
+    PresetLibrary* shared = PresetLibrary::acquireForInstance();
+    EXPECT_EQ(library, shared);
+    ASSERT_GE(library->folderCount(), 1u);
+    EXPECT_EQ(library->folderAt(library->folderCount() - 1)->getName(), "From Config");
+    library->addFolder("Added");
+    PresetLibrary::saveAndRelease();
+    PresetLibrary::saveAndRelease();
+    EXPECT_EQ(PresetLibrary::current(), nullptr);
+    auto back = makeRef<PresetLibrary>();
+    back->loadFile(user, false);
+    EXPECT_EQ(folderNames(*back), (std::vector<std::string>{"From Config", "Added"}));
+
+    if (oldConfig) setenv("XDG_CONFIG_HOME", savedConfig.c_str(), 1); else unsetenv("XDG_CONFIG_HOME");
+    setenv("HOME", savedHome.c_str(), 1);
 }
 
 }  // namespace
