@@ -1,0 +1,80 @@
+#include "tools/render/AudioFiles.h"
+
+#include "RenderTestSupport.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+using namespace render;
+using namespace rendertest;
+
+TEST(AudioFilesTest, OutputFormatFollowsTheExtension) {
+    int format = 0;
+    std::string error;
+    ASSERT_TRUE(outputFormatFor("a/b.wav", 2, 44100, format, error));
+    EXPECT_EQ(format, SF_FORMAT_WAV | SF_FORMAT_FLOAT);
+    ASSERT_TRUE(outputFormatFor("b.AIF", 1, 48000, format, error));
+    EXPECT_EQ(format, SF_FORMAT_AIFF | SF_FORMAT_FLOAT);
+    ASSERT_TRUE(outputFormatFor("b.flac", 2, 44100, format, error));  // no float in FLAC
+    EXPECT_EQ(format, SF_FORMAT_FLAC | SF_FORMAT_PCM_24);
+    ASSERT_TRUE(outputFormatFor("b.ogg", 2, 44100, format, error));
+    EXPECT_EQ(format, SF_FORMAT_OGG | SF_FORMAT_VORBIS);
+
+    EXPECT_FALSE(outputFormatFor("b.xyz", 2, 44100, format, error));
+    EXPECT_NE(error.find(".xyz"), std::string::npos);
+    EXPECT_FALSE(outputFormatFor("folder.d/noextension", 2, 44100, format, error));
+    EXPECT_NE(error.find("extension"), std::string::npos);
+}
+
+TEST(AudioFilesTest, WriterLeavesNothingUntilCommitAndNothingWhenDiscarded) {
+    TempDir dir;
+    const std::string path = dir.file("out.wav");
+    std::vector<float> frames = {0.25f, -0.5f, 1.5f, 0.0f};  // 1.5 survives in float
+    {
+        AtomicAudioWriter writer;
+        std::string error;
+        ASSERT_TRUE(writer.open(path, 2, 22050, error)) << error;
+        ASSERT_TRUE(writer.write(frames.data(), 2));
+        EXPECT_FALSE(fileExists(path));
+        EXPECT_EQ(dir.entries().size(), 1u);  // the hidden temporary file
+        // Destroyed without commit: a failed render.
+    }
+    EXPECT_TRUE(dir.entries().empty());
+
+    std::string error;
+    ASSERT_TRUE(writeAudioFile(path, frames, 2, 22050, error)) << error;
+    Audio audio = readAudio(path);
+    EXPECT_EQ(audio.channels, 2);
+    EXPECT_EQ(audio.rate, 22050);
+    EXPECT_EQ(audio.samples, frames);
+    EXPECT_EQ(dir.entries(), std::vector<std::string>{"out.wav"});
+}
+
+TEST(AudioFilesTest, UnwritablePlacesAndUnreadableFilesAreNamedReasons) {
+    TempDir dir;
+    AtomicAudioWriter writer;
+    std::string error;
+    EXPECT_FALSE(writer.open(dir.file("missing/out.wav"), 2, 44100, error));
+    EXPECT_NE(error.find("cannot be written"), std::string::npos);
+    EXPECT_FALSE(writer.open(dir.path(), 2, 44100, error));  // a folder
+    EXPECT_NE(error.find("folder"), std::string::npos);
+
+    EXPECT_EQ(FileSource::open(dir.file("none.wav"), error), nullptr);
+    EXPECT_NE(error.find("No such file"), std::string::npos);
+    std::ofstream(dir.file("text.wav")) << "this is not audio";
+    EXPECT_EQ(FileSource::open(dir.file("text.wav"), error), nullptr);
+    EXPECT_NE(error.find("not an audio file"), std::string::npos);
+    EXPECT_EQ(FileSource::open(dir.path(), error), nullptr);
+
+    ASSERT_TRUE(writeAudioFile(dir.file("ok.wav"), {0.5f, 0.25f, 0.125f}, 1, 8000, error));
+    auto source = FileSource::open(dir.file("ok.wav"), error);
+    ASSERT_NE(source, nullptr);
+    EXPECT_EQ(source->frames(), 3);
+    auto memory = source->readAll();
+    EXPECT_EQ(memory->samples(), (std::vector<float>{0.5f, 0.25f, 0.125f}));
+    if (::geteuid() != 0) {  // root writes anywhere
+        ::chmod(dir.file("ok.wav").c_str(), 0);
+        EXPECT_EQ(FileSource::open(dir.file("ok.wav"), error), nullptr);
+        EXPECT_NE(error.find("Permission denied"), std::string::npos);
+    }
+}

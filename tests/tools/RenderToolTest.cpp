@@ -1,0 +1,193 @@
+// End-to-end runs of the varitap-render program against the TestDelay
+// plug-in: bad input, echo positions, presets, listings, plot and bench.
+#include "RenderTestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <regex>
+
+using namespace rendertest;
+
+namespace {
+
+class RenderToolTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        Audio input = impulses(2, 44100, 4410, {{1000, 0.5f}});
+        ASSERT_TRUE(writeAudio(dir.file("in.wav"), input));
+        std::ofstream(dir.file("text.wav")) << "RIFF but not really";
+    }
+    RunResult run(std::vector<std::string> args) {
+        args.insert(args.begin(), {"--plugin", TEST_DELAY_BUNDLE});
+        return runRender(args, dir.path());
+    }
+    // One error line that names the thing, non-zero status, and nothing left
+    // in the folder but the input.
+    void expectRefused(const std::vector<std::string>& args, const std::string& thing,
+                       const std::string& reason, int status = 1) {
+        RunResult result = run(args);
+        EXPECT_EQ(result.status, status) << result.err;
+        EXPECT_EQ(result.errorLines(), 1) << result.err;
+        EXPECT_EQ(result.err.rfind("varitap-render: ", 0), 0u) << result.err;
+        EXPECT_NE(result.err.find(thing), std::string::npos) << result.err;
+        EXPECT_NE(result.err.find(reason), std::string::npos) << result.err;
+        EXPECT_EQ(dir.entries(), inputs) << result.err;
+    }
+    const std::vector<std::string> inputs = {"in.wav", "text.wav"};
+    TempDir dir;
+};
+
+}  // namespace
+
+TEST_F(RenderToolTest, BadInputGetsOneLineAndLeavesNoOutput) {
+    const std::vector<std::string> out = {"-o", "out.wav", "--plot", "out.png"};
+    auto with = [&](std::vector<std::string> args) {
+        args.insert(args.end(), out.begin(), out.end());
+        return args;
+    };
+    expectRefused(with({"missing.wav"}), "missing.wav", "No such file");
+    expectRefused(with({"text.wav"}), "text.wav", "not an audio file");
+    expectRefused(with({"in.wav", "--preset", "Tests/Nope"}), "\"Tests/Nope\"", "not found");
+    expectRefused(with({"in.wav", "--set", "Volume=0.5"}), "\"Volume\"", "no parameter of that name");
+    expectRefused(with({"in.wav", "--set", "7=0.5"}), "parameter 7", "no such parameter");
+    expectRefused(with({"in.wav", "--set", "Gain=1.5"}), "\"Gain\"", "value 1.5 is outside 0..1");
+    expectRefused(with({"in.wav", "--set", "1=-0.1"}), "parameter 1", "outside 0..1");
+    // A bad setting after a good one changes nothing and writes nothing.
+    expectRefused(with({"in.wav", "--set", "Gain=0.5", "--set", "Gain=2"}), "\"Gain\"", "outside");
+    expectRefused({"in.wav", "-o", "nofolder/out.wav"}, "nofolder/out.wav", "cannot be written");
+    expectRefused({"in.wav", "-o", "out.xyz"}, "out.xyz", "not an audio format");
+    expectRefused({"in.wav", "-o", "out.wav", "--plot", "nofolder/p.png"}, "nofolder/p.png",
+                  "cannot be written");
+    expectRefused({"in.wav", "--tempo", "fast"}, "--tempo", "not a number", 2);
+
+    for (const std::string& plugin : {std::string(NOT_A_PLUGIN_SO), dir.path(), dir.file("in.wav"),
+                                      std::string("/nonexistent/X.vst")}) {
+        RunResult result = runRender({"in.wav", "-o", "out.wav", "--plugin", plugin}, dir.path());
+        EXPECT_EQ(result.status, 1);
+        EXPECT_EQ(result.errorLines(), 1) << result.err;
+        EXPECT_NE(result.err.find(plugin + ": "), std::string::npos) << result.err;
+        EXPECT_TRUE(result.err.find("not a VST2 plug-in") != std::string::npos ||
+                    result.err.find("no such file") != std::string::npos)
+            << result.err;
+        EXPECT_EQ(dir.entries(), inputs);
+    }
+}
+
+TEST_F(RenderToolTest, EchoesLandOnTheSampleAndTheTailIsKept) {
+    RunResult result = run({"in.wav", "-o", "out.wav", "--set", "Delay=0.25", "--set", "0=0.75",
+                            "--tail", "0.1", "--block", "100"});
+    ASSERT_EQ(result.status, 0) << result.err;
+    Audio out = readAudio(dir.file("out.wav"));
+    EXPECT_EQ(out.format, SF_FORMAT_WAV | SF_FORMAT_FLOAT);
+    EXPECT_EQ(out.rate, 44100);
+    ASSERT_EQ(out.channels, 2);
+    EXPECT_EQ(out.frames(), 4410 + 4410);
+    for (int c = 0; c < 2; ++c) {
+        EXPECT_EQ(peaks(out, c, 1e-6f), std::vector<long>{1250});
+        EXPECT_FLOAT_EQ(out.at(1250, c), 0.375f);
+    }
+    // An impulse 100 samples before the end echoes inside the tail.
+    ASSERT_TRUE(writeAudio(dir.file("late.wav"), impulses(1, 44100, 4410, {{4310, 1.0f}})));
+    result = run({"late.wav", "-o", "late.flac", "--set", "Delay=0.25"});
+    ASSERT_EQ(result.status, 0) << result.err;
+    out = readAudio(dir.file("late.flac"));
+    EXPECT_EQ(out.format, SF_FORMAT_FLAC | SF_FORMAT_PCM_24);
+    ASSERT_EQ(out.channels, 2);  // mono in, both outputs
+    EXPECT_EQ(out.frames(), 4410 + 2 * 44100);
+    for (int c = 0; c < 2; ++c) EXPECT_EQ(peaks(out, c, 0.5f), std::vector<long>{4560});
+}
+
+TEST_F(RenderToolTest, TempoAndTheFilesSampleRateReachThePlugIn) {
+    // One beat at 100 BPM and 22050 Hz is 13230 samples.
+    ASSERT_TRUE(writeAudio(dir.file("slow.wav"), impulses(2, 22050, 20000, {{100, 1.0f}})));
+    RunResult result = run({"slow.wav", "-o", "slow.out.wav", "--set", "Sync=1", "--tempo", "100",
+                            "--tail", "0"});
+    ASSERT_EQ(result.status, 0) << result.err;
+    Audio out = readAudio(dir.file("slow.out.wav"));
+    EXPECT_EQ(out.rate, 22050);
+    EXPECT_EQ(peaks(out, 0, 0.5f), std::vector<long>{13330});
+    EXPECT_EQ(peaks(out, 1, 0.5f), std::vector<long>{13330});
+}
+
+TEST_F(RenderToolTest, PresetsComeFromBothLibrariesAndSettingsFollowThem) {
+    RunResult result = run({"--list-presets"});
+    ASSERT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(result.out, "Tests/Half Gain\tfactory\nTests/Old Layout\tfactory\nEchoes/Long/Beat\tfactory\n");
+
+    std::ofstream(dir.file("brelmo.varitap.presets.xml"))
+        << "<Presets version=\"1\"><array name=\"folder\"><string name=\"name\" value=\"Mine\" />"
+           "<array name=\"preset\"><string name=\"name\" value=\"Quiet\" /><long name=\"Version\" value=\"1\" />"
+           "<float name=\"0\" value=\"0.125\" /><float name=\"1\" value=\"0.0\" /></array></array></Presets>\n";
+    result = run({"--list-presets"});
+    EXPECT_NE(result.out.find("Mine/Quiet\tuser\n"), std::string::npos) << result.out;
+    ::unlink(dir.file("brelmo.varitap.presets.xml").c_str());
+
+    struct Case {
+        std::vector<std::string> args;
+        long echo;
+        float height;
+    };
+    const Case cases[] = {
+        {{"--preset", "Tests/Half Gain"}, 1100, 0.25f},
+        {{"--preset", "Tests/Half Gain", "--set", "Gain=1"}, 1100, 0.5f},
+        {{"--set", "Gain=1", "--preset", "Tests/Half Gain"}, 1100, 0.5f},  // settings after the preset
+        // First layout: both values sit among the tap inputs and are converted
+        // (0.3 to 2/44 gain, 0.2 to 1/44 delay: 22 samples).
+        {{"--preset", "Tests/Old Layout"}, 1022, 0.5f * 2.0f / 44.0f},
+    };
+    for (const Case& c : cases) {
+        std::vector<std::string> args = {"in.wav", "-o", "p.wav", "--tail", "0"};
+        args.insert(args.end(), c.args.begin(), c.args.end());
+        result = run(args);
+        ASSERT_EQ(result.status, 0) << result.err;
+        Audio out = readAudio(dir.file("p.wav"));
+        EXPECT_EQ(peaks(out, 0, 1e-6f), std::vector<long>{c.echo}) << c.args[1];
+        EXPECT_FLOAT_EQ(out.at(c.echo, 0), c.height) << c.args[1];
+    }
+}
+
+TEST_F(RenderToolTest, ListsParametersWithTheirDisplays) {
+    RunResult result = run({"--list-params", "--set", "Delay=0.25", "--set", "Sync=1"});
+    ASSERT_EQ(result.status, 0) << result.err;
+    EXPECT_TRUE(std::regex_search(result.out, std::regex("\n +0 +Gain +1\\.000 *\n"))) << result.out;
+    EXPECT_TRUE(std::regex_search(result.out, std::regex("\n +1 +Delay +250 +smp\n"))) << result.out;
+    EXPECT_TRUE(std::regex_search(result.out, std::regex("\n +2 +Sync +On *\n"))) << result.out;
+    EXPECT_EQ(dir.entries(), inputs);  // lists write nothing
+}
+
+TEST_F(RenderToolTest, DemoRendersFastWithAPlot) {
+    RunResult result = run({"--plot", "demo.png", "--set", "Delay=0.5"});
+    ASSERT_EQ(result.status, 0) << result.err;
+    Audio out = readAudio(dir.file("varitap-demo.wav"));
+    ASSERT_EQ(out.channels, 2);
+    EXPECT_GT(out.frames(), 4 * 44100);  // two bars at 120 BPM and the tail
+    float peak = 0.0f;
+    for (float s : out.samples) peak = std::max(peak, std::fabs(s));
+    EXPECT_GT(peak, 0.3f);
+    EXPECT_LT(peak, 0.6f);
+    EXPECT_EQ(readText(dir.file("demo.png")).substr(1, 3), "PNG");
+    EXPECT_NE(result.out.find("plot:    demo.png"), std::string::npos) << result.out;
+    std::smatch speed;
+    ASSERT_TRUE(std::regex_search(result.out, speed, std::regex("speed: +([0-9]+)x real time"))) << result.out;
+    EXPECT_GT(std::stod(speed[1]), 100.0);
+    EXPECT_EQ(result.err, "");  // no progress bar when stderr is not a terminal
+}
+
+TEST_F(RenderToolTest, BenchPrintsEveryRunAndTheCostRatio) {
+    RunResult result = run({"in.wav", "--bench", TEST_DELAY_MAIN_SO, "--rounds", "3"});
+    ASSERT_EQ(result.status, 0) << result.err;
+    std::smatch match;
+    ASSERT_TRUE(std::regex_search(result.out, match, std::regex("cost ratio A/B: ([0-9.]+)\n"))) << result.out;
+    double ratio = std::stod(match[1]);
+    EXPECT_GT(ratio, 0.05);
+    EXPECT_LT(ratio, 20.0);
+    EXPECT_NE(result.out.find("run 3: A "), std::string::npos) << result.out;
+    EXPECT_EQ(result.out.find("run 4:"), std::string::npos);
+    EXPECT_NE(result.out.find("B: TestDelay (" TEST_DELAY_MAIN_SO ")"), std::string::npos) << result.out;
+    EXPECT_EQ(dir.entries(), inputs);  // a bench writes no audio
+
+    result = run({"in.wav", "--bench", NOT_A_PLUGIN_SO});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_NE(result.err.find(NOT_A_PLUGIN_SO ": not a VST2 plug-in"), std::string::npos) << result.err;
+}

@@ -1,0 +1,3 @@
+#include "tools/render/RenderTool.h"
+
+int main(int argc, char** argv) { return render::runRenderTool(argc, argv); }
