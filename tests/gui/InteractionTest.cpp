@@ -1,0 +1,219 @@
+#include "gui/Interaction.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+namespace varitap::gui {
+namespace {
+
+TEST(KnobDragHandlerTest, FollowsPointerClampsAndRefinesWithShift) {
+    KnobDragHandler h(100.0f);
+    h.begin(0.5f, Point{10, 50});
+    EXPECT_TRUE(h.isActive());
+    EXPECT_FLOAT_EQ(h.move(Point{10, 40}, 0), 0.6f);   // up raises
+    EXPECT_FLOAT_EQ(h.move(Point{10, 60}, 0), 0.4f);   // down lowers
+    EXPECT_FLOAT_EQ(h.move(Point{30, 50}, 0), 0.7f);   // right raises
+    EXPECT_FLOAT_EQ(h.move(Point{10, -500}, 0), 1.0f); // clamped
+    EXPECT_FLOAT_EQ(h.move(Point{10, 900}, 0), 0.0f);
+    // Shift mid-drag: no jump, then ten times finer from there.
+    h.begin(0.5f, Point{0, 0});
+    EXPECT_FLOAT_EQ(h.move(Point{0, -10}, 0), 0.6f);
+    EXPECT_FLOAT_EQ(h.move(Point{0, -10}, kShift), 0.6f);
+    EXPECT_NEAR(h.move(Point{0, -20}, kShift), 0.61f, 1e-6);
+    h.end();
+    EXPECT_FALSE(h.isActive());
+
+    EXPECT_FLOAT_EQ(KnobDragHandler::wheel(0.5f, 2.0f, 0.01f), 0.52f);
+    EXPECT_FLOAT_EQ(KnobDragHandler::wheel(0.995f, 1.0f, 0.01f), 1.0f);
+    EXPECT_FLOAT_EQ(KnobDragHandler::wheel(0.0f, -1.0f, 0.01f), 0.0f);
+}
+
+TEST(SliderGeometryTest, HandleTravelAndPointerMapping) {
+    SliderGeometry g;
+    g.left = 11;
+    g.width = 63;
+    g.handleWidth = 7;
+    g.travel = 63;  // longer than the slider allows: shortened to 56
+    EXPECT_EQ(g.effectiveTravel(), 56);
+    EXPECT_EQ(g.handleLeft(0.0f), 11);
+    EXPECT_EQ(g.handleLeft(1.0f), 67);
+    EXPECT_EQ(g.handleLeft(0.5f), 39);
+    EXPECT_EQ(g.handleLeft(7.0f), 67);
+    // The handle's centre lands under the pointer.
+    EXPECT_FLOAT_EQ(g.valueAt(11 + 3), 0.0f);
+    EXPECT_FLOAT_EQ(g.valueAt(11 + 3 + 28), 0.5f);
+    EXPECT_FLOAT_EQ(g.valueAt(500), 1.0f);
+    EXPECT_FLOAT_EQ(g.valueAt(-500), 0.0f);
+    g.minimumAtLeft = false;
+    EXPECT_EQ(g.handleLeft(0.0f), 67);
+    EXPECT_FLOAT_EQ(g.valueAt(11 + 3), 1.0f);
+    g.travel = 30;
+    g.minimumAtLeft = true;
+    EXPECT_EQ(g.handleLeft(1.0f), 41);
+    g.handleWidth = 100;  // handle wider than the slider: it cannot move
+    EXPECT_EQ(g.effectiveTravel(), 0);
+    EXPECT_FLOAT_EQ(g.valueAt(40), 0.0f);
+}
+
+TEST(SwitchStepperTest, FourPositionsStepAndWrapBothWays) {
+    float v = 0.0f;
+    const float expectUp[] = {1.0f / 3, 2.0f / 3, 1.0f, 0.0f, 1.0f / 3};
+    for (float e : expectUp) {
+        v = SwitchStepper::stepUp(v, 4);
+        EXPECT_NEAR(v, e, 1e-6);
+    }
+    v = 0.0f;
+    const float expectDown[] = {1.0f, 2.0f / 3, 1.0f / 3, 0.0f, 1.0f};
+    for (float e : expectDown) {
+        v = SwitchStepper::stepDown(v, 4);
+        EXPECT_NEAR(v, e, 1e-6);
+    }
+    // Three float steps of 1/3 reach exactly the last position, not a wrap.
+    EXPECT_FLOAT_EQ(SwitchStepper::stepUp(SwitchStepper::stepUp(1.0f / 3, 4), 4), 1.0f);
+    // A value outside 0..1 (set directly) wraps on the next step.
+    EXPECT_FLOAT_EQ(SwitchStepper::stepUp(3.0f, 4), 0.0f);
+    EXPECT_FLOAT_EQ(SwitchStepper::stepDown(-2.0f, 4), 1.0f);
+    EXPECT_EQ(SwitchStepper::position(2.0f / 3, 4), 2);
+    EXPECT_EQ(SwitchStepper::position(3.0f, 4), 3);
+    EXPECT_EQ(SwitchStepper::position(-1.0f, 4), 0);
+    EXPECT_EQ(SwitchStepper::position(0.49f, 2), 0);
+    EXPECT_EQ(SwitchStepper::position(0.51f, 2), 1);
+}
+
+TEST(MenuEntryTest, MarkersBecomeFlags) {
+    uint32_t f = 99;
+    EXPECT_EQ(parseMenuEntry("-", f), "");
+    EXPECT_EQ(f, kMenuSeparator);
+    EXPECT_EQ(parseMenuEntry("-GIn 3", f), "In 3");
+    EXPECT_EQ(f, kMenuDisabled);
+    EXPECT_EQ(parseMenuEntry("-MPresets", f), "Presets");
+    EXPECT_EQ(f, kMenuSubmenu);
+    EXPECT_EQ(parseMenuEntry("-TTitle", f), "Title");
+    EXPECT_EQ(f, kMenuTitle);
+    EXPECT_EQ(parseMenuEntry("-Xyz", f), "-Xyz");  // not a marker
+    EXPECT_EQ(f, 0u);
+    EXPECT_EQ(parseMenuEntry("Plain", f), "Plain");
+    EXPECT_EQ(f, 0u);
+    EXPECT_EQ(parseMenuEntry(nullptr, f), "");
+}
+
+TEST(MenuNavigatorTest, SkipsUnselectableItemsAndWraps) {
+    MenuNavigator nav({kMenuTitle, 0, kMenuSeparator, kMenuDisabled, kMenuSubmenu, 0});
+    EXPECT_EQ(nav.highlighted(), -1);
+    nav.down();
+    EXPECT_EQ(nav.highlighted(), 1);
+    nav.down();
+    EXPECT_EQ(nav.highlighted(), 4);
+    EXPECT_TRUE(nav.highlightedOpensSubmenu());
+    nav.down();
+    EXPECT_EQ(nav.highlighted(), 5);
+    nav.down();
+    EXPECT_EQ(nav.highlighted(), 1);  // wraps past the title
+    nav.up();
+    EXPECT_EQ(nav.highlighted(), 5);
+    nav.home();
+    EXPECT_EQ(nav.highlighted(), 1);
+    nav.end();
+    EXPECT_EQ(nav.highlighted(), 5);
+    nav.setHighlighted(3);  // disabled: nothing highlighted
+    EXPECT_EQ(nav.highlighted(), -1);
+    nav.up();
+    EXPECT_EQ(nav.highlighted(), 5);
+
+    MenuNavigator none({kMenuSeparator, kMenuDisabled});
+    none.down();
+    EXPECT_EQ(none.highlighted(), -1);
+}
+
+TEST(MenuLayoutTest, ItemPositionsAndScreenPlacement) {
+    const std::vector<uint32_t> f{0, kMenuSeparator, 0};
+    EXPECT_EQ(MenuLayout::itemTop(f, 0), MenuLayout::kPadding);
+    EXPECT_EQ(MenuLayout::itemTop(f, 2),
+              MenuLayout::kPadding + MenuLayout::kItemHeight + MenuLayout::kSeparatorHeight);
+    EXPECT_EQ(MenuLayout::totalHeight(f), 2 * MenuLayout::kPadding + 2 * MenuLayout::kItemHeight +
+                                              MenuLayout::kSeparatorHeight);
+    EXPECT_EQ(MenuLayout::itemAt(f, 0), -1);
+    EXPECT_EQ(MenuLayout::itemAt(f, MenuLayout::kPadding), 0);
+    EXPECT_EQ(MenuLayout::itemAt(f, MenuLayout::itemTop(f, 2) - 1), 1);
+    EXPECT_EQ(MenuLayout::itemAt(f, MenuLayout::itemTop(f, 2)), 2);
+    EXPECT_EQ(MenuLayout::itemAt(f, 1000), -1);
+
+    EXPECT_EQ(MenuLayout::placeOnScreen(Point{100, 100}, 50, 40, 800, 600), (Point{100, 100}));
+    // Past the right/bottom edge: opens to the left/up of the point.
+    EXPECT_EQ(MenuLayout::placeOnScreen(Point{780, 590}, 50, 40, 800, 600), (Point{730, 550}));
+    // Taller than the screen: pinned to the top.
+    EXPECT_EQ(MenuLayout::placeOnScreen(Point{10, 300}, 50, 900, 800, 600), (Point{10, 0}));
+}
+
+TEST(TextEditBufferTest, EditsUtf8ByCharacterWithinByteLimit) {
+    TextEditBuffer b(10);
+    EXPECT_TRUE(b.insert("ab"));
+    EXPECT_TRUE(b.insert("\xC3\xA9"));  // é, two bytes
+    EXPECT_EQ(b.text(), "ab\xC3\xA9");
+    EXPECT_EQ(b.cursor(), 4u);
+    b.left();
+    EXPECT_EQ(b.cursor(), 2u);  // one character, two bytes
+    b.backspace();
+    EXPECT_EQ(b.text(), "a\xC3\xA9");
+    b.end();
+    b.backspace();
+    EXPECT_EQ(b.text(), "a");
+    EXPECT_TRUE(b.insert("123456789"));
+    EXPECT_FALSE(b.insert("x"));  // 11 bytes would not fit
+    EXPECT_EQ(b.text(), "a123456789");
+    b.selectAll();
+    EXPECT_TRUE(b.insert("z"));   // replaces the selection
+    EXPECT_EQ(b.text(), "z");
+    b.home();
+    b.deleteForward();
+    EXPECT_EQ(b.text(), "");
+    b.backspace();  // nothing to delete, nothing breaks
+    b.deleteForward();
+    EXPECT_EQ(b.cursor(), 0u);
+
+    b.setText("abc\xE2\x82\xAC" "defghij");  // cut at 10 bytes
+    EXPECT_EQ(b.text(), "abc\xE2\x82\xAC" "defg");
+    b.setText("abcdefgh\xE2\x82\xAC");
+    EXPECT_EQ(b.text(), "abcdefgh");
+
+    b.setText("hello");
+    b.home();
+    b.right(true);
+    b.right(true);
+    EXPECT_EQ(b.selectionStart(), 0u);
+    EXPECT_EQ(b.selectionEnd(), 2u);
+    b.right();  // collapses to the selection's end
+    EXPECT_FALSE(b.hasSelection());
+    EXPECT_EQ(b.cursor(), 2u);
+}
+
+TEST(TextEditBufferTest, KeysDriveTheBuffer) {
+    TextEditBuffer b;
+    KeyEvent k;
+    std::strcpy(k.text, "Q");
+    EXPECT_TRUE(b.handleKey(k));
+    std::strcpy(k.text, "r");
+    EXPECT_TRUE(b.handleKey(k));
+    KeyEvent ctrlA;
+    ctrlA.modifiers = kControl;
+    ctrlA.keysym = 'a';
+    EXPECT_TRUE(b.handleKey(ctrlA));
+    EXPECT_TRUE(b.hasSelection());
+    KeyEvent back;
+    back.virtualKey = VirtualKey::Backspace;
+    EXPECT_TRUE(b.handleKey(back));
+    EXPECT_EQ(b.text(), "");
+    KeyEvent ret;
+    ret.virtualKey = VirtualKey::Return;
+    EXPECT_FALSE(b.handleKey(ret));  // left for the dialog's default button
+    KeyEvent control;
+    control.text[0] = '\x01';
+    EXPECT_FALSE(b.handleKey(control));
+    KeyEvent empty;
+    EXPECT_FALSE(b.handleKey(empty));
+    EXPECT_EQ(b.text(), "");
+}
+
+}  // namespace
+}  // namespace varitap::gui

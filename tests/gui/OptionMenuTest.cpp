@@ -1,0 +1,322 @@
+#include "gui/OptionMenu.h"
+
+#include <gtest/gtest.h>
+#include <xkbcommon/xkbcommon-keysyms.h>
+
+#include <atomic>
+#include <string>
+#include <thread>
+
+#include "XServer.h"
+#include "gui/Frame.h"
+
+namespace varitap::gui {
+namespace {
+
+using test::HostDisplay;
+using test::Image;
+using test::waitFor;
+
+TEST(OptionMenuTest, EntriesParseMarkersAndRespectLimits) {
+    auto menu = makeRef<OptionMenu>(Rect(0, 0, 50, 12), nullptr, 7);
+    EXPECT_EQ(menu->tag(), 7);
+    EXPECT_TRUE(menu->addEntry("***"));
+    EXPECT_TRUE(menu->addEntry("-GIn 3"));
+    EXPECT_TRUE(menu->addEntry("-"));
+    EXPECT_TRUE(menu->addEntry("-TTitle"));
+    EXPECT_TRUE(menu->addEntry("-MNo menu"));
+    EXPECT_STREQ(menu->entry(1), "In 3");
+    EXPECT_EQ(menu->entryFlags(1), static_cast<uint32_t>(kMenuDisabled));
+    EXPECT_EQ(menu->entryFlags(2), static_cast<uint32_t>(kMenuSeparator));
+    EXPECT_STREQ(menu->entry(3), "Title");
+    EXPECT_EQ(menu->entryFlags(3), static_cast<uint32_t>(kMenuTitle));
+    // A sub-menu marker without a menu cannot be chosen.
+    EXPECT_EQ(menu->entryFlags(4), static_cast<uint32_t>(kMenuDisabled));
+    EXPECT_EQ(menu->entry(5), nullptr);
+    EXPECT_EQ(menu->entry(-1), nullptr);
+
+    EXPECT_TRUE(menu->addEntry("first", 0));
+    EXPECT_STREQ(menu->entry(0), "first");
+    EXPECT_FALSE(menu->addEntry("far", 99));
+    EXPECT_TRUE(menu->removeEntry(0));
+    EXPECT_STREQ(menu->entry(0), "***");
+
+    // Entries are cut to 255 bytes, never inside a character.
+    std::string longText(254, 'x');
+    longText += "\xC3\xA9zzz";
+    EXPECT_TRUE(menu->addEntry(longText.c_str()));
+    EXPECT_EQ(std::string(menu->entry(menu->nbEntries() - 1)), std::string(254, 'x'));
+
+    menu->removeAllEntry();
+    EXPECT_EQ(menu->nbEntries(), 0);
+    for (int i = 0; i < OptionMenu::kMaxEntries; ++i) ASSERT_TRUE(menu->addEntry("e"));
+    EXPECT_FALSE(menu->addEntry("one too many"));
+    EXPECT_EQ(menu->nbEntries(), OptionMenu::kMaxEntries);
+}
+
+TEST(OptionMenuTest, CheckMarksCurrentEntryAndSubmenuOwnership) {
+    auto menu = makeRef<OptionMenu>(Rect(), nullptr, 0, OptionMenu::kCheckStyle);
+    for (const char* e : {"a", "b", "c"}) menu->addEntry(e);
+    EXPECT_TRUE(menu->checkEntry(0, true));
+    EXPECT_TRUE(menu->checkEntry(2, true));
+    EXPECT_TRUE(menu->isCheckEntry(0));
+    EXPECT_TRUE(menu->isCheckEntry(2));
+    EXPECT_TRUE(menu->checkEntry(0, false));
+    EXPECT_FALSE(menu->isCheckEntry(0));
+    EXPECT_TRUE(menu->checkEntryAlone(1));
+    EXPECT_FALSE(menu->isCheckEntry(2));
+    EXPECT_TRUE(menu->isCheckEntry(1));
+    EXPECT_FALSE(menu->checkEntryAlone(3));
+    EXPECT_TRUE(menu->isCheckEntry(1));
+
+    EXPECT_EQ(menu->current(), 0);
+    EXPECT_TRUE(menu->setCurrent(2));
+    EXPECT_EQ(menu->current(), 2);
+    char text[16];
+    menu->valueToString(menu->value(), text, sizeof text);
+    EXPECT_STREQ(text, "c");
+    menu->setValue(7.0f);  // an index past the end shows nothing
+    EXPECT_EQ(menu->current(), -1);
+    menu->valueToString(menu->value(), text, sizeof text);
+    EXPECT_STREQ(text, "");
+
+    OptionMenu* sub = new OptionMenu(Rect(), nullptr, 3);
+    EXPECT_TRUE(menu->addEntry(sub, "Sub"));
+    EXPECT_EQ(sub->retainCount(), 2);
+    EXPECT_EQ(menu->submenu(3), sub);
+    EXPECT_EQ(menu->entryFlags(3), static_cast<uint32_t>(kMenuSubmenu));
+    EXPECT_FALSE(menu->addEntry(menu.get(), "Self"));
+    sub->release();
+    EXPECT_EQ(sub->retainCount(), 1);
+    EXPECT_EQ(sub->tag(), 3);
+}
+
+// Builds "First", "Sub" >, "-", "Last" with a check-style sub-menu
+// "Alpha", "Beta" (checked), "Gamma".
+struct MenuTree {
+    RefPtr<OptionMenu> top = makeRef<OptionMenu>(Rect(), nullptr, 0);
+    RefPtr<OptionMenu> sub = makeRef<OptionMenu>(Rect(), nullptr, 5, OptionMenu::kCheckStyle);
+    MenuTree() {
+        sub->addEntry("Alpha");
+        sub->addEntry("Beta");
+        sub->addEntry("Gamma");
+        sub->checkEntryAlone(1);
+        top->addEntry("First");
+        top->addEntry(sub.get(), "Sub");
+        top->addEntry("-");
+        top->addEntry("Last");
+        top->setFont(kNormalFontVerySmall);
+        sub->setFont(kNormalFontVerySmall);
+    }
+};
+
+class MenuPopupTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        if (!test::haveDisplay() || !host.ok()) GTEST_SKIP() << "no X server";
+        hostWindow = host.createWindow(400, 300);
+        frame = makeRef<Frame>(Rect(0, 0, 400, 300));
+        ASSERT_TRUE(frame->open(hostWindow));
+        frame->idle();
+    }
+    void TearDown() override {
+        if (frame) frame->close();
+    }
+    // Waits until n menu windows are up and returns the newest.
+    xcb_window_t waitForMenus(size_t n) {
+        xcb_window_t w = 0;
+        waitFor([&] {
+            auto list = host.popupWindows();
+            if (list.size() != n) return false;
+            w = list.back();
+            return true;
+        });
+        return w;
+    }
+    int itemY(const std::vector<uint32_t>& flags, int index) {
+        return MenuLayout::itemTop(flags, index) + MenuLayout::kItemHeight / 2;
+    }
+
+    HostDisplay host;
+    xcb_window_t hostWindow = 0;
+    RefPtr<Frame> frame;
+};
+
+TEST_F(MenuPopupTest, PointerPicksEntryInSubmenuThatShowsItsCheckMark) {
+    MenuTree tree;
+    Image subImage;
+    std::thread user([&] {
+        const xcb_window_t w1 = waitForMenus(1);
+        if (!w1) return;
+        host.motion(w1, 10, itemY(tree.top->allFlags(), 1), 0);  // hover "Sub"
+        const xcb_window_t w2 = waitForMenus(2);
+        if (!w2) return;
+        waitFor([] { return false; }, 100);  // let it draw
+        subImage = host.grab(w2, host.geometry(w2).offsetBy(-host.geometry(w2).left,
+                                                             -host.geometry(w2).top));
+        const int y = itemY(tree.sub->allFlags(), 2);
+        host.motion(w2, 20, y, 0);
+        host.button(w2, 20, y, 1, true);
+        host.button(w2, 20, y, 1, false, XCB_BUTTON_MASK_1);
+    });
+    const bool chosen = tree.top->popup(frame.get(), Point{30, 30});
+    user.join();
+    EXPECT_TRUE(chosen);
+    int index = -1;
+    EXPECT_EQ(tree.top->lastItemMenu(index), tree.sub.get());
+    EXPECT_EQ(index, 2);
+    EXPECT_FLOAT_EQ(tree.sub->value(), 2.0f);
+    EXPECT_TRUE(host.popupWindows().empty());  // all menu windows gone
+
+    // The check mark: dark ink in the check column on "Beta"'s row only.
+    ASSERT_GT(subImage.width, 20);
+    const auto flags = tree.sub->allFlags();
+    auto checkInk = [&](int i) {
+        const int top = MenuLayout::itemTop(flags, i);
+        return subImage.count(Rect(3, top + 2, 15, top + MenuLayout::kItemHeight - 2), 0, 0, 0, 90);
+    };
+    EXPECT_GT(checkInk(1), 4);
+    EXPECT_EQ(checkInk(0), 0);
+    EXPECT_EQ(checkInk(2), 0);
+    // The entries' text is there too (ink right of the check column).
+    EXPECT_GT(subImage.count(Rect(18, MenuLayout::itemTop(flags, 0), subImage.width - 16,
+                                  MenuLayout::itemTop(flags, 1)),
+                             0, 0, 0, 120),
+              3);
+}
+
+TEST_F(MenuPopupTest, KeyboardNavigatesIntoSubmenuAndChooses) {
+    MenuTree tree;
+    std::thread user([&] {
+        const xcb_window_t w1 = waitForMenus(1);
+        if (!w1) return;
+        host.key(w1, XKB_KEY_Down);   // First
+        host.key(w1, XKB_KEY_Down);   // Sub
+        host.key(w1, XKB_KEY_Right);  // opens it on Alpha
+        if (!waitForMenus(2)) return;
+        host.key(w1, XKB_KEY_Down);   // Beta
+        host.key(w1, XKB_KEY_Down);   // Gamma
+        host.key(w1, XKB_KEY_Down);   // wraps to Alpha
+        host.key(w1, XKB_KEY_Return);
+    });
+    const bool chosen = tree.top->popup(frame.get(), Point{10, 10});
+    user.join();
+    EXPECT_TRUE(chosen);
+    int index = -1;
+    EXPECT_EQ(tree.top->lastItemMenu(index), tree.sub.get());
+    EXPECT_EQ(index, 0);
+
+    // Up from nothing wraps to the last entry, skipping the separator.
+    std::thread user2([&] {
+        const xcb_window_t w1 = waitForMenus(1);
+        if (!w1) return;
+        host.key(w1, XKB_KEY_Up);
+        host.key(w1, XKB_KEY_Return);
+    });
+    EXPECT_TRUE(tree.top->popup(frame.get(), Point{10, 10}));
+    user2.join();
+    EXPECT_EQ(tree.top->lastItemMenu(index), tree.top.get());
+    EXPECT_EQ(index, 3);
+    EXPECT_STREQ(tree.top->entry(index), "Last");
+}
+
+TEST_F(MenuPopupTest, EscapeOrClickOutsideChoosesNothing) {
+    MenuTree tree;
+    std::thread user([&] {
+        const xcb_window_t w1 = waitForMenus(1);
+        if (!w1) return;
+        host.key(w1, XKB_KEY_Down);
+        host.key(w1, XKB_KEY_Escape);
+    });
+    EXPECT_FALSE(tree.top->popup(frame.get(), Point{10, 10}));
+    user.join();
+    int index = 7;
+    EXPECT_EQ(tree.top->lastItemMenu(index), nullptr);
+    EXPECT_EQ(index, -1);
+
+    std::thread user2([&] {
+        const xcb_window_t w1 = waitForMenus(1);
+        if (!w1) return;
+        host.button(w1, -40, -40, 1, true);  // a press outside every menu window
+    });
+    EXPECT_FALSE(tree.top->popup(frame.get(), Point{100, 100}));
+    user2.join();
+    EXPECT_EQ(tree.top->lastItemMenu(index), nullptr);
+    // Disabled and title entries are not chosen by a click either.
+    auto menu = makeRef<OptionMenu>(Rect(), nullptr, 0);
+    menu->addEntry("-TTitle");
+    menu->addEntry("-GGrey");
+    menu->addEntry("Ok");
+    std::thread user3([&] {
+        const xcb_window_t w1 = waitForMenus(1);
+        if (!w1) return;
+        const auto flags = menu->allFlags();
+        host.button(w1, 20, itemY(flags, 1), 1, false);  // on "Grey": nothing
+        host.button(w1, 20, itemY(flags, 0), 1, false);  // on the title: nothing
+        host.button(w1, 20, itemY(flags, 2), 1, false);
+    });
+    EXPECT_TRUE(menu->popup(frame.get(), Point{10, 10}));
+    user3.join();
+    EXPECT_EQ(menu->lastResult(), 2);
+}
+
+TEST_F(MenuPopupTest, MenuNearTheScreenCornerStaysOnScreen) {
+    MenuTree tree;
+    Rect placed;
+    std::thread user([&] {
+        const xcb_window_t w1 = waitForMenus(1);
+        if (!w1) return;
+        placed = host.geometry(w1);
+        host.key(w1, XKB_KEY_Escape);
+    });
+    // The host window is at (10, 10) on a 1280 x 1024 screen; ask far outside.
+    tree.top->popup(frame.get(), Point{1500, 1200});
+    user.join();
+    ASSERT_FALSE(placed.isEmpty());
+    EXPECT_LE(placed.right, 1280);
+    EXPECT_LE(placed.bottom, 1024);
+    EXPECT_GE(placed.left, 0);
+    EXPECT_GE(placed.top, 0);
+}
+
+// An option menu placed as a control pops up below itself when pressed and
+// reports the choice to its listener as its new value, inside one gesture.
+class Recorder : public ControlListener, public EditListener {
+public:
+    void valueChanged(DrawContext*, Control* c) override { log += "value " + std::to_string(static_cast<int>(c->value())) + ";"; }
+    void beginEdit(int32_t i) override { log += "begin " + std::to_string(i) + ";"; }
+    void endEdit(int32_t i) override { log += "end " + std::to_string(i) + ";"; }
+    std::string log;
+};
+
+TEST_F(MenuPopupTest, ControlMenuChoiceReachesListenerBetweenEditNotifications) {
+    Recorder rec;
+    frame->setEditListener(&rec);
+    auto menu = makeRef<OptionMenu>(Rect(45, 22, 75, 33), &rec, 4);
+    for (const char* e : {"***", "In 1", "-GIn 2", "In 3"}) menu->addEntry(e);
+    frame->addView(menu.get());
+    frame->idle();
+    Rect placed;
+    std::thread user([&] {
+        const xcb_window_t w1 = waitForMenus(1);
+        if (!w1) return;
+        placed = host.geometry(w1);
+        host.key(w1, XKB_KEY_End);     // "In 3"
+        host.key(w1, XKB_KEY_Up);      // skips the disabled "In 2"
+        host.key(w1, XKB_KEY_Return);  // "In 1"
+    });
+    host.button(frame->windowId(), 50, 25, 1, true);
+    waitFor([&] {
+        frame->idle();
+        return !rec.log.empty();
+    });
+    user.join();
+    EXPECT_EQ(rec.log, "begin 4;value 1;end 4;");
+    EXPECT_EQ(menu->current(), 1);
+    const Point hostAt = host.rootPosition(hostWindow);
+    EXPECT_EQ(placed.left, hostAt.x + 45);
+    EXPECT_EQ(placed.top, hostAt.y + 33);
+}
+
+}  // namespace
+}  // namespace varitap::gui

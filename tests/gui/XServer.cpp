@@ -1,0 +1,374 @@
+#include "XServer.h"
+
+#include <cairo.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <xkbcommon/xkbcommon-x11.h>
+#include <xkbcommon/xkbcommon.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <thread>
+
+extern char** environ;
+
+namespace varitap::gui::test {
+
+namespace {
+
+// Starts Xvfb with -displayfd so that it picks a free display number itself,
+// and points DISPLAY at it; the server ends with the test program.
+class XvfbEnvironment : public ::testing::Environment {
+public:
+    void SetUp() override {
+        int fds[2];
+        if (pipe(fds) != 0) return;
+        const std::string fd = std::to_string(fds[1]);
+        const char* argv[] = {"Xvfb", "-displayfd", fd.c_str(), "-screen", "0", "1280x1024x24",
+                              "-nolisten", "tcp", "-noreset", nullptr};
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_addclose(&actions, fds[0]);
+        const int null = open("/dev/null", O_WRONLY);
+        if (null >= 0) posix_spawn_file_actions_adddup2(&actions, null, 2);
+        const int rc = posix_spawnp(&pid_, "Xvfb", &actions, nullptr, const_cast<char**>(argv),
+                                    environ);
+        posix_spawn_file_actions_destroy(&actions);
+        if (null >= 0) ::close(null);
+        ::close(fds[1]);
+        if (rc != 0) {
+            pid_ = -1;
+            ::close(fds[0]);
+            return;
+        }
+        std::string number;
+        pollfd p{fds[0], POLLIN, 0};
+        char ch;
+        while (poll(&p, 1, 10000) > 0 && read(fds[0], &ch, 1) == 1 && ch != '\n') number += ch;
+        ::close(fds[0]);
+        if (number.empty()) return;
+        setenv("DISPLAY", (":" + number).c_str(), 1);
+        running = true;
+    }
+    void TearDown() override {
+        if (pid_ > 0) {
+            kill(pid_, SIGTERM);
+            int status;
+            waitpid(pid_, &status, 0);
+        }
+        pid_ = -1;
+        running = false;
+    }
+    static inline bool running = false;
+
+private:
+    pid_t pid_ = -1;
+};
+
+[[maybe_unused]] ::testing::Environment* const kXvfb =
+    ::testing::AddGlobalTestEnvironment(new XvfbEnvironment);
+
+}  // namespace
+
+bool haveDisplay() { return XvfbEnvironment::running; }
+
+bool Pixel::near(uint8_t R, uint8_t G, uint8_t B, int tol) const {
+    return std::abs(r - R) <= tol && std::abs(g - G) <= tol && std::abs(b - B) <= tol;
+}
+
+int Image::count(const Rect& rr, uint8_t R, uint8_t G, uint8_t B, int tol) const {
+    int n = 0;
+    const Rect r = rr.intersect(Rect(0, 0, width, height));
+    for (int y = r.top; y < r.bottom; ++y) {
+        for (int x = r.left; x < r.right; ++x) {
+            if (at(x, y).near(R, G, B, tol)) ++n;
+        }
+    }
+    return n;
+}
+
+Rect Image::inkBox(const Rect& rr, Pixel bg, int tol) const {
+    Rect box;
+    const Rect r = rr.intersect(Rect(0, 0, width, height));
+    for (int y = r.top; y < r.bottom; ++y) {
+        for (int x = r.left; x < r.right; ++x) {
+            if (!at(x, y).near(bg.r, bg.g, bg.b, tol)) box = box.unite(Rect(x, y, x + 1, y + 1));
+        }
+    }
+    return box;
+}
+
+HostDisplay::HostDisplay() {
+    if (!haveDisplay()) return;
+    int n = 0;
+    c_ = xcb_connect(nullptr, &n);
+    if (xcb_connection_has_error(c_)) {
+        xcb_disconnect(c_);
+        c_ = nullptr;
+        return;
+    }
+    screen_ = xcb_setup_roots_iterator(xcb_get_setup(c_)).data;
+}
+
+HostDisplay::~HostDisplay() {
+    if (c_) xcb_disconnect(c_);
+}
+
+xcb_window_t HostDisplay::createWindow(int w, int h) {
+    const xcb_window_t win = xcb_generate_id(c_);
+    const uint32_t values[] = {screen_->black_pixel, XCB_EVENT_MASK_STRUCTURE_NOTIFY};
+    xcb_create_window(c_, XCB_COPY_FROM_PARENT, win, screen_->root, 10, 10,
+                      static_cast<uint16_t>(w), static_cast<uint16_t>(h), 0,
+                      XCB_WINDOW_CLASS_INPUT_OUTPUT, screen_->root_visual,
+                      XCB_CW_BACK_PIXEL | XCB_CW_EVENT_MASK, values);
+    xcb_map_window(c_, win);
+    sync();
+    return win;
+}
+
+void HostDisplay::destroyWindow(xcb_window_t w) {
+    xcb_destroy_window(c_, w);
+    sync();
+}
+
+void HostDisplay::sync() { std::free(xcb_get_input_focus_reply(c_, xcb_get_input_focus(c_), nullptr)); }
+
+Image HostDisplay::grab(xcb_window_t w, const Rect& r) {
+    Image img;
+    xcb_get_image_reply_t* reply = xcb_get_image_reply(
+        c_,
+        xcb_get_image(c_, XCB_IMAGE_FORMAT_Z_PIXMAP, w, static_cast<int16_t>(r.left),
+                      static_cast<int16_t>(r.top), static_cast<uint16_t>(r.width()),
+                      static_cast<uint16_t>(r.height()), ~0u),
+        nullptr);
+    if (!reply) return img;
+    const uint8_t* data = xcb_get_image_data(reply);
+    const int len = xcb_get_image_data_length(reply);
+    img.width = r.width();
+    img.height = r.height();
+    img.pixels.resize(static_cast<size_t>(img.width * img.height));
+    if (len >= img.width * img.height * 4) {
+        for (int i = 0; i < img.width * img.height; ++i) {
+            img.pixels[static_cast<size_t>(i)] = Pixel{data[i * 4 + 2], data[i * 4 + 1], data[i * 4]};
+        }
+    }
+    std::free(reply);
+    return img;
+}
+
+void HostDisplay::button(xcb_window_t w, int x, int y, int b, bool press, uint16_t state) {
+    const Point root = rootPosition(w);
+    xcb_button_press_event_t e{};
+    e.response_type = press ? XCB_BUTTON_PRESS : XCB_BUTTON_RELEASE;
+    e.detail = static_cast<xcb_button_t>(b);
+    e.root = screen_->root;
+    e.event = w;
+    e.child = XCB_NONE;
+    e.root_x = static_cast<int16_t>(root.x + x);
+    e.root_y = static_cast<int16_t>(root.y + y);
+    e.event_x = static_cast<int16_t>(x);
+    e.event_y = static_cast<int16_t>(y);
+    e.state = state;
+    e.same_screen = 1;
+    xcb_send_event(c_, 0, w, XCB_EVENT_MASK_NO_EVENT, reinterpret_cast<const char*>(&e));
+    sync();
+}
+
+void HostDisplay::motion(xcb_window_t w, int x, int y, uint16_t state) {
+    const Point root = rootPosition(w);
+    xcb_motion_notify_event_t e{};
+    e.response_type = XCB_MOTION_NOTIFY;
+    e.root = screen_->root;
+    e.event = w;
+    e.root_x = static_cast<int16_t>(root.x + x);
+    e.root_y = static_cast<int16_t>(root.y + y);
+    e.event_x = static_cast<int16_t>(x);
+    e.event_y = static_cast<int16_t>(y);
+    e.state = state;
+    e.same_screen = 1;
+    xcb_send_event(c_, 0, w, XCB_EVENT_MASK_NO_EVENT, reinterpret_cast<const char*>(&e));
+    sync();
+}
+
+bool HostDisplay::keycodeFor(uint32_t keysym, uint8_t& keycode, uint16_t& state) {
+    if (!xkb_x11_setup_xkb_extension(c_, 1, 0, XKB_X11_SETUP_XKB_EXTENSION_NO_FLAGS, nullptr,
+                                     nullptr, nullptr, nullptr)) {
+        return false;
+    }
+    xkb_context* ctx = xkb_context_new(XKB_CONTEXT_NO_FLAGS);
+    xkb_keymap* map = xkb_x11_keymap_new_from_device(ctx, c_, xkb_x11_get_core_keyboard_device_id(c_),
+                                                     XKB_KEYMAP_COMPILE_NO_FLAGS);
+    bool found = false;
+    if (map) {
+        for (xkb_keycode_t kc = xkb_keymap_min_keycode(map);
+             kc <= xkb_keymap_max_keycode(map) && !found; ++kc) {
+            for (xkb_level_index_t level = 0; level < 2 && !found; ++level) {
+                const xkb_keysym_t* syms = nullptr;
+                const int n = xkb_keymap_key_get_syms_by_level(map, kc, 0, level, &syms);
+                for (int i = 0; i < n; ++i) {
+                    if (syms[i] == keysym) {
+                        keycode = static_cast<uint8_t>(kc);
+                        state = level == 1 ? static_cast<uint16_t>(XCB_MOD_MASK_SHIFT) : uint16_t{0};
+                        found = true;
+                    }
+                }
+            }
+        }
+        xkb_keymap_unref(map);
+    }
+    xkb_context_unref(ctx);
+    return found;
+}
+
+void HostDisplay::key(xcb_window_t w, uint32_t keysym, uint16_t state) {
+    uint8_t keycode = 0;
+    uint16_t extra = 0;
+    if (!keycodeFor(keysym, keycode, extra)) return;
+    xcb_key_press_event_t e{};
+    e.response_type = XCB_KEY_PRESS;
+    e.detail = keycode;
+    e.root = screen_->root;
+    e.event = w;
+    e.state = static_cast<uint16_t>(state | extra);
+    e.same_screen = 1;
+    xcb_send_event(c_, 0, w, XCB_EVENT_MASK_NO_EVENT, reinterpret_cast<const char*>(&e));
+    sync();
+}
+
+void HostDisplay::typeText(xcb_window_t w, const char* ascii) {
+    for (const char* p = ascii; *p; ++p) key(w, static_cast<unsigned char>(*p));
+}
+
+std::vector<xcb_window_t> HostDisplay::popupWindows() {
+    std::vector<xcb_window_t> out;
+    xcb_query_tree_reply_t* tree = xcb_query_tree_reply(c_, xcb_query_tree(c_, screen_->root), nullptr);
+    if (!tree) return out;
+    xcb_window_t* children = xcb_query_tree_children(tree);
+    for (int i = 0; i < xcb_query_tree_children_length(tree); ++i) {
+        xcb_get_window_attributes_reply_t* a = xcb_get_window_attributes_reply(
+            c_, xcb_get_window_attributes(c_, children[i]), nullptr);
+        if (a && a->override_redirect && a->map_state == XCB_MAP_STATE_VIEWABLE) {
+            out.push_back(children[i]);
+        }
+        std::free(a);
+    }
+    std::free(tree);
+    return out;
+}
+
+Point HostDisplay::rootPosition(xcb_window_t w) {
+    xcb_translate_coordinates_reply_t* t = xcb_translate_coordinates_reply(
+        c_, xcb_translate_coordinates(c_, w, screen_->root, 0, 0), nullptr);
+    Point p;
+    if (t) p = Point{t->dst_x, t->dst_y};
+    std::free(t);
+    return p;
+}
+
+Rect HostDisplay::geometry(xcb_window_t w) {
+    xcb_get_geometry_reply_t* g = xcb_get_geometry_reply(c_, xcb_get_geometry(c_, w), nullptr);
+    Rect r;
+    if (g) r = Rect::fromSize(g->x, g->y, g->width, g->height);
+    std::free(g);
+    return r;
+}
+
+xcb_atom_t HostDisplay::atom(const char* name) {
+    xcb_intern_atom_reply_t* r = xcb_intern_atom_reply(
+        c_, xcb_intern_atom(c_, 0, static_cast<uint16_t>(std::strlen(name)), name), nullptr);
+    const xcb_atom_t a = r ? r->atom : static_cast<xcb_atom_t>(XCB_ATOM_NONE);
+    std::free(r);
+    return a;
+}
+
+std::vector<uint32_t> HostDisplay::property32(xcb_window_t w, const char* name) {
+    std::vector<uint32_t> out;
+    xcb_get_property_reply_t* r = xcb_get_property_reply(
+        c_, xcb_get_property(c_, 0, w, atom(name), XCB_GET_PROPERTY_TYPE_ANY, 0, 64), nullptr);
+    if (r && r->format == 32) {
+        const auto* v = static_cast<const uint32_t*>(xcb_get_property_value(r));
+        out.assign(v, v + xcb_get_property_value_length(r) / 4);
+    }
+    std::free(r);
+    return out;
+}
+
+bool waitFor(const std::function<bool()>& step, int ms) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
+    while (std::chrono::steady_clock::now() < end) {
+        if (step()) return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return step();
+}
+
+bool writeBandsPng(const std::string& path, int w, int h, const std::vector<Color>& bands) {
+    cairo_surface_t* s = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, w, h);
+    cairo_t* cr = cairo_create(s);
+    const double bandH = static_cast<double>(h) / static_cast<double>(bands.size());
+    for (size_t i = 0; i < bands.size(); ++i) {
+        const Color c = bands[i];
+        cairo_set_source_rgba(cr, c.red / 255.0, c.green / 255.0, c.blue / 255.0, c.alpha / 255.0);
+        cairo_rectangle(cr, 0, static_cast<double>(i) * bandH, w, bandH);
+        cairo_fill(cr);
+    }
+    cairo_destroy(cr);
+    const bool ok = cairo_surface_write_to_png(s, path.c_str()) == CAIRO_STATUS_SUCCESS;
+    cairo_surface_destroy(s);
+    return ok;
+}
+
+TempDir::TempDir() {
+    char tmpl[] = "/tmp/varitap-gui-XXXXXX";
+    if (mkdtemp(tmpl)) path_ = tmpl;
+}
+
+TempDir::~TempDir() {
+    std::error_code ec;
+    if (!path_.empty()) std::filesystem::remove_all(path_, ec);
+}
+
+}  // namespace varitap::gui::test
+
+#include "gui/DrawContext.h"
+#include "gui/Frame.h"
+
+namespace varitap::gui::test {
+
+Image renderOffscreen(Frame& frame) {
+    const Rect r = frame.viewSize();
+    cairo_surface_t* s = cairo_image_surface_create(CAIRO_FORMAT_RGB24, r.width(), r.height());
+    cairo_t* cr = cairo_create(s);
+    {
+        DrawContext dc(cr);
+        frame.drawArea(dc, r);
+    }
+    cairo_destroy(cr);
+    cairo_surface_flush(s);
+    Image img;
+    img.width = r.width();
+    img.height = r.height();
+    img.pixels.resize(static_cast<size_t>(img.width * img.height));
+    const unsigned char* data = cairo_image_surface_get_data(s);
+    const int stride = cairo_image_surface_get_stride(s);
+    for (int y = 0; y < img.height; ++y) {
+        const auto* row = reinterpret_cast<const uint32_t*>(data + y * stride);
+        for (int x = 0; x < img.width; ++x) {
+            const uint32_t p = row[x];
+            img.pixels[static_cast<size_t>(y * img.width + x)] =
+                Pixel{static_cast<uint8_t>(p >> 16), static_cast<uint8_t>(p >> 8),
+                      static_cast<uint8_t>(p)};
+        }
+    }
+    cairo_surface_destroy(s);
+    return img;
+}
+
+}  // namespace varitap::gui::test

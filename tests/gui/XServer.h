@@ -1,0 +1,101 @@
+// Test support for the toolkit: a private Xvfb server per test program, a
+// second X connection that plays the host (windows, pixels, synthetic input)
+// and picture files made on the fly.
+#pragma once
+
+#include <xcb/xcb.h>
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "gui/GuiTypes.h"
+
+namespace varitap::gui::test {
+
+// True once the private server runs (DISPLAY points at it).
+bool haveDisplay();
+
+struct Pixel {
+    uint8_t r = 0, g = 0, b = 0;
+    bool near(uint8_t R, uint8_t G, uint8_t B, int tol = 40) const;
+};
+
+// An image read back from the server or drawn offscreen: rows of pixels.
+struct Image {
+    int width = 0;
+    int height = 0;
+    std::vector<Pixel> pixels;
+    Pixel at(int x, int y) const { return pixels[static_cast<size_t>(y * width + x)]; }
+    // Pixels in r that are close to a colour.
+    int count(const Rect& r, uint8_t R, uint8_t G, uint8_t B, int tol = 40) const;
+    // Bounding box of pixels differing from a background colour by more than tol.
+    Rect inkBox(const Rect& r, Pixel background, int tol = 60) const;
+};
+
+class HostDisplay {
+public:
+    HostDisplay();
+    ~HostDisplay();
+    bool ok() const { return c_ != nullptr; }
+    xcb_connection_t* connection() const { return c_; }
+    xcb_window_t root() const { return screen_->root; }
+
+    // A mapped top-level window that plays the host's editor window.
+    xcb_window_t createWindow(int w, int h);
+    void destroyWindow(xcb_window_t w);
+    void sync();
+
+    Image grab(xcb_window_t w, const Rect& r);
+
+    // Synthetic events sent straight to a window (coordinates in window space).
+    void button(xcb_window_t w, int x, int y, int button, bool press, uint16_t state = 0);
+    void motion(xcb_window_t w, int x, int y, uint16_t state);
+    // A key by keysym; Shift is added when the keysym needs it.
+    void key(xcb_window_t w, uint32_t keysym, uint16_t state = 0);
+    void typeText(xcb_window_t w, const char* ascii);
+
+    // Children of the root that are mapped and override-redirect (menus).
+    std::vector<xcb_window_t> popupWindows();
+    // Root position of a window.
+    Point rootPosition(xcb_window_t w);
+    Rect geometry(xcb_window_t w);
+    std::vector<uint32_t> property32(xcb_window_t w, const char* name);
+    xcb_atom_t atom(const char* name);
+
+private:
+    bool keycodeFor(uint32_t keysym, uint8_t& keycode, uint16_t& state);
+
+    xcb_connection_t* c_ = nullptr;
+    xcb_screen_t* screen_ = nullptr;
+};
+
+// Runs `step` until it returns true or ms pass; true when it did.
+bool waitFor(const std::function<bool()>& step, int ms = 2000);
+
+// Writes a w x h PNG made of horizontal bands of the given colours
+// (top to bottom, equal heights).
+bool writeBandsPng(const std::string& path, int w, int h, const std::vector<Color>& bands);
+
+// A fresh temporary directory, removed with the object.
+class TempDir {
+public:
+    TempDir();
+    ~TempDir();
+    const std::string& path() const { return path_; }
+
+private:
+    std::string path_;
+};
+
+}  // namespace varitap::gui::test
+
+namespace varitap::gui {
+class Frame;
+}
+
+namespace varitap::gui::test {
+// The frame drawn offscreen through the same path the window uses.
+Image renderOffscreen(Frame& frame);
+}  // namespace varitap::gui::test
