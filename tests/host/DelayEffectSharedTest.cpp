@@ -1,0 +1,235 @@
+// DelayEffect linked in-process, for what a host cannot see through the
+// record: the process-wide shared objects, the user options read at
+// construction, the editor hook, and program values re-applied over state
+// changed behind the host's back.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "FakeHost.h"
+#include "host/AEffEditor.h"
+#include "host/DelayEffect.h"
+#include "modulation/ModulatorBase.h"
+#include "modulation/ScratchPool.h"
+#include "persistence/Preferences.h"
+#include "persistence/SystemInfo.h"
+
+namespace varitap::test {
+namespace {
+
+using namespace vst;
+
+class DelayEffectShared : public ::testing::Test {
+protected:
+    FakeHost host;
+    std::string configDir;
+
+    void SetUp() override {
+        char pattern[] = "/tmp/varitap-host-XXXXXX";
+        ASSERT_NE(mkdtemp(pattern), nullptr);
+        configDir = pattern;
+        setenv("XDG_CONFIG_HOME", configDir.c_str(), 1);
+    }
+    void TearDown() override {
+        setEditorFactory(nullptr);
+        setModulatorSmoothFactor(kDefaultSmoothFactor);
+        std::string command = "rm -rf '" + configDir + "'";
+        EXPECT_EQ(std::system(command.c_str()), 0);
+    }
+
+    static DelayEffect* make() {
+        AEffect* e = createDelayEffect(&FakeHost::callback);
+        return e ? static_cast<DelayEffect*>(AudioEffect::fromAeffect(e)) : nullptr;
+    }
+    static void close(DelayEffect* effect) {
+        AEffect* e = effect->getAeffect();
+        e->dispatcher(e, effClose, 0, 0, nullptr, 0.0f);
+    }
+};
+
+TEST_F(DelayEffectShared, TwoInstancesShareTheSingletonsUntilTheLastCloses) {
+    ASSERT_EQ(ScratchPool::current(), nullptr);
+    ASSERT_EQ(Preferences::current(), nullptr);
+    ASSERT_EQ(SystemInfo::current(), nullptr);
+
+    DelayEffect* first = make();
+    ASSERT_NE(first, nullptr);
+    ScratchPool* pool = ScratchPool::current();
+    Preferences* preferences = Preferences::current();
+    SystemInfo* systemInfo = SystemInfo::current();
+    ASSERT_NE(pool, nullptr);
+    ASSERT_NE(preferences, nullptr);
+    ASSERT_NE(systemInfo, nullptr);
+    const int32_t poolCount = pool->retainCount();
+    const int32_t preferencesCount = preferences->retainCount();
+    const int32_t systemInfoCount = systemInfo->retainCount();
+
+    DelayEffect* second = make();
+    ASSERT_NE(second, nullptr);
+    EXPECT_EQ(ScratchPool::current(), pool);
+    EXPECT_EQ(Preferences::current(), preferences);
+    EXPECT_EQ(SystemInfo::current(), systemInfo);
+    EXPECT_EQ(pool->retainCount(), 2 * poolCount);
+    EXPECT_EQ(preferences->retainCount(), 2 * preferencesCount);
+    EXPECT_EQ(systemInfo->retainCount(), 2 * systemInfoCount);
+
+    // Both instances process with the one pool.
+    std::vector<std::vector<float>> in(2, std::vector<float>(256, 0.1f));
+    std::vector<std::vector<float>> out(2, std::vector<float>(256, 0.0f));
+    for (DelayEffect* effect : {first, second}) {
+        float* i[2] = {in[0].data(), in[1].data()};
+        float* o[2] = {out[0].data(), out[1].data()};
+        effect->getAeffect()->processReplacing(effect->getAeffect(), i, o, 256);
+    }
+
+    close(first);
+    EXPECT_EQ(ScratchPool::current(), pool);
+    EXPECT_EQ(Preferences::current(), preferences);
+    EXPECT_EQ(SystemInfo::current(), systemInfo);
+    EXPECT_EQ(pool->retainCount(), poolCount);
+
+    close(second);
+    EXPECT_EQ(ScratchPool::current(), nullptr);
+    EXPECT_EQ(Preferences::current(), nullptr);
+    EXPECT_EQ(SystemInfo::current(), nullptr);
+}
+
+TEST_F(DelayEffectShared, UserOptionsAreReadAtConstruction) {
+    {
+        Preferences* options = Preferences::acquire(kPreferencesDomain);
+        options->setNumber(kOptionDelayTimeResample, 1);
+        options->setNumber(kOptionSmoothFactor, 500);
+        options->release();
+    }
+    DelayEffect* effect = make();
+    ASSERT_NE(effect, nullptr);
+    for (int t = 0; t < kTapCount; ++t) EXPECT_TRUE(effect->engine().tap(t).isResampling()) << t;
+    EXPECT_EQ(modulatorSmoothFactor(), 500);
+
+    // The editor's Options command writes the option and flips every tap.
+    effect->setDelayTimeResample(false);
+    for (int t = 0; t < kTapCount; ++t) EXPECT_FALSE(effect->engine().tap(t).isResampling()) << t;
+    long stored = -1;
+    EXPECT_TRUE(Preferences::current()->getNumber(kOptionDelayTimeResample, &stored, -1));
+    EXPECT_EQ(stored, 0);
+    close(effect);
+
+    // A zero option leaves the defaults.
+    {
+        Preferences* options = Preferences::acquire(kPreferencesDomain);
+        options->setNumber(kOptionSmoothFactor, 0);
+        options->release();
+    }
+    setModulatorSmoothFactor(kDefaultSmoothFactor);
+    effect = make();
+    ASSERT_NE(effect, nullptr);
+    EXPECT_FALSE(effect->engine().tap(3).isResampling());
+    EXPECT_EQ(modulatorSmoothFactor(), kDefaultSmoothFactor);
+    close(effect);
+}
+
+TEST_F(DelayEffectShared, ProgramZeroReappliesItsValuesOverTheEngine) {
+    DelayEffect* effect = make();
+    ASSERT_NE(effect, nullptr);
+    effect->engine().tap(0).setVolume(0.1f);
+    effect->engine().setWetDry(0.9f);
+    effect->engine().modulator(2).setIndex(33);
+    AEffect* e = effect->getAeffect();
+    e->dispatcher(e, effSetProgram, 0, 1, nullptr, 0.0f);
+    EXPECT_FLOAT_EQ(effect->engine().tap(0).volume(), 0.1f);
+    e->dispatcher(e, effSetProgram, 0, 0, nullptr, 0.0f);
+    EXPECT_FLOAT_EQ(effect->engine().tap(0).volume(), 1.0f);
+    EXPECT_FLOAT_EQ(effect->engine().wetDry(), 0.563636f);
+    EXPECT_EQ(effect->engine().modulator(2).getIndex(), 0);
+    // Every accepted set is mirrored in the program.
+    e->setParameter(e, 92, 21.7f);
+    EXPECT_FLOAT_EQ(effect->program().values[92], 21.7f);
+    e->setParameter(e, -1, 0.5f);
+    e->setParameter(e, 241, 0.5f);
+    EXPECT_FLOAT_EQ(effect->program().values[0], 0.022728f);
+    EXPECT_FLOAT_EQ(effect->program().values[240], 0.0f);
+    close(effect);
+}
+
+// An editor that records what the effect tells it.
+struct RecordingEditor : AEffEditor {
+    static inline int alive = 0;
+    static inline std::vector<std::pair<int32_t, float>> changes;
+    static inline int rebuilds = 0;
+    static inline int idles = 0;
+    explicit RecordingEditor(AudioEffect* effect) : AEffEditor(effect) { ++alive; }
+    ~RecordingEditor() override { --alive; }
+    void setParameter(int32_t index, float value) override { changes.emplace_back(index, value); }
+    void rebuildRoutingMenus() override { ++rebuilds; }
+    void idle() override { ++idles; }
+};
+
+TEST_F(DelayEffectShared, EditorHookAttachesAndHearsEveryChange) {
+    setEditorFactory([](DelayEffect& effect) -> AEffEditor* { return new RecordingEditor(&effect); });
+    RecordingEditor::changes.clear();
+    RecordingEditor::rebuilds = 0;
+    RecordingEditor::idles = 0;
+    DelayEffect* effect = make();
+    ASSERT_NE(effect, nullptr);
+    AEffect* e = effect->getAeffect();
+    EXPECT_EQ(RecordingEditor::alive, 1);
+    EXPECT_TRUE(e->flags & effFlagsHasEditor);
+
+    RecordingEditor::changes.clear();
+    e->setParameter(e, 20, 0.3f);
+    e->setParameter(e, 241, 0.4f);
+    e->setParameter(e, -1, 0.5f);
+    std::vector<std::pair<int32_t, float>> expected = {{20, 0.3f}, {241, 0.4f}};
+    EXPECT_EQ(RecordingEditor::changes, expected);
+
+    RecordingEditor::changes.clear();
+    e->dispatcher(e, effSetProgram, 0, 0, nullptr, 0.0f);
+    ASSERT_EQ(RecordingEditor::changes.size(), 241u);
+    EXPECT_EQ(RecordingEditor::changes.front().first, 0);
+    EXPECT_EQ(RecordingEditor::changes.back().first, 240);
+
+    Arrangement two(kSpeakerArrStereo, 2), many(kSpeakerArrStereo, 30);
+    e->dispatcher(e, effSetSpeakerArrangement, 0, reinterpret_cast<VstIntPtr>(two.get()), many.get(), 0);
+    EXPECT_EQ(RecordingEditor::rebuilds, 0);  // refused: no rebuild
+    e->dispatcher(e, effSetSpeakerArrangement, 0, reinterpret_cast<VstIntPtr>(two.get()), two.get(), 0);
+    EXPECT_EQ(RecordingEditor::rebuilds, 1);
+
+    char window[8] = {};
+    EXPECT_EQ(e->dispatcher(e, effEditOpen, 0, 0, window, 0.0f), 1);
+    EXPECT_TRUE(effect->getEditor()->isOpen());
+    e->dispatcher(e, effEditIdle, 0, 0, nullptr, 0.0f);
+    EXPECT_EQ(RecordingEditor::idles, 1);
+    e->dispatcher(e, effEditClose, 0, 0, nullptr, 0.0f);
+    EXPECT_FALSE(effect->getEditor()->isOpen());
+
+    close(effect);
+    EXPECT_EQ(RecordingEditor::alive, 0);
+}
+
+TEST_F(DelayEffectShared, TimeInformationReachesTheEngineInItsOwnTerms) {
+    DelayEffect* effect = make();
+    ASSERT_NE(effect, nullptr);
+    host.time.tempo = 90.0;
+    host.time.samplePos = 4410.0;
+    host.time.flags = kVstTempoValid | kVstTransportPlaying;
+    const HostTimeInfo* info = effect->getTimeInfo(0x440);
+    ASSERT_NE(info, nullptr);
+    EXPECT_EQ(info->tempo, 90.0);
+    EXPECT_EQ(info->samplePos, 4410.0);
+    EXPECT_EQ(info->flags, kVstTempoValid | kVstTransportPlaying);
+    host.giveTime = false;
+    EXPECT_EQ(effect->getTimeInfo(0x440), nullptr);
+    // Rates that are not positive and finite are ignored.
+    AEffect* e = effect->getAeffect();
+    e->dispatcher(e, effSetSampleRate, 0, 0, nullptr, 48000.0f);
+    e->dispatcher(e, effSetSampleRate, 0, 0, nullptr, 0.0f);
+    e->dispatcher(e, effSetSampleRate, 0, 0, nullptr, -1.0f);
+    EXPECT_EQ(effect->getSampleRate(), 48000.0f);
+    EXPECT_EQ(effect->engine().tap(0).sampleRate(), 48000.0f);
+    close(effect);
+}
+
+}  // namespace
+}  // namespace varitap::test

@@ -1,0 +1,297 @@
+// DelayEffect through the built bundle: channel counts by host, speaker
+// arrangements, the routing clamp, the "Init" program, echoes and suspend.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+#include "FakeHost.h"
+
+namespace varitap::test {
+namespace {
+
+using namespace vst;
+
+class DelayEffectTest : public ::testing::Test {
+protected:
+    BundleLibrary library;
+    FakeHost host;
+
+    void SetUp() override { ASSERT_TRUE(library.loaded()) << BundleLibrary::path(); }
+
+    static void arrangements(Plugin& plugin, VstSpeakerArrangement** in, VstSpeakerArrangement** out) {
+        *in = *out = nullptr;
+        ASSERT_EQ(plugin.dispatch(effGetSpeakerArrangement, 0, reinterpret_cast<VstIntPtr>(in), out), 1);
+        ASSERT_NE(*in, nullptr);
+        ASSERT_NE(*out, nullptr);
+    }
+    static VstIntPtr offer(Plugin& plugin, Arrangement& in, Arrangement& out) {
+        return plugin.dispatch(effSetSpeakerArrangement, 0, reinterpret_cast<VstIntPtr>(in.get()),
+                               out.get());
+    }
+};
+
+TEST_F(DelayEffectTest, ChannelCountsDependOnHostVendorVersionAndPins) {
+    struct Case {
+        const char* vendor;
+        VstIntPtr version;
+        int connectedIn, connectedOut;
+        int32_t expectIn, expectOut;
+    } cases[] = {
+        {"Varitap Test Host", 2400, 64, 64, 2, 2},  // any other host: stereo
+        {"", 2400, 64, 64, 2, 2},                   // no vendor answer
+        {"Steinberg", 2200, 64, 64, 2, 2},          // too old
+        {"Steinberg ", 2300, 64, 64, 2, 2},         // not exactly "Steinberg"
+        {"Steinberg", 2300, 6, 64, 6, 20},          // first unconnected input is 6
+        {"Steinberg", 2300, 64, 3, 20, 3},
+        {"Steinberg", 2400, 0, 1, 0, 1},
+        {"Steinberg", 2300, 20, 20, 20, 20},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(std::string(c.vendor) + " " + std::to_string(c.version));
+        host.vendor = c.vendor;
+        host.version = c.version;
+        host.connectedInputs = c.connectedIn;
+        host.connectedOutputs = c.connectedOut;
+        Plugin plugin(library, host);
+        ASSERT_TRUE(plugin);
+        EXPECT_EQ(plugin.effect()->numInputs, c.expectIn);
+        EXPECT_EQ(plugin.effect()->numOutputs, c.expectOut);
+        VstSpeakerArrangement *in, *out;
+        arrangements(plugin, &in, &out);
+        EXPECT_EQ(in->numChannels, c.expectIn);
+        EXPECT_EQ(out->numChannels, c.expectOut);
+        EXPECT_EQ(in->type, kSpeakerArrUserDefined);
+        EXPECT_EQ(out->type, kSpeakerArrUserDefined);
+    }
+}
+
+TEST_F(DelayEffectTest, ArrangementsOverTwentyChannelsAreCutToTwentyAndRefused) {
+    Plugin plugin(library, host);
+    ASSERT_TRUE(plugin);
+    // A host's own record is copied, speakers included.
+    Arrangement six(kSpeakerArrMono + 8, 6), four(kSpeakerArrStereo, 4);
+    VstSpeakerArrangement* sixRecord = six.get();
+    reinterpret_cast<VstSpeakerProperties*>(reinterpret_cast<char*>(sixRecord) + 8)[5].azimuth = 0.75f;
+    EXPECT_EQ(offer(plugin, six, four), 1);
+    VstSpeakerArrangement *in, *out;
+    arrangements(plugin, &in, &out);
+    EXPECT_NE(in, six.get());
+    EXPECT_EQ(in->numChannels, 6);
+    EXPECT_EQ(in->type, kSpeakerArrMono + 8);
+    EXPECT_EQ(reinterpret_cast<VstSpeakerProperties*>(reinterpret_cast<char*>(in) + 8)[5].azimuth, 0.75f);
+    EXPECT_EQ(out->numChannels, 4);
+
+    // 24 outputs: refused, the output becomes 20 user-defined channels.
+    Arrangement two(kSpeakerArrStereo, 2), many(kSpeakerArrStereo, 24);
+    EXPECT_EQ(offer(plugin, two, many), 0);
+    arrangements(plugin, &in, &out);
+    EXPECT_EQ(in->numChannels, 2);
+    EXPECT_EQ(out->numChannels, 20);
+    EXPECT_EQ(out->type, kSpeakerArrUserDefined);
+    // The record's counts stay as the host first saw them.
+    EXPECT_EQ(plugin.effect()->numInputs, 2);
+    EXPECT_EQ(plugin.effect()->numOutputs, 2);
+
+    // The output side really has 20 wet buses: tap 1 from In 1 to Out 20.
+    plugin.set(0, 1.5f / 44);    // In 1
+    plugin.set(10, 20.5f / 24);  // Out 20
+    plugin.set(20, 0.0f);        // all wet
+    plugin.set(24, 0.0f);        // free delay
+    plugin.set(21, 100.5f / 56000);
+    plugin.set(23, 0.0f);  // no feedback
+    std::vector<std::vector<float>> input(20, std::vector<float>(512, 0.0f));
+    std::vector<std::vector<float>> output(20, std::vector<float>(512, 0.0f));
+    plugin.processReplacing(input, output, 512);  // the volume ramp settles
+    input[0][0] = 1.0f;
+    plugin.processReplacing(input, output, 512);
+    EXPECT_FLOAT_EQ(output[19][100], 1.0f);
+    EXPECT_EQ(output[0][100], 0.0f);
+
+    // Missing arrangements change nothing.
+    EXPECT_EQ(plugin.dispatch(effSetSpeakerArrangement, 0, 0, out), 0);
+    EXPECT_EQ(plugin.dispatch(effSetSpeakerArrangement, 0, reinterpret_cast<VstIntPtr>(in), nullptr), 0);
+    Arrangement negative(kSpeakerArrStereo, 2);
+    negative.get()->numChannels = -3;
+    EXPECT_EQ(offer(plugin, negative, two), 0);
+    arrangements(plugin, &in, &out);
+    EXPECT_EQ(in->numChannels, 2);
+    EXPECT_EQ(out->numChannels, 20);
+}
+
+TEST_F(DelayEffectTest, RoutingClampKeepsItsOwnComparisons) {
+    Plugin plugin(library, host);
+    ASSERT_TRUE(plugin);
+    auto in = [](int s) { return (s + 0.5f) / 44; };
+    auto outv = [](int s) { return (s + 0.5f) / 24; };
+    // Inputs: 0 untouched, 2 fits, 5 > nIn -> In 2, 20 falls to the second
+    // test -> Out 2, 21 (Out 1) compared with nOut -> Out 2, 40 and 41 never.
+    const float inputs[10] = {in(0), in(2), in(5), in(19), in(20), in(21), in(39), in(40), in(41), in(43)};
+    // Outputs: 2 fits, 5 -> Out 2, 19 -> Out 2, 20 and Intern 1 never.
+    const float outputs[10] = {outv(0), outv(2), outv(5), outv(19), outv(20), outv(21), outv(23), outv(1), outv(3), outv(3)};
+    for (int t = 0; t < 10; ++t) {
+        plugin.set(t, inputs[t]);
+        plugin.set(10 + t, outputs[t]);
+    }
+    host.automated.clear();
+    Arrangement two(kSpeakerArrStereo, 2), twoOut(kSpeakerArrStereo, 2);
+    ASSERT_EQ(offer(plugin, two, twoOut), 1);
+
+    const float expectIn[10] = {inputs[0], inputs[1], 2.0f / 44, 2.0f / 44, 22.0f / 44,
+                                22.0f / 44, 22.0f / 44, inputs[7], inputs[8], inputs[9]};
+    const float expectOut[10] = {outputs[0], outputs[1], 2.0f / 24, 2.0f / 24, outputs[4],
+                                 outputs[5], outputs[6], outputs[7], 2.0f / 24, 2.0f / 24};
+    for (int t = 0; t < 10; ++t) {
+        EXPECT_FLOAT_EQ(plugin.get(t), expectIn[t]) << "input of tap " << t;
+        EXPECT_FLOAT_EQ(plugin.get(10 + t), expectOut[t]) << "output of tap " << t;
+    }
+    EXPECT_EQ(plugin.display(2), "      2");
+    EXPECT_EQ(plugin.display(4), "     22");
+    EXPECT_EQ(plugin.display(5), "     22");
+    EXPECT_EQ(plugin.display(12), "      2");
+    // Every move was reported to the host as automation, in index order.
+    std::vector<std::pair<int32_t, float>> expected = {
+        {2, 2.0f / 44},  {3, 2.0f / 44},  {4, 22.0f / 44}, {5, 22.0f / 44}, {6, 22.0f / 44},
+        {12, 2.0f / 24}, {13, 2.0f / 24}, {18, 2.0f / 24}, {19, 2.0f / 24}};
+    EXPECT_EQ(host.automated, expected);
+
+    // A refused configuration skips the clamp.
+    plugin.set(2, in(5));
+    host.automated.clear();
+    Arrangement many(kSpeakerArrStereo, 21);
+    EXPECT_EQ(offer(plugin, many, twoOut), 0);
+    EXPECT_TRUE(host.automated.empty());
+    EXPECT_FLOAT_EQ(plugin.get(2), in(5));
+}
+
+TEST_F(DelayEffectTest, InitProgramAndProgramCalls) {
+    Plugin plugin(library, host);
+    ASSERT_TRUE(plugin);
+    const std::pair<int, float> defaults[] = {
+        {0, 0.022728f}, {1, 0.045455f}, {10, 0.041667f}, {11, 0.083334f},
+        {20, 0.563636f}, {21, 0.568268f}, {22, 1.0f}, {23, 0.84217f},
+        {24, 1.0f}, {28, 0.460661f}, {29, 1.0f}, {30, 0.83746f}, {31, 1.0f}};
+    for (int32_t i = 0; i < 241; ++i) {
+        float expected = 0.0f;
+        for (auto& d : defaults) {
+            if (d.first == i) expected = d.second;
+        }
+        // A tap's "Delay" reads back whole samples of its 56000-sample line.
+        const bool delay = i >= 21 && i < 91 && (i - 21) % 7 == 0;
+        if (delay) {
+            EXPECT_NEAR(plugin.get(i), expected, 1.0 / 56000) << "parameter " << i;
+            continue;
+        }
+        EXPECT_FLOAT_EQ(plugin.get(i), expected) << "parameter " << i;
+    }
+    EXPECT_EQ(plugin.display(0), "      1");
+    EXPECT_EQ(plugin.display(1), "      2");
+    EXPECT_EQ(plugin.display(10), "      1");
+    EXPECT_EQ(plugin.display(11), "      2");
+    EXPECT_EQ(plugin.display(24), "On");
+    EXPECT_EQ(plugin.label(21), "Tempo");
+    EXPECT_EQ(plugin.display(21), "1/4");  // truncate(0.568268 * 24) = 13
+
+    EXPECT_EQ(plugin.programName(), "Init");
+    EXPECT_EQ(plugin.dispatch(effGetProgram), 0);
+    char name[] = "Dub Echo";
+    plugin.dispatch(effSetProgramName, 0, 0, name);
+    EXPECT_EQ(plugin.programName(), "Dub Echo");
+    // Long names are cut at what hosts allocate for a program name.
+    std::string longName(300, 'x');
+    plugin.dispatch(effSetProgramName, 0, 0, longName.data());
+    EXPECT_EQ(plugin.programName(), std::string(kVstMaxProgNameLen, 'x'));
+
+    // Programs 1 and -1 do not exist; 0 re-applies the stored values.
+    plugin.set(20, 0.25f);
+    plugin.dispatch(effSetProgram, 0, 1);
+    plugin.dispatch(effSetProgram, 0, -1);
+    EXPECT_EQ(plugin.dispatch(effGetProgram), 0);
+    EXPECT_FLOAT_EQ(plugin.get(20), 0.25f);
+    plugin.dispatch(effSetProgram, 0, 0);
+    EXPECT_FLOAT_EQ(plugin.get(20), 0.25f);
+    EXPECT_EQ(plugin.display(20), "0.250000");
+}
+
+// Impulse responses through the Init program at 120 BPM, 44.1 kHz: tap 1
+// (input 1 to output 1) is a synchronised "1/4", 22050 samples.
+TEST_F(DelayEffectTest, InitProgramEchoesAQuarterNoteLater) {
+    Plugin plugin(library, host);
+    ASSERT_TRUE(plugin);
+    plugin.dispatch(effSetSampleRate, 0, 0, nullptr, 44100.0f);
+    plugin.dispatch(effMainsChanged, 0, 1);
+    const float mix = 0.563636f;
+    std::vector<std::vector<float>> in(2, std::vector<float>(11025, 0.0f));
+    std::vector<std::vector<float>> out(2, std::vector<float>(11025, 0.0f));
+    in[0][0] = 1.0f;
+    std::vector<float> left;
+    for (int block = 0; block < 4; ++block) {
+        plugin.processReplacing(in, out, 11025);
+        left.insert(left.end(), out[0].begin(), out[0].end());
+        in[0][0] = 0.0f;
+    }
+    ASSERT_EQ(left.size(), 44100u);
+    EXPECT_FLOAT_EQ(left[0], mix);
+    EXPECT_FLOAT_EQ(left[22050], 1.0f - mix);
+    float elsewhere = 0.0f;
+    for (size_t i = 1; i < left.size(); ++i) {
+        if (i != 22050) elsewhere = std::max(elsewhere, std::fabs(left[i]));
+    }
+    EXPECT_LT(elsewhere, 1e-6f);
+    // The host was asked for tempo and the automation-writing flag.
+    ASSERT_FALSE(host.timeRequests.empty());
+    EXPECT_EQ(host.timeRequests.back(), kVstTempoValid | kVstAutomationWriting);
+}
+
+TEST_F(DelayEffectTest, SuspendClearsTheLinesInFlight) {
+    Plugin plugin(library, host);
+    ASSERT_TRUE(plugin);
+    plugin.set(20, 0.0f);  // all wet
+    plugin.set(24, 0.0f);  // tap 1 free
+    plugin.set(21, 1000.5f / 56000);
+    plugin.set(23, 0.5f);
+    plugin.dispatch(effMainsChanged, 0, 1);
+    auto run = [&](bool suspendBetween) {
+        std::vector<std::vector<float>> in(2, std::vector<float>(512, 0.0f));
+        std::vector<std::vector<float>> out(2, std::vector<float>(512, 0.0f));
+        in[0][0] = 1.0f;
+        plugin.processReplacing(in, out, 512);
+        in[0][0] = 0.0f;
+        if (suspendBetween) {
+            plugin.dispatch(effMainsChanged, 0, 0);
+            plugin.dispatch(effMainsChanged, 0, 1);
+        }
+        float peak = 0.0f;
+        for (int block = 0; block < 8; ++block) {
+            plugin.processReplacing(in, out, 512);
+            for (float s : out[0]) peak = std::max(peak, std::fabs(s));
+        }
+        return peak;
+    };
+    EXPECT_GT(run(false), 0.9f);  // the echo arrives without a suspend
+    plugin.dispatch(effMainsChanged, 0, 0);
+    plugin.dispatch(effMainsChanged, 0, 1);
+    EXPECT_EQ(run(true), 0.0f);
+}
+
+TEST_F(DelayEffectTest, AccumulatingProcessAddsOnlyTheWetPart) {
+    Plugin plugin(library, host);
+    ASSERT_TRUE(plugin);
+    plugin.set(20, 0.25f);
+    plugin.set(24, 0.0f);
+    plugin.set(21, 12.5f / 56000);
+    plugin.set(23, 0.0f);
+    std::vector<std::vector<float>> in(2, std::vector<float>(64, 0.0f));
+    std::vector<std::vector<float>> out(2, std::vector<float>(64, 0.5f));
+    plugin.processAccumulating(in, out, 64);  // the volume ramp settles
+    for (auto& channel : out) std::fill(channel.begin(), channel.end(), 0.5f);
+    in[0][0] = 1.0f;
+    plugin.processAccumulating(in, out, 64);
+    EXPECT_FLOAT_EQ(out[0][0], 0.5f);
+    EXPECT_FLOAT_EQ(out[0][12], 0.5f + 0.75f);
+    EXPECT_FLOAT_EQ(out[1][12], 0.5f);
+}
+
+}  // namespace
+}  // namespace varitap::test

@@ -1,0 +1,122 @@
+#include "FakeHost.h"
+
+#include <dlfcn.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstring>
+
+namespace varitap::test {
+
+using namespace vst;
+
+FakeHost* FakeHost::current = nullptr;
+
+FakeHost::FakeHost() {
+    current = this;
+    time.sampleRate = 44100.0;
+    time.tempo = 120.0;
+    time.flags = kVstTempoValid;
+}
+
+FakeHost::~FakeHost() {
+    if (current == this) current = nullptr;
+}
+
+VstIntPtr FakeHost::callback(AEffect*, int32_t opcode, int32_t index, VstIntPtr value, void* ptr,
+                             float opt) {
+    return current ? current->answer(opcode, index, value, ptr, opt) : 0;
+}
+
+VstIntPtr FakeHost::answer(int32_t opcode, int32_t index, VstIntPtr value, void* ptr, float opt) {
+    switch (opcode) {
+        case audioMasterVersion:
+            return version;
+        case audioMasterGetVendorString:
+            if (vendor.empty() || !ptr) return 0;
+            std::strncpy(static_cast<char*>(ptr), vendor.c_str(), kVstMaxVendorStrLen - 1);
+            static_cast<char*>(ptr)[kVstMaxVendorStrLen - 1] = 0;
+            return 1;
+        case audioMasterPinConnected:
+            // 0 means connected.
+            return index < (value ? connectedOutputs : connectedInputs) ? 0 : 1;
+        case audioMasterGetTime:
+            timeRequests.push_back(static_cast<int32_t>(value));
+            return giveTime ? reinterpret_cast<VstIntPtr>(&time) : 0;
+        case audioMasterAutomate:
+            automated.emplace_back(index, opt);
+            return 0;
+        case audioMasterUpdateDisplay:
+            ++updateDisplayCount;
+            return 1;
+        default:
+            return 0;
+    }
+}
+
+std::string BundleLibrary::path() {
+    return std::string(VARITAP_BUNDLE_DIR) + "/Contents/" + VARITAP_ARCH_DIR + "/Varitap.so";
+}
+
+BundleLibrary::BundleLibrary(const char* symbol) {
+    handle_ = dlopen(path().c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (handle_) entry_ = reinterpret_cast<MainProc>(dlsym(handle_, symbol));
+}
+
+BundleLibrary::~BundleLibrary() {
+    if (handle_) dlclose(handle_);
+}
+
+void* BundleLibrary::symbol(const char* name) const { return handle_ ? dlsym(handle_, name) : nullptr; }
+
+Plugin::Plugin(const BundleLibrary& library, FakeHost&) {
+    if (library.entry()) effect_ = library.entry()(&FakeHost::callback);
+}
+
+void Plugin::close() {
+    if (effect_) effect_->dispatcher(effect_, effClose, 0, 0, nullptr, 0.0f);
+    effect_ = nullptr;
+}
+
+VstIntPtr Plugin::dispatch(int32_t opcode, int32_t index, VstIntPtr value, void* ptr, float opt) {
+    return effect_->dispatcher(effect_, opcode, index, value, ptr, opt);
+}
+
+std::string Plugin::text(int32_t opcode, int32_t index) {
+    char buffer[256];
+    std::memset(buffer, 0, sizeof buffer);
+    std::strcpy(buffer, kUntouched);
+    dispatch(opcode, index, 0, buffer);
+    return buffer;
+}
+
+namespace {
+std::vector<float*> pointers(std::vector<std::vector<float>>& channels) {
+    std::vector<float*> p;
+    for (auto& c : channels) p.push_back(c.data());
+    return p;
+}
+}  // namespace
+
+void Plugin::processReplacing(std::vector<std::vector<float>>& in,
+                              std::vector<std::vector<float>>& out, int32_t frames) {
+    auto i = pointers(in);
+    auto o = pointers(out);
+    effect_->processReplacing(effect_, i.data(), o.data(), frames);
+}
+
+void Plugin::processAccumulating(std::vector<std::vector<float>>& in,
+                                 std::vector<std::vector<float>>& out, int32_t frames) {
+    auto i = pointers(in);
+    auto o = pointers(out);
+    effect_->process(effect_, i.data(), o.data(), frames);
+}
+
+Arrangement::Arrangement(int32_t type, int32_t channels) {
+    size_t speakers = static_cast<size_t>(std::max(channels, 8));
+    bytes_.assign(offsetof(VstSpeakerArrangement, speakers) + speakers * sizeof(VstSpeakerProperties), 0);
+    get()->type = type;
+    get()->numChannels = channels;
+}
+
+}  // namespace varitap::test
