@@ -215,7 +215,8 @@ double typeWave(int type, double x) {
         case 1:
             return x < 0.5 ? 1.0 : 0.0;
         case 2:
-            return x;
+            // Two teeth, so that the drop reads as a ramp that restarts.
+            return x < 0.5 ? x * 2 : x * 2 - 1;
         default: {
             static const double steps[8] = {0.3, 0.75, 1.0, 0.55, 0.15, 0.45, 0.85, 0.0};
             return steps[std::min(7, static_cast<int>(x * 8))];
