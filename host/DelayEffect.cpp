@@ -7,6 +7,7 @@
 #include "host/AEffEditor.h"
 #include "modulation/ModulatorBase.h"
 #include "persistence/Preferences.h"
+#include "persistence/PresetLibrary.h"
 
 namespace varitap {
 
@@ -128,11 +129,18 @@ DelayEffect::DelayEffect(audioMasterCallback audioMaster)
         AEffEditor* made = gEditorFactory(*this);
         if (made && editor != made) setEditor(made);
     }
+
+    // The shared preset library: the first instance of the process loads the
+    // factory file from the bundle and then the user file; later ones share it.
+    PresetLibrary::acquireForInstance();
 }
 
 DelayEffect::~DelayEffect() {
     delete editor;
     setEditor(nullptr);
+    // Every instance that closes rewrites the user presets file, then drops
+    // its share of the library (the last one destroys it).
+    PresetLibrary::saveAndRelease();
 
     programs_[0].reset();
     if (preferences_) preferences_->release();
