@@ -71,7 +71,7 @@ cairo_surface_t* drawGraphite() {
         cairo_set_source_rgba(cr, 1, 1, 1, (y % 2) ? a : a * 0.3);
         cairo_stroke(cr);
     }
-    glow(cr, 120, 420, 420, rgb(0xf5a524, 0.10));
+    glow(cr, 120, 420, 420, withAlpha(palette::kAmber, 0.10));
     vignette(cr, 0.45);
     cairo_destroy(cr);
     addGrain(s, 0.035, 11);
@@ -103,7 +103,7 @@ cairo_surface_t* drawEmber() {
     cairo_t* cr = cairo_create(s);
     fillGradient(cr, rgb(0x2a1410), rgb(0x0e0706));
     glow(cr, 180, 430, 520, rgb(0xd2521c, 0.45));
-    glow(cr, 760, -40, 300, rgb(0xf5a524, 0.12));
+    glow(cr, 760, -40, 300, withAlpha(palette::kAmber, 0.12));
     // Diagonal light streaks.
     Noise noise(41);
     for (int i = 0; i < 26; ++i) {
@@ -162,8 +162,8 @@ cairo_surface_t* drawAboutBox() {
     cairo_t* cr = cairo_create(s);
     fillGradient(cr, rgb(0x262c34), rgb(0x0d0f12));
     const double centerX = kEditorWidth / 2.0;
-    glow(cr, centerX, 200, 460, rgb(0xf5a524, 0.10));
-    echoRings(cr, centerX, 200, rgb(0xf5a524, 0.16), 20);
+    glow(cr, centerX, 200, 460, withAlpha(palette::kAmber, 0.10));
+    echoRings(cr, centerX, 200, withAlpha(palette::kAmber, 0.16), 20);
     vignette(cr, 0.6);
 
     // The card the texts sit on, centred in the editor.
@@ -216,7 +216,7 @@ cairo_surface_t* drawAboutBox() {
     for (size_t i = 0; i < mark.size(); ++i) {
         const std::string letter = mark.substr(i, 1);
         drawText(cr, letter, x, 100, 56, true, Align::kLeft,
-                 i < 4 ? rgb(0xeef1f5) : palette::kAmber);
+                 i < 4 ? palette::kWordMark : palette::kAmber);
         x += textWidth(cr, letter, 56, true) + spacing;
     }
     drawText(cr, "Multi-tap delay", left + 1, 126, 15, false, Align::kLeft, palette::kLabel);
@@ -231,9 +231,9 @@ cairo_surface_t* drawAboutBox() {
         const double height = (base - top) * std::pow(0.8, i);
         roundedRect(cr, bx, base - height, 14, height, 2);
         const double a = 1.0 - i * 0.07;
-        fillVertical(cr, base - height, base, rgb(0xffc45a, a), rgb(0xc76d10, a));
+        fillVertical(cr, base - height, base, withAlpha(palette::kAmberLit, a), withAlpha(palette::kAmberDeep, a));
         cairo_arc(cr, bx + 7, base - height - 7, 2.4, 0, 2 * M_PI);
-        setColor(cr, rgb(0x5fd3e8, a));
+        setColor(cr, withAlpha(palette::kCyan, a));
         cairo_fill(cr);
     }
     drawText(cr, "10 taps  \xC2\xB7  10 modulators  \xC2\xB7  tempo sync  \xC2\xB7  filters  \xC2\xB7  free routing",

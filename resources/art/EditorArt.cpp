@@ -27,7 +27,7 @@ void label(cairo_t* cr, const char* text, double x, double baseline, Align align
 void drawHeader(cairo_t* cr, double x, double y, double w, double h, const Color& accent) {
     cairo_save(cr);
     roundedRect(cr, x + 1, y + 1, w - 2, h, 3);
-    fillVertical(cr, y, y + h, rgb(0x434b57, 0.95), rgb(0x323842, 0.95));
+    fillVertical(cr, y, y + h, palette::kHeaderTop, palette::kHeaderBottom);
     cairo_rectangle(cr, x + 3, y + 1, w - 6, 1.5);
     setColor(cr, accent);
     cairo_fill(cr);
@@ -46,9 +46,9 @@ void drawButtonFace(cairo_t* cr, double x, double y, double w, double h, bool li
     cairo_fill(cr);
     roundedRect(cr, x + 1, y + 1, w - 2, h - 2, 1.8);
     if (lit) {
-        fillVertical(cr, y + 1, y + h - 1, rgb(0xffc45a), palette::kAmberDeep);
+        fillVertical(cr, y + 1, y + h - 1, palette::kAmberLit, palette::kAmberDeep);
     } else {
-        fillVertical(cr, y + 1, y + h - 1, rgb(0x48505b), palette::kButtonDark);
+        fillVertical(cr, y + 1, y + h - 1, palette::kButtonTop, palette::kButtonDark);
     }
     cairo_move_to(cr, x + 2.5, y + 1.5);
     cairo_line_to(cr, x + w - 2.5, y + 1.5);
@@ -137,16 +137,16 @@ cairo_surface_t* drawSyncButton() {
         drawButtonFace(cr, 0, y, w, h, on);
         // LED at the left, the word to its right.
         cairo_arc(cr, 5, y + h / 2, 1.6, 0, 2 * M_PI);
-        setColor(cr, on ? rgb(0xfff4d6) : rgb(0x15181c));
+        setColor(cr, on ? palette::kLedOn : palette::kLedOff);
         cairo_fill(cr);
         if (!on) {
             cairo_arc(cr, 5, y + h / 2, 1.6, 0, 2 * M_PI);
-            setColor(cr, rgb(0x5a3f1c));
+            setColor(cr, palette::kAmberDim);
             cairo_set_line_width(cr, 0.8);
             cairo_stroke(cr);
         }
         drawText(cr, "SYNC", 18, y + 10, 6.5, true, Align::kCenter,
-                 on ? rgb(0x2a1700) : palette::kLabel, !on);
+                 on ? palette::kOnInk : palette::kLabel, !on);
     }
     cairo_destroy(cr);
     return s;
@@ -160,12 +160,7 @@ cairo_surface_t* drawSliderHandle() {
     setColor(cr, rgb(0x000000, 0.8));
     cairo_fill(cr);
     roundedRect(cr, 1, 0.5, w - 2, h - 1.5, 1.5);
-    cairo_pattern_t* p = cairo_pattern_create_linear(0, 0, w, 0);
-    cairo_pattern_add_color_stop_rgb(p, 0, 0.93, 0.94, 0.96);
-    cairo_pattern_add_color_stop_rgb(p, 1, 0.55, 0.58, 0.63);
-    cairo_set_source(cr, p);
-    cairo_fill(cr);
-    cairo_pattern_destroy(p);
+    fillHorizontal(cr, 0, w, palette::kHandleLight, palette::kHandleShade);
     // The amber index line marks the handle's value position.
     cairo_rectangle(cr, std::floor(w / 2), 2, 1, h - 4);
     setColor(cr, palette::kAmberDeep);
@@ -186,12 +181,12 @@ cairo_surface_t* drawPowerButton() {
         cairo_fill(cr);
         cairo_arc(cr, cx, cy, r - 1, 0, 2 * M_PI);
         if (on) {
-            fillVertical(cr, cy - r, cy + r, rgb(0xffc45a), palette::kAmberDeep);
+            fillVertical(cr, cy - r, cy + r, palette::kAmberLit, palette::kAmberDeep);
         } else {
-            fillVertical(cr, cy - r, cy + r, rgb(0x4a525d), palette::kButtonDark);
+            fillVertical(cr, cy - r, cy + r, palette::kButtonTop, palette::kButtonDark);
         }
         // The power symbol: an open ring with a bar through its gap.
-        const Color ink = on ? rgb(0x2a1700) : palette::kLabel;
+        const Color ink = on ? palette::kOnInk : palette::kLabel;
         cairo_set_line_width(cr, 1.3);
         cairo_set_line_cap(cr, CAIRO_LINE_CAP_ROUND);
         cairo_arc(cr, cx, cy + 0.3, 3.2, -M_PI / 2 + 0.75, 3 * M_PI / 2 - 0.75);
@@ -230,7 +225,7 @@ void drawScreen(cairo_t* cr, double x, double y, double w, double h) {
     setColor(cr, rgb(0x000000, 0.85));
     cairo_fill(cr);
     roundedRect(cr, x + 1, y + 1, w - 2, h - 2, 2);
-    fillVertical(cr, y, y + h, rgb(0x0c1c22), palette::kScreen);
+    fillVertical(cr, y, y + h, palette::kScreenTop, palette::kScreen);
     cairo_move_to(cr, x + 2, y + h - 0.5);
     cairo_line_to(cr, x + w - 2, y + h - 0.5);
     setColor(cr, palette::kFieldEdge);
@@ -271,7 +266,7 @@ cairo_surface_t* drawTypeSwitch() {
         };
         cairo_set_line_join(cr, CAIRO_LINE_JOIN_ROUND);
         trace();
-        setColor(cr, rgb(0x5fd3e8, 0.25));
+        setColor(cr, withAlpha(palette::kCyan, 0.25));
         cairo_set_line_width(cr, 3);
         cairo_stroke(cr);
         trace();
@@ -294,11 +289,11 @@ cairo_surface_t* drawTableView() {
     for (int c = 0; c < kTableColumns; c += 2) {
         cairo_rectangle(cr, kTableInset + plotW * c / kTableColumns, kTableInset,
                         plotW / kTableColumns, plotH);
-        setColor(cr, rgb(0x5fd3e8, 0.06));
+        setColor(cr, withAlpha(palette::kCyan, 0.06));
         cairo_fill(cr);
     }
     cairo_rectangle(cr, kTableInset - 0.5, kTableInset - 0.5, plotW + 1, plotH + 1);
-    setColor(cr, rgb(0x5fd3e8, 0.35));
+    setColor(cr, withAlpha(palette::kCyan, 0.35));
     cairo_set_line_width(cr, 1);
     cairo_stroke(cr);
     cairo_destroy(cr);
@@ -318,7 +313,7 @@ cairo_surface_t* drawTableToggle() {
         for (int b = 0; b < 3; ++b) {
             cairo_rectangle(cr, 1.5 + b * 1.7, y + h - 2.5 - bars[b], 1.2, bars[b]);
         }
-        setColor(cr, on ? rgb(0x2a1700) : palette::kLabel);
+        setColor(cr, on ? palette::kOnInk : palette::kLabel);
         cairo_fill(cr);
     }
     cairo_destroy(cr);
@@ -353,7 +348,7 @@ cairo_surface_t* drawMenuHandle() {
     cairo_save(cr);
     cairo_translate(cr, w / 2 + 6.5, tabBottom / 2 + 18);
     cairo_rotate(cr, -M_PI / 2);
-    drawSpacedText(cr, "VARI", -1, 0, 16, true, 2.5, Align::kRight, rgb(0xe6eaef));
+    drawSpacedText(cr, "VARI", -1, 0, 16, true, 2.5, Align::kRight, palette::kWordMark);
     drawSpacedText(cr, "TAP", 1.5, 0, 16, true, 2.5, Align::kLeft, palette::kAmber);
     cairo_restore(cr);
     cairo_save(cr);

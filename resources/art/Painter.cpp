@@ -26,6 +26,15 @@ void fillVertical(cairo_t* cr, double y0, double y1, const Color& top, const Col
     cairo_pattern_destroy(p);
 }
 
+void fillHorizontal(cairo_t* cr, double x0, double x1, const Color& left, const Color& right) {
+    cairo_pattern_t* p = cairo_pattern_create_linear(x0, 0, x1, 0);
+    cairo_pattern_add_color_stop_rgba(p, 0, left.r, left.g, left.b, left.a);
+    cairo_pattern_add_color_stop_rgba(p, 1, right.r, right.g, right.b, right.a);
+    cairo_set_source(cr, p);
+    cairo_fill(cr);
+    cairo_pattern_destroy(p);
+}
+
 void drawCard(cairo_t* cr, double x, double y, double w, double h, const Color& top,
               const Color& bottom) {
     cairo_save(cr);
@@ -101,20 +110,10 @@ void drawKnobDial(cairo_t* cr, const Rect& knob) {
     setColor(cr, rgb(0x000000, 0.55));
     cairo_fill(cr);
     cairo_arc(cr, cx, cy, body, 0, 2 * M_PI);
-    cairo_pattern_t* p = cairo_pattern_create_linear(cx, cy - body, cx, cy + body);
-    cairo_pattern_add_color_stop_rgb(p, 0, 0.30, 0.33, 0.38);
-    cairo_pattern_add_color_stop_rgb(p, 1, 0.10, 0.11, 0.13);
-    cairo_set_source(cr, p);
-    cairo_fill(cr);
-    cairo_pattern_destroy(p);
+    fillVertical(cr, cy - body, cy + body, palette::kKnobRimTop, palette::kKnobRimBottom);
     // Inner cap: a flat, darker face so the white pointer stands out on it.
     cairo_arc(cr, cx, cy, body - 2.0, 0, 2 * M_PI);
-    p = cairo_pattern_create_linear(cx, cy - body, cx, cy + body);
-    cairo_pattern_add_color_stop_rgb(p, 0, 0.14, 0.16, 0.19);
-    cairo_pattern_add_color_stop_rgb(p, 1, 0.20, 0.22, 0.26);
-    cairo_set_source(cr, p);
-    cairo_fill(cr);
-    cairo_pattern_destroy(p);
+    fillVertical(cr, cy - body, cy + body, palette::kKnobCapTop, palette::kKnobCapBottom);
     cairo_arc(cr, cx, cy, body - 0.5, M_PI * 1.15, M_PI * 1.85);
     setColor(cr, rgb(0xffffff, 0.18));
     cairo_set_line_width(cr, 1);

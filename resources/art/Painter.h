@@ -23,31 +23,42 @@ constexpr Color rgb(uint32_t hex, double alpha = 1.0) {
 // One palette for everything: graphite cards, amber for "on" and for the
 // product's accent, cyan for the modulators' small screens.
 namespace palette {
-inline constexpr Color kInk = rgb(0x0b0d10);           // deepest shade, shadows
-inline constexpr Color kCardTop = rgb(0x2c323b, 0.74);  // card gradient
+inline constexpr Color kCardTop = rgb(0x2c323b, 0.74);  // tap cards, translucent
 inline constexpr Color kCardBottom = rgb(0x1c2027, 0.80);
 inline constexpr Color kPanelTop = rgb(0x262b33, 0.80);  // modulator cards, a shade darker
 inline constexpr Color kPanelBottom = rgb(0x181b21, 0.85);
 inline constexpr Color kCardEdge = rgb(0x07080a, 0.85);
 inline constexpr Color kHighlight = rgb(0xffffff, 0.08);
-inline constexpr Color kHeader = rgb(0x3a414c, 0.95);
-inline constexpr Color kField = rgb(0x0a0c0f, 0.92);
+inline constexpr Color kHeaderTop = rgb(0x434b57, 0.95);
+inline constexpr Color kHeaderBottom = rgb(0x323842, 0.95);
+inline constexpr Color kField = rgb(0x0a0c0f, 0.92);  // behind the toolkit's white text
 inline constexpr Color kFieldEdge = rgb(0xffffff, 0.10);
 inline constexpr Color kLabel = rgb(0xb4bdc8);
 inline constexpr Color kLabelDim = rgb(0x7c8692);
+inline constexpr Color kWordMark = rgb(0xe6eaef);
 inline constexpr Color kRule = rgb(0xffffff, 0.07);
 inline constexpr Color kAmber = rgb(0xf5a524);
+inline constexpr Color kAmberLit = rgb(0xffc45a);  // top of a lit button
 inline constexpr Color kAmberDeep = rgb(0xc76d10);
 inline constexpr Color kAmberDim = rgb(0x5a3f1c);
+inline constexpr Color kOnInk = rgb(0x2a1700);  // text and icons on lit buttons
 inline constexpr Color kCyan = rgb(0x5fd3e8);
-inline constexpr Color kCyanDim = rgb(0x1f4a55);
-inline constexpr Color kKnobBody = rgb(0x3a414b);
-inline constexpr Color kKnobBodyDark = rgb(0x16191e);
 inline constexpr Color kTick = rgb(0x8d97a3);
-inline constexpr Color kButton = rgb(0x353b45);
+inline constexpr Color kButtonTop = rgb(0x48505b);
 inline constexpr Color kButtonDark = rgb(0x1d2127);
+inline constexpr Color kLedOff = rgb(0x15181c);
+inline constexpr Color kLedOn = rgb(0xfff4d6);
+inline constexpr Color kKnobRimTop = rgb(0x4d545f);
+inline constexpr Color kKnobRimBottom = rgb(0x1a1c21);
+inline constexpr Color kKnobCapTop = rgb(0x242930);
+inline constexpr Color kKnobCapBottom = rgb(0x333842);
+inline constexpr Color kHandleLight = rgb(0xedeff4);
+inline constexpr Color kHandleShade = rgb(0x8c949f);
+inline constexpr Color kScreenTop = rgb(0x0c1c22);
 inline constexpr Color kScreen = rgb(0x081418);
 }  // namespace palette
+
+constexpr Color withAlpha(const Color& c, double alpha) { return {c.r, c.g, c.b, alpha}; }
 
 enum class Align { kLeft, kCenter, kRight };
 
@@ -55,6 +66,8 @@ void setColor(cairo_t* cr, const Color& c);
 void roundedRect(cairo_t* cr, double x, double y, double w, double h, double radius);
 // Fills the current path with a vertical gradient from top to bottom colour.
 void fillVertical(cairo_t* cr, double y0, double y1, const Color& top, const Color& bottom);
+// The same, from left to right.
+void fillHorizontal(cairo_t* cr, double x0, double x1, const Color& left, const Color& right);
 
 // A translucent card with a dark edge and a faint top highlight.
 void drawCard(cairo_t* cr, double x, double y, double w, double h, const Color& top,
