@@ -1,6 +1,7 @@
 #include "tools/render/WaveformPlot.h"
 
 #include <cairo.h>
+#include <fontconfig/fontconfig.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -232,6 +233,10 @@ bool WaveformPlot::write(const std::string& path, const std::string& title, std:
     std::string temporary = path + ".tmp" + std::to_string(::getpid());
     cairo_status_t status = cairo_surface_write_to_png(surface, temporary.c_str());
     cairo_surface_destroy(surface);
+    // The program draws one picture: give back the font caches cairo's text
+    // left in cairo and fontconfig (the next drawing builds them again).
+    cairo_debug_reset_static_data();
+    FcFini();
     if (status != CAIRO_STATUS_SUCCESS) {
         ::unlink(temporary.c_str());
         error = std::string("cannot be written (") + cairo_status_to_string(status) + ")";
