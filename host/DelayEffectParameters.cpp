@@ -42,7 +42,7 @@ void numberedName(char* text, const char* format, int number) {
     // The format is one of ours or a checked translation of it.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
-    std::snprintf(text, kNameTextMax + 1, f, number);
+    if (std::snprintf(text, kNameTextMax + 1, f, number) < 0) text[0] = 0;
 #pragma GCC diagnostic pop
 }
 
@@ -93,7 +93,8 @@ void DelayEffect::getParameterName(int32_t index, char* text) {
     } else if (isTapParameter(index, &t, &s)) {
         char word[kNameTextMax + 1] = {};
         engine_->tap(t).getParameterName(s, word);
-        std::snprintf(text, kNameTextMax + 1, "#%d: %s", t + 1, word);
+        // Names longer than the host's limit are cut (snprintf's own cut).
+        if (std::snprintf(text, kNameTextMax + 1, "#%d: %s", t + 1, word) < 0) text[0] = 0;
     } else {
         // Modulators, and past the layout the same formula continues (241 is
         // the "Type" of an eleventh modulator). Sub-indices above 6 have no
@@ -105,7 +106,7 @@ void DelayEffect::getParameterName(int32_t index, char* text) {
         if (!row.name) return;
         char word[kNameTextMax + 1] = {};
         copyLocalized(word, row.name, kNameTextMax);
-        std::snprintf(text, kNameTextMax + 1, "Auto #%ld %s", m + 1, word);
+        if (std::snprintf(text, kNameTextMax + 1, "Auto #%ld %s", m + 1, word) < 0) text[0] = 0;
     }
 }
 
