@@ -281,7 +281,7 @@ std::vector<FolderSpec> factoryLibrary() {
               {note(N1_4, In1, Out1, 0.9, 0.5).bandPass(0.25, 0.5), note(N1_4D, In2, Out2, 0.9, 0.5).bandPass(0.3, 0.5)},
               {}},
              {"Bright Highpass Repeats", 0.6,
-              {note(N1_8, In1, Out1, 0.7, 0.5).highPass(0.35), note(N1_8D, In2, Out2, 0.7, 0.5).highPass(0.35)},
+              {note(N1_8, In1, Out1, 0.85, 0.5).highPass(0.15), note(N1_8D, In2, Out2, 0.85, 0.5).highPass(0.15)},
               {}},
              {"Dub Siren Sweep", 0.6,
               {note(N1_4D, In1, Out1, 0.8, 0.65).bandPass(0.4, 0.55), note(N1_4D, In2, Out2, 0.8, 0.65).bandPass(0.4, 0.55)},

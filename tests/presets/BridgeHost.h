@@ -1,0 +1,109 @@
+// A minimal VST 2 host for the preset bridge and corpus tests: one callback
+// that answers version, vendor, pins and time information, and records
+// automation and display updates. Instances are made directly from the host
+// layer (the same code the bundle's entry point runs). Each test runs with
+// XDG_CONFIG_HOME in a temporary folder, so the user presets file that every
+// instance's destruction writes stays out of the real configuration.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <cstring>
+
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "PresetTestSupport.h"
+#include "host/DelayEffect.h"
+#include "host/VstInterface.h"
+
+namespace varitap::testing {
+
+struct BridgeHost {
+    vst::VstIntPtr version = 2400;
+    double tempo = 120.0;
+    vst::VstTimeInfo time{};
+    std::vector<std::pair<int32_t, float>> automated;
+    int updateDisplayCount = 0;
+
+    static BridgeHost*& current() {
+        static BridgeHost* host = nullptr;
+        return host;
+    }
+
+    static vst::VstIntPtr callback(vst::AEffect*, int32_t opcode, int32_t index, vst::VstIntPtr value,
+                                   void* ptr, float opt) {
+        (void)value;
+        BridgeHost* host = current();
+        if (!host) return 0;
+        switch (opcode) {
+            case vst::audioMasterVersion:
+                return host->version;
+            case vst::audioMasterAutomate:
+                host->automated.emplace_back(index, opt);
+                return 0;
+            case vst::audioMasterUpdateDisplay:
+                ++host->updateDisplayCount;
+                return 1;
+            case vst::audioMasterPinConnected:
+                return 0;  // connected
+            case vst::audioMasterGetVendorString:
+                if (ptr) std::strcpy(static_cast<char*>(ptr), "Preset Test Host");
+                return 1;
+            case vst::audioMasterGetTime:
+                host->time = vst::VstTimeInfo{};
+                host->time.sampleRate = 44100.0;
+                host->time.tempo = host->tempo;
+                host->time.flags = vst::kVstTempoValid;
+                return reinterpret_cast<vst::VstIntPtr>(&host->time);
+            default:
+                return 0;
+        }
+    }
+};
+
+// A temporary XDG_CONFIG_HOME and a host for the test's duration.
+class BridgeTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        const char* old = std::getenv("XDG_CONFIG_HOME");
+        hadConfig_ = old != nullptr;
+        if (old) savedConfig_ = old;
+        setenv("XDG_CONFIG_HOME", config_.path().c_str(), 1);
+        BridgeHost::current() = &host_;
+    }
+    void TearDown() override {
+        BridgeHost::current() = nullptr;
+        if (hadConfig_) {
+            setenv("XDG_CONFIG_HOME", savedConfig_.c_str(), 1);
+        } else {
+            unsetenv("XDG_CONFIG_HOME");
+        }
+    }
+
+    std::unique_ptr<DelayEffect> makeEffect() {
+        auto effect = std::make_unique<DelayEffect>(&BridgeHost::callback);
+        effect->setSampleRate(44100.0f);
+        effect->resume();
+        return effect;
+    }
+
+    std::string programName(DelayEffect& effect) {
+        char name[512] = {};
+        vst::AEffect* record = effect.getAeffect();
+        record->dispatcher(record, vst::effGetProgramName, 0, 0, name, 0.0f);
+        return name;
+    }
+
+    TempFolder config_;
+    BridgeHost host_;
+
+private:
+    bool hadConfig_ = false;
+    std::string savedConfig_;
+};
+
+}  // namespace varitap::testing

@@ -1,0 +1,246 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <random>
+
+#include "BridgeHost.h"
+#include "engine/ParameterLayout.h"
+#include "persistence/PresetLibrary.h"
+
+namespace varitap {
+namespace {
+
+using testing::BridgeTest;
+
+std::vector<float> parameters(DelayEffect& effect) {
+    std::vector<float> values;
+    for (int32_t i = 0; i < kParameterCount; ++i) values.push_back(effect.getParameter(i));
+    return values;
+}
+
+// A state that touches every parameter, with routing that the channel
+// clamp leaves alone (inputs 1..2 and the internal buses, outputs likewise)
+// and modulators switched off so that nothing moves.
+void setVariedState(DelayEffect& effect) {
+    std::mt19937 random(1234);
+    std::uniform_real_distribution<float> unit(0.0f, 1.0f);
+    const int inputs[] = {0, 1, 2, 41, 42, 43, 44};
+    const int outputs[] = {0, 1, 2, 21, 22, 23, 24};
+    for (int t = 0; t < kTapCount; ++t) {
+        effect.setParameter(kTapInputParameterBase + t, (inputs[t % 7] + 0.5f) / 44.0f);
+        effect.setParameter(kTapOutputParameterBase + t, (outputs[(t + 3) % 7] + 0.5f) / 24.0f);
+    }
+    effect.setParameter(kWetDryParameter, 0.37f);
+    for (int i = kTapParameterBase; i < kModulatorParameterBase; ++i) effect.setParameter(i, unit(random));
+    for (int m = 0; m < kModulatorCount; ++m) {
+        for (int s = 0; s < kModulatorParameterCount; ++s) {
+            float v = unit(random);
+            if (s == kModulatorIndex) v = static_cast<float>(20 + 22 * m + s);
+            if (s == kModulatorPower) v = 0.0f;
+            effect.setParameter(modulatorParameterIndex(m, s), v);
+        }
+    }
+}
+
+RefPtr<Preset> presetWith(std::initializer_list<std::pair<const char*, double>> floats, bool version1,
+                          const char* name = "Test") {
+    auto preset = makeRef<Preset>(name);
+    if (version1) {
+        PropertyValue* v = PropertyValue::makeLong("Version", 1);
+        preset->addProperty(v);
+        v->release();
+    }
+    for (const auto& [key, number] : floats) {
+        PropertyValue* v = PropertyValue::makeFloat(key, number);
+        preset->addProperty(v);
+        v->release();
+    }
+    return preset;
+}
+
+TEST_F(BridgeTest, CapturedStateReappearsInAFreshInstanceAndThroughTheFile) {
+    auto source = makeEffect();
+    setVariedState(*source);
+    const std::vector<float> expected = parameters(*source);
+
+    RefPtr<Preset> preset = RefPtr<Preset>::adopt(source->createPresetFromState("Everything"));
+    ASSERT_TRUE(preset);
+    EXPECT_EQ(preset->getName(), "Everything");
+    PropertyList& properties = preset->properties();
+    ASSERT_EQ(properties.count(), 3u + kParameterCount);
+    EXPECT_EQ(properties.at(0)->key(), "Version");
+    EXPECT_EQ(properties.at(0)->getLong(), 1);
+    EXPECT_EQ(properties.at(1)->key(), "NumInputs");
+    EXPECT_EQ(properties.at(1)->getLong(), 2);
+    EXPECT_EQ(properties.at(2)->key(), "NumOutputs");
+    EXPECT_EQ(properties.at(2)->getLong(), 2);
+    for (int i = 0; i < kParameterCount; ++i) {
+        EXPECT_EQ(properties.at(3 + i)->key(), std::to_string(i));
+        EXPECT_EQ(properties.at(3 + i)->type(), PropertyType::Float);
+    }
+
+    auto target = makeEffect();
+    target->applyPreset(preset.get());
+    const std::vector<float> applied = parameters(*target);
+    for (int i = 0; i < kParameterCount; ++i) EXPECT_EQ(applied[i], expected[i]) << "parameter " << i;
+
+    // Through the user file and back, as a new process would see it.
+    const std::string path = config_.file("roundtrip.xml");
+    {
+        auto library = makeRef<PresetLibrary>();
+        library->addFolder("Mine")->addPreset(preset.get());
+        ASSERT_TRUE(library->saveFile(path));
+    }
+    auto library = makeRef<PresetLibrary>();
+    ASSERT_TRUE(library->loadFile(path, false));
+    ASSERT_EQ(library->folderCount(), 1u);
+    auto reloaded = makeEffect();
+    reloaded->applyPreset(library->folderAt(0)->presetAt(0));
+    const std::vector<float> fromFile = parameters(*reloaded);
+    for (int i = 0; i < kParameterCount; ++i) EXPECT_EQ(fromFile[i], expected[i]) << "parameter " << i;
+}
+
+TEST_F(BridgeTest, FirstVersionPresetsAreConverted) {
+    auto effect = makeEffect();
+    // No "Version": routing and modulator targets of the first layout.
+    RefPtr<Preset> old = presetWith({{"0", 0.5},     // old Out 2 -> selector 22
+                                     {"1", 0.7},     // old bus 1 -> Intern 1 (41)
+                                     {"2", 0.3},     // old In 2 stays 2
+                                     {"3", 1.0e30},  // far out: limited to 1.0
+                                     {"10", 0.6},    // old bus 1 -> Intern 1 (21)
+                                     {"11", 0.2},    // old Out 2 stays 1
+                                     {"92", 5.0},    // modulator 1 Index 5 -> 20
+                                     {"107", 25.0},  // modulator 2 Index 25 stays
+                                     {"122", 19.0},  // modulator 3 Index 19 -> 20
+                                     {"20", 0.8}},   // anything else as it is
+                                    false);
+    effect->applyPreset(old.get());
+    EXPECT_EQ(effect->getParameter(0), 22.0f / 44.0f);
+    EXPECT_EQ(effect->getParameter(1), 41.0f / 44.0f);
+    EXPECT_EQ(effect->getParameter(2), 2.0f / 44.0f);
+    EXPECT_EQ(effect->getParameter(3), 1.0f);
+    EXPECT_EQ(effect->getParameter(10), 21.0f / 24.0f);
+    EXPECT_EQ(effect->getParameter(11), 1.0f / 24.0f);
+    EXPECT_EQ(effect->getParameter(92), 20.0f);
+    EXPECT_EQ(effect->getParameter(107), 25.0f);
+    EXPECT_EQ(effect->getParameter(122), 20.0f);
+    EXPECT_EQ(effect->getParameter(20), 0.8f);
+
+    // Version 1 values are applied exactly as stored (the first layout would
+    // have turned these into 20, 43 / 44 and 23 / 24).
+    RefPtr<Preset> current = presetWith({{"92", 5.0}, {"1", 0.95}, {"10", 0.9}}, true);
+    effect->applyPreset(current.get());
+    EXPECT_EQ(effect->getParameter(92), 5.0f);
+    EXPECT_EQ(effect->getParameter(1), 0.95f);
+    EXPECT_EQ(effect->getParameter(10), 0.9f);
+}
+
+TEST_F(BridgeTest, OnlyKeysThatNameAParameterAreApplied) {
+    auto effect = makeEffect();
+    setVariedState(*effect);
+    const std::vector<float> before = parameters(*effect);
+    host_.automated.clear();
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    RefPtr<Preset> preset = presetWith({{"-1", 0.9},
+                                        {"241", 0.9},
+                                        {"300", 0.9},
+                                        {"99999999999", 0.9},
+                                        {"abc", 0.9},
+                                        {"", 0.9},
+                                        {"26abc", 0.25},  // read as 26, as "%d" does
+                                        {" 21", 0.125},   // blanks before the number
+                                        {"22", nan}},     // not a number: skipped
+                                       true);
+    effect->applyPreset(preset.get());
+    std::vector<float> after = parameters(*effect);
+    EXPECT_EQ(after[26], 0.25f);
+    EXPECT_NEAR(after[21], 0.125f, 1e-4);  // the tap keeps whole samples
+    after[26] = before[26];
+    after[21] = before[21];
+    EXPECT_EQ(after, before);
+    // The host heard exactly the two applied values.
+    ASSERT_EQ(host_.automated.size(), 2u);
+    EXPECT_EQ(host_.automated[0].first, 26);
+    EXPECT_EQ(host_.automated[1].first, 21);
+}
+
+TEST_F(BridgeTest, RoutingIsClampedToTheChannelsAfterApplying) {
+    auto effect = makeEffect();
+    // With two outputs, a tap reading Out 1 (21) is moved to 22; a tap input
+    // of In 5 (5) moves to In 2; an output to Out 7 (7) moves to Out 2.
+    RefPtr<Preset> preset = presetWith({{"0", 21.5 / 44}, {"1", 5.5 / 44}, {"10", 7.5 / 24}}, true);
+    effect->applyPreset(preset.get());
+    EXPECT_EQ(static_cast<int>(44 * effect->getParameter(0)), 22);
+    EXPECT_EQ(static_cast<int>(44 * effect->getParameter(1)), 2);
+    EXPECT_EQ(static_cast<int>(24 * effect->getParameter(10)), 2);
+}
+
+TEST_F(BridgeTest, ProgramNameReachesTheHostAndUserPresetsAreRemembered) {
+    auto effect = makeEffect();
+    EXPECT_EQ(programName(*effect), "Init");
+    const int updates = host_.updateDisplayCount;
+    RefPtr<Preset> captured = RefPtr<Preset>::adopt(effect->createPresetFromState("My Sound"));
+    EXPECT_EQ(programName(*effect), "My Sound");
+    EXPECT_GT(host_.updateDisplayCount, updates);
+    EXPECT_EQ(effect->lastUserPreset, nullptr);  // capturing is not applying
+
+    // A factory preset: applied and named, but not remembered.
+    auto factory = makeRef<PresetFolder>("Factory", kFactory);
+    RefPtr<Preset> factoryPreset = presetWith({{"20", 0.25}}, true, "Factory Sound");
+    factory->addPreset(factoryPreset.get());
+    effect->applyPreset(factoryPreset.get());
+    EXPECT_EQ(effect->getParameter(20), 0.25f);
+    EXPECT_EQ(programName(*effect), "Factory Sound");
+    EXPECT_EQ(effect->lastUserPreset, nullptr);
+
+    RefPtr<Preset> user = presetWith({{"20", 0.75}}, true, std::string(300, 'n').c_str());
+    const int beforeApply = host_.updateDisplayCount;
+    effect->applyPreset(user.get());
+    EXPECT_EQ(effect->lastUserPreset, user.get());
+    // The program keeps at most 255 characters; the host reads its own length.
+    EXPECT_EQ(std::string(effect->program().name), std::string(255, 'n'));
+    EXPECT_EQ(programName(*effect).substr(0, 8), "nnnnnnnn");
+    EXPECT_GT(host_.updateDisplayCount, beforeApply);
+
+    effect->applyPreset(factoryPreset.get());
+    EXPECT_EQ(effect->lastUserPreset, user.get());  // still the user's
+    effect->applyPreset(nullptr);                   // nothing happens
+    EXPECT_EQ(programName(*effect), "Factory Sound");
+}
+
+TEST_F(BridgeTest, InstancesShareTheLibraryAndEachClosingSavesIt) {
+    const std::string user = config_.file("brelmo.varitap.presets.xml");
+    auto first = makeEffect();
+    PresetLibrary* library = PresetLibrary::current();
+    ASSERT_NE(library, nullptr);
+    auto second = makeEffect();
+    EXPECT_EQ(PresetLibrary::current(), library);
+
+    RefPtr<Preset> preset = RefPtr<Preset>::adopt(first->createPresetFromState("Shared"));
+    library->addFolder("Session")->addPreset(preset.get());
+    second.reset();  // the first closing instance writes the file
+    {
+        auto saved = makeRef<PresetLibrary>();
+        ASSERT_TRUE(saved->loadFile(user, false));
+        ASSERT_EQ(saved->folderCount(), 1u);
+        ASSERT_EQ(saved->folderAt(0)->presetCount(), 1u);
+        EXPECT_EQ(saved->folderAt(0)->presetAt(0)->getName(), "Shared");
+        EXPECT_EQ(saved->folderAt(0)->presetAt(0)->properties().count(), 3u + kParameterCount);
+    }
+    EXPECT_EQ(PresetLibrary::current(), library);
+    library->addFolder("Later");
+    first.reset();
+    EXPECT_EQ(PresetLibrary::current(), nullptr);
+    auto saved = makeRef<PresetLibrary>();
+    saved->loadFile(user, false);
+    EXPECT_EQ(saved->folderCount(), 2u);
+
+    // A new instance reads the file again.
+    auto third = makeEffect();
+    ASSERT_NE(PresetLibrary::current(), nullptr);
+    EXPECT_EQ(PresetLibrary::current()->folderCount(), 2u);
+}
+
+}  // namespace
+}  // namespace varitap
