@@ -49,9 +49,9 @@ public:
         // Enough of the real naming for the modulator's "Index" display.
         if (index >= kTapParameterBase && index < kModulatorParameterBase && engine) {
             const int i = index - kTapParameterBase;
-            char word[64] = {};
+            char word[kNameTextMax + 1] = {};
             engine->tap(i / kTapParameterCount).getParameterName(i % kTapParameterCount, word);
-            std::snprintf(text, 64, "#%d: %s", i / kTapParameterCount + 1, word);
+            std::snprintf(text, 64, "#%d: %.31s", i / kTapParameterCount + 1, word);
         } else if (index == kWetDryParameter) {
             std::strcpy(text, "Wet/Dry Mix Volume");
         }
