@@ -58,10 +58,10 @@ int32_t PropertyValue::getLong() const {
 }
 
 const std::string& PropertyValue::getString() const {
-    // Never destroyed: hosts unload the plug-in, and a reference handed out
-    // must stay valid for as long as the process lives.
-    static const std::string* const empty = new std::string;
-    return type_ == PropertyType::String ? text_ : *empty;
+    // Destroyed when the plug-in is unloaded (dlclose), when no code of it
+    // can hold the reference any more; a heap copy would leak once per load.
+    static const std::string empty;
+    return type_ == PropertyType::String ? text_ : empty;
 }
 
 PropertyList* PropertyValue::getArray() const {
