@@ -1,6 +1,8 @@
 #include "FakeHost.h"
 
 #include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <stdlib.h>
 
 #include <algorithm>
 #include <cstddef>
@@ -9,6 +11,34 @@
 namespace varitap::test {
 
 using namespace vst;
+
+namespace {
+
+// Every instance saves the user presets file and reads the options: the
+// tests keep both in a private configuration folder, never the user's.
+class PrivateConfigEnvironment : public ::testing::Environment {
+public:
+    void SetUp() override {
+        char pattern[] = "/tmp/varitap-host-config-XXXXXX";
+        if (mkdtemp(pattern)) {
+            dir_ = pattern;
+            setenv("XDG_CONFIG_HOME", dir_.c_str(), 1);
+        }
+    }
+    void TearDown() override {
+        if (dir_.empty()) return;
+        std::string command = "rm -rf '" + dir_ + "'";
+        if (std::system(command.c_str()) != 0) dir_.clear();
+    }
+
+private:
+    std::string dir_;
+};
+
+[[maybe_unused]] ::testing::Environment* const privateConfig =
+    ::testing::AddGlobalTestEnvironment(new PrivateConfigEnvironment);
+
+}  // namespace
 
 FakeHost* FakeHost::current = nullptr;
 
