@@ -64,9 +64,15 @@ void listParameters(const PluginInstance& plugin) {
 }
 
 std::string describePlugin(const PluginInstance& plugin) {
+    // Plug-ins that do not tell their name (Varitap among them) are named
+    // after their file, as hosts name them after their bundle.
     std::string name = plugin.effectName();
     const std::string& path = plugin.location().sharedObject;
-    return name.empty() ? path : name + " (" + path + ")";
+    if (name.empty()) {
+        name = path.substr(path.find_last_of('/') + 1);
+        if (name.size() > 3 && name.compare(name.size() - 3, 3, ".so") == 0) name.resize(name.size() - 3);
+    }
+    return name + " (" + path + ")";
 }
 
 }  // namespace
