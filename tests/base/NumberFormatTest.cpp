@@ -1,0 +1,162 @@
+#include "persistence/NumberFormat.h"
+
+#include <gtest/gtest.h>
+
+#include <charconv>
+#include <climits>
+#include <clocale>
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <random>
+#include <string>
+
+#include "TestSupport.h"
+
+namespace varitap {
+namespace {
+
+constexpr char kUntouched[] = "untouched";
+
+std::string floatText(float value) {
+    char text[32];
+    std::strcpy(text, kUntouched);
+    formatFloat(value, text);
+    return text;
+}
+
+std::string longText(long value) {
+    char text[32];
+    std::strcpy(text, kUntouched);
+    formatLong(value, text);
+    return text;
+}
+
+std::string decimalsText(float value, int maxDecimals) {
+    char text[32];
+    std::strcpy(text, kUntouched);
+    formatFloatDecimals(value, text, maxDecimals);
+    return text;
+}
+
+std::string millisecondsText(float samples, int maxDecimals, float sampleRate) {
+    char text[32];
+    std::strcpy(text, kUntouched);
+    formatMilliseconds(samples, text, maxDecimals, sampleRate);
+    return text;
+}
+
+std::string decibelsText(float gain, int maxDecimals) {
+    char text[32];
+    std::strcpy(text, kUntouched);
+    formatDecibels(gain, text, maxDecimals);
+    return text;
+}
+
+// Every example text, checked under whatever locale the process runs in.
+void expectEveryExample() {
+    // Eight characters of digits, point and sign; digits are truncated.
+    EXPECT_EQ(floatText(0.5f), "0.500000");
+    EXPECT_EQ(floatText(12.25f), "12.25000");
+    EXPECT_EQ(floatText(-3.0f), "-3.00000");
+    EXPECT_EQ(floatText(-0.5f), "-0.50000");
+    EXPECT_EQ(floatText(0.0f), "0.000000");
+    EXPECT_EQ(floatText(-0.0f), "0.000000");
+    EXPECT_EQ(floatText(1e-9f), "0.000000");
+    EXPECT_EQ(floatText(100.125f), "100.1250");
+    EXPECT_EQ(floatText(0.7f), "0.699999");  // 0.69999998807...: no rounding up
+    EXPECT_EQ(floatText(1234567.0f), "1234567.");
+    EXPECT_EQ(floatText(12345678.0f), "2345678.");  // the digit limit drops the leading digit
+    EXPECT_EQ(floatText(99999992.0f), "9999992.");  // the largest float below the limit
+    EXPECT_EQ(floatText(-9999999.0f), "-999999.");
+    // Out of range: the text is left as it was.
+    EXPECT_EQ(floatText(123456789.0f), kUntouched);
+    EXPECT_EQ(floatText(100000000.0f), kUntouched);
+    EXPECT_EQ(floatText(-10000000.0f), kUntouched);
+    EXPECT_EQ(floatText(std::numeric_limits<float>::infinity()), kUntouched);
+    EXPECT_EQ(floatText(-std::numeric_limits<float>::infinity()), kUntouched);
+    EXPECT_EQ(floatText(std::numeric_limits<float>::quiet_NaN()), kUntouched);
+
+    // "%7d" cut to eight characters, "Huge!" from 100000000 up.
+    EXPECT_EQ(longText(0), "      0");
+    EXPECT_EQ(longText(22), "     22");
+    EXPECT_EQ(longText(-5), "     -5");
+    EXPECT_EQ(longText(1234567), "1234567");
+    EXPECT_EQ(longText(99999999), "99999999");
+    EXPECT_EQ(longText(-1234567), "-1234567");
+    EXPECT_EQ(longText(-12345678), "-1234567");
+    EXPECT_EQ(longText(LONG_MIN), "-9223372");
+    EXPECT_EQ(longText(100000000), "Huge!");
+    EXPECT_EQ(longText(LONG_MAX), "Huge!");
+
+    // The cut after maxDecimals digits; below 1 nothing is cut.
+    EXPECT_EQ(decimalsText(0.25f, -1), "0.250000");
+    EXPECT_EQ(decimalsText(0.25f, 0), "0.250000");
+    EXPECT_EQ(decimalsText(12.25f, 1), "12.2");
+    EXPECT_EQ(decimalsText(0.5f, 2), "0.50");
+    EXPECT_EQ(decimalsText(12.25f, 5), "12.25000");
+    EXPECT_EQ(decimalsText(1234567.0f, 2), "1234567.");
+    EXPECT_EQ(decimalsText(1e9f, 2), kUntouched);
+
+    // Milliseconds in single precision: 56000 samples at 44100 Hz.
+    EXPECT_EQ(millisecondsText(56000.0f, 1, 44100.0f), "1269.8");
+    EXPECT_EQ(millisecondsText(56000.0f, -1, 44100.0f), "1269.841");
+    EXPECT_EQ(millisecondsText(44100.0f, 2, 44100.0f), "1000.00");
+    EXPECT_EQ(millisecondsText(0.0f, 1, 48000.0f), "0.0");
+    EXPECT_EQ(millisecondsText(1.0f, 1, 0.0f), kUntouched);  // no sample rate yet
+
+    EXPECT_EQ(decibelsText(0.0f, 2), "-oo");
+    EXPECT_EQ(decibelsText(-1.0f, 2), "-oo");
+    EXPECT_EQ(decibelsText(std::numeric_limits<float>::quiet_NaN(), 2), "-oo");
+    EXPECT_EQ(decibelsText(1.0f, -1), "0.000000");
+    EXPECT_EQ(decibelsText(0.5f, 2), "-6.02");
+    EXPECT_EQ(decibelsText(2.0f, 2), "6.02");
+    EXPECT_EQ(decibelsText(10.0f, 1), "20.0");
+}
+
+TEST(NumberFormatTest, TheExampleTexts) { expectEveryExample(); }
+
+TEST(NumberFormatTest, TheSameTextsUnderALocaleWithADecimalComma) {
+    if (!test::useGermanLocale()) GTEST_SKIP() << "the de_DE.UTF-8 locale could not be built here";
+    // The locale really writes a comma: printf-made digits would show it.
+    ASSERT_STREQ(std::localeconv()->decimal_point, ",");
+    char probe[32];
+    std::snprintf(probe, sizeof(probe), "%f", 0.5);
+    ASSERT_STREQ(probe, "0,500000");
+    expectEveryExample();
+    std::setlocale(LC_ALL, "C");
+}
+
+TEST(NumberFormatTest, NeverWritesMoreThanEightCharactersAndTheTerminator) {
+    std::mt19937 random(20261121);
+    std::uniform_real_distribution<float> magnitude(-9.0f, 8.0f);
+    std::uniform_int_distribution<int> sign(0, 1);
+    for (int i = 0; i < 20000; ++i) {
+        const float value = (sign(random) ? -1.0f : 1.0f) * std::pow(10.0f, magnitude(random));
+        char text[32];
+        std::memset(text, '#', sizeof(text));
+        text[0] = '\0';
+        formatFloat(value, text);
+        const size_t length = std::strlen(text);
+        ASSERT_LE(length, 8u) << value;
+        for (size_t k = length + 1; k < sizeof(text); ++k) ASSERT_EQ(text[k], '#') << value;
+        if (length == 0) continue;  // out of range, untouched
+        ASSERT_EQ(length, 8u) << value << " -> " << text;
+        ASSERT_NE(std::strchr(text, '.'), nullptr) << value;
+        ASSERT_EQ(text[0] == '-', value < 0) << value;
+        // Below a million every integer digit fits: the text read back is
+        // the value truncated to the decimals shown.
+        if (std::fabs(value) < 1e6f) {
+            double shown = 0;
+            std::from_chars(text, text + length, shown);
+            const size_t decimals = length - 1 - static_cast<size_t>(std::strchr(text, '.') - text);
+            const double magnitude = std::fabs(static_cast<double>(value));
+            ASSERT_LE(std::fabs(shown), magnitude + 1e-12) << value << " " << text;
+            ASSERT_GT(std::fabs(shown), magnitude - std::pow(10.0, -static_cast<double>(decimals)) - 1e-12)
+                << value << " " << text;
+        }
+    }
+}
+
+}  // namespace
+}  // namespace varitap

@@ -1,0 +1,197 @@
+#include "persistence/ObjectList.h"
+
+#include <gtest/gtest.h>
+
+namespace varitap {
+namespace {
+
+class Tracked : public RefObject {
+public:
+    explicit Tracked(int* destroyed) : destroyed_(destroyed) {}
+    ~Tracked() override { ++*destroyed_; }
+
+private:
+    int* destroyed_;
+};
+
+// A list that is also counted when it dies, to see nested lists go.
+class TrackedList : public ObjectList {
+public:
+    explicit TrackedList(int* destroyed) : destroyed_(destroyed) {}
+    ~TrackedList() override { ++*destroyed_; }
+
+private:
+    int* destroyed_;
+};
+
+TEST(ObjectListTest, HoldsOneReferencePerEntryAndRemovesOnlyTheFirst) {
+    int destroyed = 0;
+    auto list = makeRef<ObjectList>();
+    auto a = makeRef<Tracked>(&destroyed);
+    auto b = makeRef<Tracked>(&destroyed);
+
+    EXPECT_TRUE(list->append(a.get()));
+    EXPECT_TRUE(list->add(b.get()));
+    EXPECT_TRUE(list->append(a.get()));
+    EXPECT_EQ(list->count(), 3u);
+    EXPECT_EQ(a->retainCount(), 3);  // ours and two entries
+    EXPECT_EQ(list->getAt(2), a.get());
+    EXPECT_EQ(list->getAt(3), nullptr);
+
+    EXPECT_TRUE(list->remove(a.get()));
+    EXPECT_EQ(list->count(), 2u);
+    EXPECT_EQ(list->getAt(0), b.get());  // the first entry went, the later one stays
+    EXPECT_EQ(list->getAt(1), a.get());
+    EXPECT_EQ(a->retainCount(), 2);
+    EXPECT_TRUE(list->contains(a.get()));
+
+    int otherDestroyed = 0;
+    auto stranger = makeRef<Tracked>(&otherDestroyed);
+    EXPECT_FALSE(list->remove(stranger.get()));
+    EXPECT_FALSE(list->contains(stranger.get()));
+    EXPECT_EQ(list->count(), 2u);
+    EXPECT_EQ(stranger->retainCount(), 1);
+
+    EXPECT_TRUE(list->removeObject(b.get()));
+    EXPECT_FALSE(list->contains(b.get()));
+    EXPECT_EQ(b->retainCount(), 1);
+    EXPECT_EQ(destroyed, 0);
+}
+
+TEST(ObjectListTest, TheListGivenSoleOwnershipDestroysItsElementsRecursively) {
+    int destroyed = 0;
+    {
+        auto outer = makeRef<TrackedList>(&destroyed);
+        // The usual hand-over: create, append, release at once.
+        auto* inner = new TrackedList(&destroyed);
+        for (int i = 0; i < 3; ++i) {
+            auto* leaf = new Tracked(&destroyed);
+            inner->append(leaf);
+            leaf->release();
+        }
+        auto* deeper = new TrackedList(&destroyed);
+        auto* deepLeaf = new Tracked(&destroyed);
+        deeper->append(deepLeaf);
+        deepLeaf->release();
+        inner->append(deeper);
+        deeper->release();
+        outer->append(inner);
+        inner->release();
+        EXPECT_EQ(destroyed, 0);
+    }
+    // outer, inner, deeper and four leaves.
+    EXPECT_EQ(destroyed, 7);
+}
+
+TEST(ObjectListTest, AppendAllCopiesInOrderAndAssignFromItselfEmpties) {
+    int destroyed = 0;
+    auto source = makeRef<ObjectList>();
+    auto target = makeRef<ObjectList>();
+    RefPtr<Tracked> items[3] = {makeRef<Tracked>(&destroyed), makeRef<Tracked>(&destroyed),
+                                makeRef<Tracked>(&destroyed)};
+    for (auto& item : items) source->append(item.get());
+    auto extra = makeRef<Tracked>(&destroyed);
+    target->append(extra.get());
+
+    target->appendAll(*source);
+    ASSERT_EQ(target->count(), 4u);
+    for (uint32_t i = 0; i < 3; ++i) EXPECT_EQ(target->getAt(i + 1), items[i].get());
+    EXPECT_EQ(items[0]->retainCount(), 3);
+
+    target->assign(*source);
+    ASSERT_EQ(target->count(), 3u);
+    EXPECT_EQ(target->getAt(0), items[0].get());
+    EXPECT_EQ(extra->retainCount(), 1);
+
+    // Appending a list to itself doubles it; it must not run on forever.
+    source->appendAll(*source);
+    EXPECT_EQ(source->count(), 6u);
+    EXPECT_EQ(source->getAt(3), items[0].get());
+
+    // removeAll runs before the copy, so assigning from itself empties it and
+    // drops every reference it held.
+    source->assign(*source);
+    EXPECT_EQ(source->count(), 0u);
+    EXPECT_EQ(items[0]->retainCount(), 2);  // ours and target's
+    target->removeAll();
+    EXPECT_EQ(items[0]->retainCount(), 1);
+    EXPECT_EQ(destroyed, 0);
+}
+
+// An element whose destructor inspects the list it lived in: removeAll must
+// not let it see a half-emptied list.
+class Watcher : public RefObject {
+public:
+    explicit Watcher(ObjectList* list, uint32_t* seenCount) : list_(list), seenCount_(seenCount) {}
+    ~Watcher() override { *seenCount_ = list_->count(); }
+
+private:
+    ObjectList* list_;
+    uint32_t* seenCount_;
+};
+
+TEST(ObjectListTest, AnElementDyingInRemoveAllSeesAnEmptyList) {
+    auto list = makeRef<ObjectList>();
+    uint32_t seen = 99;
+    auto* watcher = new Watcher(list.get(), &seen);
+    int destroyed = 0;
+    auto* other = new Tracked(&destroyed);
+    list->append(watcher);
+    list->append(other);
+    watcher->release();
+    other->release();
+    list->removeAll();
+    EXPECT_EQ(seen, 0u);
+    EXPECT_EQ(destroyed, 1);
+}
+
+TEST(ListIteratorTest, WalksTheSnapshotAndNeverStepsBackOntoTheFirstElement) {
+    int destroyed = 0;
+    auto list = makeRef<ObjectList>();
+    RefPtr<Tracked> items[4];
+    for (auto& item : items) {
+        item = makeRef<Tracked>(&destroyed);
+        list->append(item.get());
+    }
+    auto it = list->newIterator();
+    EXPECT_EQ(it->current(), nullptr);  // nothing until first()
+    EXPECT_EQ(it->next(), nullptr);
+
+    EXPECT_EQ(it->first(), items[0].get());
+    EXPECT_EQ(it->prev(), nullptr);  // index 0: stays
+    EXPECT_EQ(it->current(), items[0].get());
+    EXPECT_EQ(it->next(), items[1].get());
+    EXPECT_EQ(it->prev(), nullptr);  // index 1: element 0 is never reached backwards
+    EXPECT_EQ(it->current(), items[1].get());
+    EXPECT_EQ(it->next(), items[2].get());
+    EXPECT_EQ(it->next(), items[3].get());
+    EXPECT_EQ(it->next(), nullptr);  // the last element: does not move
+    EXPECT_EQ(it->current(), items[3].get());
+    EXPECT_FALSE(it->atEnd());  // next() never reaches index == count
+    EXPECT_EQ(it->prev(), items[2].get());
+    EXPECT_EQ(it->stepForward(), items[3].get());
+    EXPECT_EQ(it->stepBack(), items[2].get());
+    EXPECT_EQ(it->skipBack(5), items[1].get());
+    EXPECT_EQ(it->skipForward(2), items[3].get());
+    EXPECT_EQ(it->skipForward(0), items[3].get());
+
+    // The snapshot is not the list: later changes are not seen until first().
+    auto late = makeRef<Tracked>(&destroyed);
+    list->append(late.get());
+    EXPECT_EQ(it->next(), nullptr);
+    EXPECT_EQ(it->first(), items[0].get());
+    EXPECT_EQ(it->skipForward(4), late.get());
+}
+
+TEST(ListIteratorTest, AnEmptyListIsAtItsEndAtOnce) {
+    auto list = makeRef<ObjectList>();
+    auto it = list->newIterator();
+    EXPECT_EQ(it->first(), nullptr);
+    EXPECT_TRUE(it->atEnd());
+    EXPECT_EQ(it->current(), nullptr);  // the terminator
+    EXPECT_EQ(it->next(), nullptr);
+    EXPECT_EQ(it->prev(), nullptr);
+}
+
+}  // namespace
+}  // namespace varitap
