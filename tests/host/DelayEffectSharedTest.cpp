@@ -14,6 +14,7 @@
 #include "modulation/ModulatorBase.h"
 #include "modulation/ScratchPool.h"
 #include "persistence/Preferences.h"
+#include "persistence/PresetLibrary.h"
 #include "persistence/SystemInfo.h"
 
 namespace varitap::test {
@@ -53,6 +54,7 @@ TEST_F(DelayEffectShared, TwoInstancesShareTheSingletonsUntilTheLastCloses) {
     ASSERT_EQ(ScratchPool::current(), nullptr);
     ASSERT_EQ(Preferences::current(), nullptr);
     ASSERT_EQ(SystemInfo::current(), nullptr);
+    ASSERT_EQ(PresetLibrary::current(), nullptr);
 
     DelayEffect* first = make();
     ASSERT_NE(first, nullptr);
@@ -62,6 +64,9 @@ TEST_F(DelayEffectShared, TwoInstancesShareTheSingletonsUntilTheLastCloses) {
     ASSERT_NE(pool, nullptr);
     ASSERT_NE(preferences, nullptr);
     ASSERT_NE(systemInfo, nullptr);
+    PresetLibrary* library = PresetLibrary::current();
+    ASSERT_NE(library, nullptr);
+    const int32_t libraryCount = library->retainCount();
     const int32_t poolCount = pool->retainCount();
     const int32_t preferencesCount = preferences->retainCount();
     const int32_t systemInfoCount = systemInfo->retainCount();
@@ -74,6 +79,8 @@ TEST_F(DelayEffectShared, TwoInstancesShareTheSingletonsUntilTheLastCloses) {
     EXPECT_EQ(pool->retainCount(), 2 * poolCount);
     EXPECT_EQ(preferences->retainCount(), 2 * preferencesCount);
     EXPECT_EQ(systemInfo->retainCount(), 2 * systemInfoCount);
+    EXPECT_EQ(PresetLibrary::current(), library);
+    EXPECT_EQ(library->retainCount(), 2 * libraryCount);
 
     // Both instances process with the one pool.
     std::vector<std::vector<float>> in(2, std::vector<float>(256, 0.1f));
@@ -89,8 +96,10 @@ TEST_F(DelayEffectShared, TwoInstancesShareTheSingletonsUntilTheLastCloses) {
     EXPECT_EQ(Preferences::current(), preferences);
     EXPECT_EQ(SystemInfo::current(), systemInfo);
     EXPECT_EQ(pool->retainCount(), poolCount);
+    EXPECT_EQ(PresetLibrary::current(), library);
 
     close(second);
+    EXPECT_EQ(PresetLibrary::current(), nullptr);
     EXPECT_EQ(ScratchPool::current(), nullptr);
     EXPECT_EQ(Preferences::current(), nullptr);
     EXPECT_EQ(SystemInfo::current(), nullptr);
