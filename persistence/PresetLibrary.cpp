@@ -106,7 +106,13 @@ bool PresetLibrary::removeFolder(PresetFolder* folder) { return folders_.remove(
 bool PresetLibrary::loadFile(const std::string& path, bool factory) {
     if (path.empty()) return false;
     const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (descriptor < 0) return false;
+    if (descriptor < 0) {
+        // A user file that is there but cannot be opened (permissions, an
+        // I/O error) loads nothing, yet may hold the user's presets: keep it
+        // before the first save replaces it. A missing file is simply new.
+        if (!factory && errno != ENOENT && errno != ENOTDIR) unreadableUserFile_ = path;
+        return false;
+    }
 
     bool loaded = false;
     {

@@ -57,7 +57,9 @@ public:
     const ObjectList& folders() const { return folders_; }
     bool loadingFactory() const { return loadingFactory_; }
 
-    // The process-wide library, or null; takes no reference.
+    // The process-wide library, or null; takes no reference. Only the
+    // library made by acquireForInstance is the shared one: libraries made
+    // directly (tools, tests) are private to their maker.
     static PresetLibrary* current();
 
     // construction thread. The plug-in instance's share of the library: the
@@ -81,9 +83,10 @@ public:
 private:
     ObjectList folders_;
     bool loadingFactory_ = false;
-    // Set when the user file opened but loaded nothing (not well-formed, or
-    // cut): the first save keeps it as .bak before replacing it, so a bad
-    // file never costs the user their presets.
+    // Set when the user file is there but loaded nothing (not well-formed,
+    // cut, or not openable): the first save keeps it as .bak before replacing
+    // it, so a bad file never costs the user their presets. An empty file
+    // holds nothing to keep and does not replace an older .bak.
     std::string unreadableUserFile_;
     // The user file this library was loaded from and saves to.
     std::string userPath_;

@@ -198,6 +198,17 @@ TEST(PresetLibraryTest, UnreadableUserFileIsKeptAsBackupOnce) {
     EXPECT_EQ(readWholeFile(backup), unreadable);
     EXPECT_EQ(leftovers(folder, "brelmo.varitap.presets.xml"),
               std::vector<std::string>{"brelmo.varitap.presets.xml.bak"});
+
+    // A user file that is there but cannot be opened is kept too (as root
+    // every permission is granted, so a symbolic link loop stands in).
+    const std::string blocked = folder.file("blocked.xml");
+    ASSERT_EQ(symlink("blocked.xml", blocked.c_str()), 0);
+    library = PresetLibrary::acquireForInstance("", blocked);
+    PresetLibrary::saveAndRelease();
+    char target[64] = {};
+    ASSERT_GT(readlink((blocked + ".bak").c_str(), target, sizeof target - 1), 0);
+    EXPECT_STREQ(target, "blocked.xml");
+    EXPECT_EQ(readWholeFile(blocked), readWholeFile(dataPath("empty-library.xml")));
 }
 
 TEST(PresetLibraryTest, FailedSaveLeavesTheOldFileWhole) {
