@@ -12,6 +12,7 @@ packages=(
   libglib2.0-dev                      # options key file
   libsndfile1-dev                     # audio files in the command-line host
   gettext                             # locale catalogues
+  locales                             # locale sources: tests build a German (decimal comma) locale
   libgtest-dev googletest libgmock-dev libbenchmark-dev  # tests and benchmarks
   xvfb xauth x11-utils fonts-urw-base35 fonts-dejavu-core  # GUI tests under Xvfb
 )
