@@ -1,7 +1,9 @@
 // The per-block loops of the engine, each in a scalar and a vector form
 // (SSE2 on x86-64, NEON on aarch64; elsewhere the vector form is the scalar
 // one). kernels() chooses the set once per call from hasVectorUnit(); tests
-// call either set directly.
+// call either set directly. Loops outside this set have one form on purpose:
+// the filter's sample loop is a chain of dependent operations (no lanes to
+// fill), the resampler gathers by computed index, and clearing is memset.
 #pragma once
 
 #include <cstdint>

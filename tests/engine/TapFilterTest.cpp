@@ -122,28 +122,5 @@ TEST(TapFilterTest, OffPassesSilenceKeepsState) {
     for (float x : untouched) EXPECT_EQ(x, 7.0f);
 }
 
-TEST(TapFilterTest, ParametersMapAndClamp) {
-    TapFilter filter(44100.0f);
-    filter.setParameter(TapFilter::kType, 1.0f);
-    EXPECT_EQ(filter.type(), TapFilter::kBandPass);
-    EXPECT_EQ(filter.getParameter(TapFilter::kType), 1.0f);
-    filter.setParameter(TapFilter::kType, 0.74f);
-    EXPECT_EQ(filter.type(), TapFilter::kLowPass);
-    EXPECT_EQ(filter.getParameter(TapFilter::kType), 0.5f);
-    filter.setParameter(TapFilter::kDrive, 0.5f);
-    EXPECT_FLOAT_EQ(filter.getParameter(TapFilter::kDrive), 0.5f);
-    EXPECT_FLOAT_EQ(float(filter.coefficients().drive), 0.05f);
-    filter.setParameter(TapFilter::kCutoff, std::nanf(""));
-    EXPECT_EQ(filter.getParameter(TapFilter::kCutoff), 0.0f);
-    filter.setParameter(TapFilter::kResonance, HUGE_VALF);
-    EXPECT_EQ(filter.getParameter(TapFilter::kResonance), 1.0f);
-    EXPECT_TRUE(std::isfinite(filter.coefficients().damping));
-    EXPECT_EQ(filter.getParameter(4), 0.0f);
-    EXPECT_EQ(filter.getNumParameters(), 4);
-    EXPECT_STREQ(TapFilter::typeName(0), "***");
-    EXPECT_STREQ(TapFilter::typeName(4), "BandPass");
-    EXPECT_STREQ(TapFilter::typeName(-1), "***");
-}
-
 }  // namespace
 }  // namespace varitap

@@ -157,21 +157,6 @@ TEST(VectorOpsTest, TapVectorRoutineTakesItsLanesOnlyForAlignedInputAndUnaligned
     }
 }
 
-TEST(VectorOpsTest, TapScalarLoopDelaysRampsAndFeedsBack) {
-    // A line of 4 samples holding 1, 2, 3, 4: the first four outputs are the
-    // stored samples with a gain ramp from 0 to 1 in steps of 1/8.
-    std::vector<float> line = {1, 2, 3, 4, 0, 0, 0, 0};
-    std::vector<float> input(8, 10.0f), output(8, 0.0f);
-    const uint32_t position = tapLoopScalar(line.data(), 0, 4, input.data(), output.data(), 8, 0.5f, 0.0f, 1.0f);
-    EXPECT_EQ(position, 0u);
-    const float expected[8] = {0.0f, 2 * 0.125f, 3 * 0.25f, 4 * 0.375f,
-                               10.5f * 0.5f, 11.0f * 0.625f, 11.5f * 0.75f, 12.0f * 0.875f};
-    for (int i = 0; i < 8; ++i) EXPECT_FLOAT_EQ(output[i], expected[i]) << i;
-    // Second pass through the line: 10.5 * 0.5 + 10 and so on.
-    EXPECT_FLOAT_EQ(line[0], 10.5f * 0.5f + 10.0f);
-    EXPECT_FLOAT_EQ(line[3], 12.0f * 0.5f + 10.0f);
-}
-
 TEST(VectorOpsTest, MixReplaceVectorMatchesScalar) {
     for (float mix : {0.0f, 0.3f, 1.0f}) {
         for (uint32_t count : {0u, 3u, 64u, 999u}) {
