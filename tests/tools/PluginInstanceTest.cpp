@@ -121,3 +121,17 @@ TEST(PluginInstanceTest, ProcessesInBothModesWithTheSameResult) {
     EXPECT_EQ(replaced, accumulated);
     for (size_t i = 0; i < replaced.size(); ++i) EXPECT_FLOAT_EQ(replaced[i], i == 110 ? 1.0f : 0.0f) << i;
 }
+
+TEST(PluginInstanceTest, APlugInThatGrowsItsPinsAfterStartIsNotRun) {
+    auto plugin = loadOrFail(TEST_DELAY_BUNDLE);
+    ASSERT_NE(plugin, nullptr);
+    plugin->start(44100.0, 32, 2, 2, 120.0);
+    for (int i = 0; i < 32; ++i) plugin->inputs()[0][i] = plugin->inputs()[1][i] = 1.0f;
+    plugin->process(32);
+    EXPECT_FLOAT_EQ(plugin->outputs()[0][0], 1.0f);
+    plugin->effect()->dispatcher(plugin->effect(), vst::effVendorSpecific, vst::fourCharCode('g', 'r', 'o', 'w'),
+                                 0, nullptr, 0.0f);
+    plugin->process(32);  // would write eight outputs into two buffers
+    for (int c = 0; c < 2; ++c)
+        for (int i = 0; i < 32; ++i) EXPECT_EQ(plugin->outputs()[c][i], 0.0f);
+}

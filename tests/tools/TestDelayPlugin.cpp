@@ -24,6 +24,7 @@ constexpr int kGain = 0, kDelay = 1, kSync = 2, kParams = 3;
 constexpr int kMaxDelay = 1000;            // "Delay" 1.0 in samples
 constexpr size_t kLineSize = 1 << 20;      // enough for one beat at 20 BPM and 96 kHz
 constexpr VstInt32 kInfoCode = fourCharCode('i', 'n', 'f', 'o');
+constexpr VstInt32 kGrowCode = fourCharCode('g', 'r', 'o', 'w');
 #ifdef TEST_DELAY_FOUR_OUTPUTS
 constexpr int kInputs = 1, kOutputs = 4;
 #else
@@ -132,6 +133,11 @@ struct TestDelay {
         case effGetVstVersion:
             return kVstVersion;
         case effVendorSpecific:
+            if (index == kGrowCode) {
+                // Misbehaves on purpose: more pins than the host set up.
+                effect.numInputs = effect.numOutputs = 8;
+                return 1;
+            }
             if (index != kInfoCode || !ptr) return 0;
             std::snprintf(text, 512,
                           "version=%d vendor=%s in=%s out=%s rate=%g hostRate=%ld block=%ld "

@@ -246,7 +246,12 @@ void PluginInstance::start(double sampleRate, int blockSize, int connectedInputs
 
 void PluginInstance::process(int frames) {
     frames = std::clamp(frames, 0, blockSize_);
-    if (effect_->flags & vst::effFlagsCanReplacing && effect_->processReplacing) {
+    if (static_cast<size_t>(std::max(0, numInputs())) > inputBuffers_.size() ||
+        static_cast<size_t>(std::max(0, numOutputs())) > outputBuffers_.size()) {
+        // The plug-in grew its pins after start (audioMasterIOChanged is not
+        // supported here): it would write past our buffers, so it is not run.
+        for (auto& buffer : outputBuffers_) std::fill(buffer.begin(), buffer.begin() + frames, 0.0f);
+    } else if (effect_->flags & vst::effFlagsCanReplacing && effect_->processReplacing) {
         effect_->processReplacing(effect_, inputs(), outputs(), frames);
     } else {
         // The accumulating form adds into what the outputs hold.
