@@ -46,6 +46,7 @@ enum Destination { Nowhere = 0, Out1 = 1, Out2 = 2, ToBus1 = 21, ToBus2 = 22, To
 enum Note {
     N1_32 = 4, N1_16T = 6, N1_16 = 7, N1_16D = 8, N1_8T = 9, N1_8 = 10, N1_8D = 11,
     N1_4T = 12, N1_4 = 13, N1_4D = 14, N1_2T = 15, N1_2 = 16, N1_2D = 17, N1_1 = 19,
+    N1_1D = 20, N2_1 = 22, N2_1D = 23, N4_1 = 24,
 };
 enum FilterKind { Off = 0, Notch = 1, LowPass = 2, HighPass = 3, BandPass = 4 };
 // A tap's seven parameters, in order.
@@ -53,7 +54,8 @@ enum TapParameter { Delay = 0, Volume = 1, Feedback = 2, Sync = 3, FilterType = 
 constexpr int kWetDry = 20;
 
 constexpr int tapParameter(int tap, TapParameter p) { return 21 + 7 * tap + p; }
-double noteValue(Note note) { return (note + 0.5) / 24.0; }
+// The middle of the note's range of values; the last row ends at 1.0.
+double noteValue(Note note) { return note >= 24 ? 1.0 : (note + 0.5) / 24.0; }
 
 struct Tap {
     int in = NoInput;
@@ -118,7 +120,8 @@ struct Modulator {
     bool power = true;
     std::array<double, 8> table{};
 
-    // Free running, one whole cycle in the given time.
+    // Free running, one whole cycle in the given time (at most 4 s: the
+    // speed is a 0..1 parameter like every other but "Index").
     Modulator cycleSeconds(double seconds) const {
         Modulator m = *this;
         m.sync = false;
@@ -356,8 +359,8 @@ std::vector<FolderSpec> factoryLibrary() {
          {
              {"Slow Lowpass Sweep", 0.6,
               {note(N1_4, In1, Out1, 0.8, 0.55).lowPass(0.4, 0.4), note(N1_4D, In2, Out2, 0.8, 0.55).lowPass(0.4, 0.4)},
-              {sine(tapParameter(0, Cutoff), 0.05, 0.8).cycleSeconds(8.0),
-               sine(tapParameter(1, Cutoff), 0.05, 0.8).cycleSeconds(11.0)}},
+              {sine(tapParameter(0, Cutoff), 0.05, 0.8).every(N2_1),
+               sine(tapParameter(1, Cutoff), 0.05, 0.8).every(N2_1D)}},
              {"Synced Bandpass Wah", 0.6,
               {note(N1_8, In1, Out1, 0.9, 0.5).bandPass(0.3, 0.55), note(N1_8D, In2, Out2, 0.9, 0.5).bandPass(0.3, 0.55)},
               {sine(tapParameter(0, Cutoff), 0.05, 0.6).every(N1_2), sine(tapParameter(1, Cutoff), 0.05, 0.6).every(N1_1)}},
@@ -366,16 +369,16 @@ std::vector<FolderSpec> factoryLibrary() {
               {ramp(tapParameter(0, Cutoff), 0.0, 0.5).every(N1_1), ramp(tapParameter(1, Cutoff), 0.0, 0.5).every(N1_1)}},
              {"Feedback Swell", 0.6,
               {note(N1_4, In1, Out1, 0.75, 0.3), note(N1_4D, In2, Out2, 0.75, 0.3)},
-              {sine(tapParameter(0, Feedback), 0.15, 0.7).cycleSeconds(12.0),
-               sine(tapParameter(1, Feedback), 0.15, 0.7).cycleSeconds(9.0)}},
+              {sine(tapParameter(0, Feedback), 0.15, 0.7).every(N4_1),
+               sine(tapParameter(1, Feedback), 0.15, 0.7).every(N2_1D)}},
              {"Breathing Mix", 0.5,
               {note(N1_8D, In1, Out1, 0.8, 0.5), note(N1_4, In2, Out2, 0.8, 0.5)},
               {sine(kWetDry, 0.35, 0.8).every(N1_1)}},
              {"Dual Sweep Stereo", 0.6,
               {note(N1_8, In1, Out1, 0.8, 0.5).lowPass(0.3, 0.5), note(N1_8T, In2, Out2, 0.8, 0.5).highPass(0.3, 0.3),
                note(N1_2, In1, Out2, 0.4, 0.4).bandPass(0.4)},
-              {sine(tapParameter(0, Cutoff), 0.05, 0.7).cycleSeconds(6.0),
-               sine(tapParameter(1, Cutoff), 0.0, 0.6).cycleSeconds(10.0),
+              {sine(tapParameter(0, Cutoff), 0.05, 0.7).cycleSeconds(4.0),
+               sine(tapParameter(1, Cutoff), 0.0, 0.6).cycleSeconds(3.2),
                sine(tapParameter(2, Cutoff), 0.1, 0.8).every(N1_1)}},
          }},
     };
@@ -399,6 +402,14 @@ int main(int argc, char** argv) {
                 v->release();
             }
             const auto values = parameterValues(spec);
+            for (int i = 0; i < kParameterCount; ++i) {
+                const bool isIndex = i >= 91 && (i - 91) % 15 == 1;
+                if (!isIndex && (values[i] < 0.0 || values[i] > 1.0)) {
+                    std::fprintf(stderr, "%s: parameter %d of \"%s\" is %g, outside 0..1\n", argv[0], i,
+                                 spec.name, values[i]);
+                    return 1;
+                }
+            }
             for (int i = 0; i < kParameterCount; ++i) {
                 PropertyValue* v = PropertyValue::makeFloat(std::to_string(i).c_str(), values[i]);
                 preset->addProperty(v);

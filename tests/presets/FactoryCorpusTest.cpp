@@ -86,7 +86,16 @@ TEST_F(BridgeTest, FactoryLibraryIsRichAndWellFormed) {
             for (int i = 0; i < kParameterCount; ++i) {
                 const PropertyValue* value = preset->findProperty(std::to_string(i));
                 ASSERT_NE(value, nullptr) << preset->getName() << " lacks " << i;
-                EXPECT_TRUE(std::isfinite(value->getFloat()));
+                // Host parameters are 0..1; only a modulator's "Index" holds a
+                // parameter number.
+                const bool isIndex = i > kModulatorParameterBase &&
+                                     (i - kModulatorParameterBase) % kModulatorParameterCount == kModulatorIndex;
+                const double v = value->getFloat();
+                if (isIndex) {
+                    EXPECT_TRUE(v >= 0.0 && v < kParameterCount) << preset->getName() << " " << i;
+                } else {
+                    EXPECT_TRUE(v >= 0.0 && v <= 1.0) << preset->getName() << " " << i << " = " << v;
+                }
             }
         }
     }
