@@ -1,6 +1,7 @@
 // The plug-in module's entry point. Hosts look for VSTPluginMain (Linux),
 // main (older hosts) and main_macho; all three are the same function. The
 // linker version script keeps everything else hidden.
+#include "editor/DelayEditor.h"
 #include "host/DelayEffect.h"
 
 using varitap::createDelayEffect;
@@ -8,6 +9,9 @@ using vst::AEffect;
 using vst::audioMasterCallback;
 
 #define VARITAP_EXPORT __attribute__((visibility("default")))
+
+// Every instance of the module gets the editor, installed when the module loads.
+[[maybe_unused]] static const bool kEditorInstalled = (varitap::setEditorFactory(&varitap::createDelayEditor), true);
 
 extern "C" {
 

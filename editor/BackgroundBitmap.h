@@ -1,0 +1,22 @@
+// A background picture made from a BackgroundEntry: the decoded PNG at its
+// own pixel size, and a reference to the entry it came from so that the
+// Background menu can tell which entry is in use.
+#pragma once
+
+#include "editor/BackgroundEntry.h"
+#include "gui/Bitmap.h"
+
+namespace varitap {
+
+class BackgroundBitmap : public gui::Bitmap {
+public:
+    // ui thread. Decodes the entry's file; a file that cannot be decoded
+    // leaves an empty bitmap (width and height 0, draws nothing).
+    explicit BackgroundBitmap(BackgroundEntry* entry);
+    BackgroundEntry* entry() const { return entry_.get(); }
+
+private:
+    RefPtr<BackgroundEntry> entry_;
+};
+
+}  // namespace varitap

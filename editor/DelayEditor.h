@@ -1,0 +1,249 @@
+// Varitap's editor: the 865 x 400 panel with ten tap strips, the modulator
+// panel under each, the wet/dry knob, the menu strip on the left edge that
+// opens the context menu, and the about overlay.
+//
+// Threads: open, close, idle, valueChanged, the menu and the backgrounds run
+// on the host's user-interface thread. setParameter may come from any thread
+// (host automation, the modulators on the audio thread); it only takes the
+// editor's lock without waiting and sets widget values and dirty marks.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "engine/ParameterLayout.h"
+#include "gui/Control.h"
+#include "gui/Frame.h"
+#include "host/AEffEditor.h"
+#include "modulation/RecursiveMutex.h"
+#include "persistence/ObjectList.h"
+#include "persistence/RefObject.h"
+
+namespace varitap {
+
+namespace gui {
+class Bitmap;
+class HorizontalSlider;
+class Knob;
+class MultiPositionSwitch;
+class OnOffButton;
+class OptionMenu;
+class ParamDisplay;
+class ViewContainer;
+}  // namespace gui
+
+class AboutOverlay;
+class BackgroundBitmap;
+class BackgroundEntry;
+class DelayEffect;
+class ModulatorTableView;
+class PresetFolder;
+class TableModulator;
+
+// What the table editor view needs of its owner: the point values of a
+// modulator's table. Reading past the table's length yields 0.0, writing past
+// it does nothing.
+class ModulatorTableAccess {
+public:
+    virtual ~ModulatorTableAccess() = default;
+    virtual void setTableValue(int modulator, int point, float value) = 0;
+    virtual float getTableValue(int modulator, int point) = 0;
+};
+
+// The context menu of one click: the tree and the texts its commands are
+// recognised by. Built afresh for every click.
+struct ContextMenu {
+    RefPtr<gui::OptionMenu> top;
+    RefPtr<gui::OptionMenu> presets;
+    RefPtr<gui::OptionMenu> options;
+    RefPtr<gui::OptionMenu> background;
+    std::vector<RefPtr<gui::OptionMenu>> folders;  // one per library folder, tag = its index
+    std::string removePresetText;                  // empty when there is no current preset
+    bool resampleChecked = false;
+    bool samplesChecked = false;
+};
+
+class DelayEditor : public AEffEditor,
+                    public gui::ControlListener,
+                    public gui::EditListener,
+                    public ModulatorTableAccess {
+public:
+    // Editor bitmaps by resource number, in the order they are kept.
+    enum BitmapSlot : int {
+        kAboutBitmap,         // 2
+        kMenuHandleBitmap,    // 3
+        kStripBitmap,         // 100
+        kSyncBitmap,          // 101
+        kSliderHandleBitmap,  // 102
+        kPanelBitmap,         // 200
+        kPowerBitmap,         // 201
+        kTypeBitmap,          // 202
+        kTableBitmap,         // 300
+        kTableToggleBitmap,   // 301
+        kBitmapCount
+    };
+    static int bitmapResource(BitmapSlot slot);
+
+    static constexpr int kWidth = 865;
+    static constexpr int kHeight = 400;
+    static constexpr int32_t kTableToggleTagBase = 10000;
+    static constexpr int32_t kTempoMenuTagBase = 30001;
+    // The menu strip along the left edge that opens the context menu.
+    static constexpr gui::Rect menuStripRect() { return gui::Rect(0, 0, 32, 352); }
+
+    // ui thread (construction of the plug-in instance). Attaches itself to
+    // the effect and gathers the backgrounds.
+    explicit DelayEditor(DelayEffect* effect);
+    // ui thread. Remembers the chosen background's file name in the options.
+    ~DelayEditor() override;
+
+    // ui thread. Builds the whole view tree inside the host's window (an X
+    // window id in the pointer); an open editor is closed first. False when
+    // the window cannot be had.
+    bool open(void* parentWindow) override;
+    // ui thread. Under the editor's lock: deletes the frame and every widget.
+    void close() override;
+    // ui thread. Events and redraws of dirty views.
+    void idle() override;
+    bool isOpen() const override;
+    // ui thread. A key the frame did not use; 1 when used.
+    int onKeyDown(const gui::KeyEvent& key);
+    // any thread. A stored parameter changed: its widget follows, unless the
+    // editor's lock is busy (the update is then dropped).
+    void setParameter(int32_t index, float value) override;
+    // ui thread. Refills both routing menus of every tap for the current
+    // channel configuration (blocking on the editor's lock).
+    void rebuildRoutingMenus() override;
+
+    // ui thread. The user changed a widget.
+    void valueChanged(gui::DrawContext* context, gui::Control* control) override;
+    // ModulatorTableAccess: the plug-in's modulator tables.
+    void setTableValue(int modulator, int point, float value) override;
+    float getTableValue(int modulator, int point) override;
+    // EditListener: the user starts or ends a gesture; the host hears it as
+    // audioMasterBeginEdit / audioMasterEndEdit.
+    void beginEdit(int32_t index) override;
+    void endEdit(int32_t index) override;
+
+    // ui thread. The context menu at a point of the menu strip: builds it,
+    // pops it up, carries out the choice. False only when "About ..." was
+    // chosen (the about overlay then shows the about box).
+    bool handleMenuClick(gui::DrawContext* context, gui::Point where);
+    // ui thread. The parts of handleMenuClick: the tree as the library and the
+    // options are now, and the command for an entry chosen in one of its
+    // menus (menu null: nothing chosen).
+    ContextMenu buildContextMenu(gui::Point where);
+    bool carryOutChoice(ContextMenu& menu, gui::OptionMenu* chosenMenu, int index);
+
+    // Backgrounds (ui thread). The list gathered at construction, the one in
+    // use (may be null) and a new choice by index, applied at once; the option
+    // is written only when the editor object goes.
+    void loadBackgrounds();
+    const ObjectList& backgrounds() const { return backgrounds_; }
+    BackgroundBitmap* currentBackground() const { return background_.get(); }
+    bool chooseBackground(int index);
+
+    // Read-outs (ui thread): the plug-in, the frame while open, the widgets.
+    DelayEffect* plugin() const { return plugin_; }
+    gui::Frame* frame() const { return frame_.get(); }
+    gui::Bitmap* bitmap(BitmapSlot slot) const { return bitmaps_[slot].get(); }
+    gui::ViewContainer* tapStrip(int tap) const { return tapStrip_[tap].get(); }
+    gui::ViewContainer* modulatorPanel(int m) const { return modulatorPanel_[m].get(); }
+    gui::OptionMenu* inputMenu(int tap) const { return inputMenu_[tap].get(); }
+    gui::OptionMenu* outputMenu(int tap) const { return outputMenu_[tap].get(); }
+    gui::Knob* delayKnob(int tap) const { return delayKnob_[tap].get(); }
+    gui::Knob* volumeKnob(int tap) const { return volumeKnob_[tap].get(); }
+    gui::Knob* feedbackKnob(int tap) const { return feedbackKnob_[tap].get(); }
+    gui::OnOffButton* tapSyncButton(int tap) const { return tapSync_[tap].get(); }
+    gui::ParamDisplay* delayDisplay(int tap) const { return delayDisplay_[tap].get(); }
+    gui::ParamDisplay* feedbackDisplay(int tap) const { return feedbackDisplay_[tap].get(); }
+    gui::ParamDisplay* volumeDisplay(int tap) const { return volumeDisplay_[tap].get(); }
+    gui::OptionMenu* filterMenu(int tap) const { return filterMenu_[tap].get(); }
+    gui::HorizontalSlider* cutoffSlider(int tap) const { return cutoff_[tap].get(); }
+    gui::HorizontalSlider* resonanceSlider(int tap) const { return resonance_[tap].get(); }
+    gui::OptionMenu* tempoMenu(int tap) const { return tempoMenu_[tap].get(); }
+    gui::OnOffButton* powerButton(int m) const { return power_[m].get(); }
+    gui::HorizontalSlider* minSlider(int m) const { return min_[m].get(); }
+    gui::HorizontalSlider* maxSlider(int m) const { return max_[m].get(); }
+    gui::Knob* speedKnob(int m) const { return speedKnob_[m].get(); }
+    gui::ParamDisplay* speedDisplay(int m) const { return speedDisplay_[m].get(); }
+    gui::OptionMenu* indexMenu(int m) const { return indexMenu_[m].get(); }
+    gui::MultiPositionSwitch* typeSwitch(int m) const { return typeSwitch_[m].get(); }
+    gui::OnOffButton* modulatorSyncButton(int m) const { return modSync_[m].get(); }
+    ModulatorTableView* tableView(int m) const { return tableView_[m].get(); }
+    gui::OnOffButton* tableToggle(int m) const { return tableToggle_[m].get(); }
+    gui::Knob* wetDryKnob() const { return wetDry_.get(); }
+    AboutOverlay* aboutOverlay() const { return about_.get(); }
+
+    // The texts the displays show (ui thread; also what the displays draw).
+    std::string delayText(int tap) const;
+    std::string feedbackText(int tap) const;
+    std::string volumeText(int tap) const;
+    std::string speedText(int m) const;
+    // The speed display's text for a modulator: the note name when it is
+    // synchronised, else "%.2f" of speed x 2.0 x (rate / rate), which shows
+    // "nan" while the modulator's sample rate is 0.
+    static std::string speedTextFor(const TableModulator& modulator);
+
+private:
+    // One factory each for a tap strip and a modulator panel.
+    void buildTapStrip(int tap, int left, int stripWidth, int stripHeight);
+    void buildModulatorPanel(int m, int left, int top, int panelWidth, int panelHeight);
+    // Puts a parameter's value on its widget (the editor's lock held).
+    void showParameter(int32_t index, float value);
+    void showModulatorType(int m, float value);
+    void fillRoutingMenus();
+    void releaseWidgets();
+    // The frame's background: the current background bitmap when it has a
+    // picture.
+    void applyBackground();
+    bool runNameDialogOverEditor(const char* prompt, char* result);
+    // Command helpers of the context menu.
+    void removeCurrentPreset();
+    void addPresetTo(PresetFolder* folder);
+
+    DelayEffect* plugin_;                   // not owned
+    RefPtr<BackgroundBitmap> background_;   // the current background, may be null
+    RefPtr<gui::Bitmap> bitmaps_[kBitmapCount];  // loaded on the first open
+
+    RefPtr<gui::Frame> frame_;  // while open
+    RefPtr<gui::ViewContainer> tapStrip_[kTapCount];
+    RefPtr<gui::OptionMenu> inputMenu_[kTapCount];
+    RefPtr<gui::OptionMenu> outputMenu_[kTapCount];
+    RefPtr<gui::Knob> delayKnob_[kTapCount];
+    RefPtr<gui::Knob> volumeKnob_[kTapCount];
+    RefPtr<gui::Knob> feedbackKnob_[kTapCount];
+    RefPtr<gui::OnOffButton> tapSync_[kTapCount];
+    RefPtr<gui::ParamDisplay> delayDisplay_[kTapCount];
+    RefPtr<gui::ParamDisplay> feedbackDisplay_[kTapCount];
+    RefPtr<gui::ParamDisplay> volumeDisplay_[kTapCount];
+    RefPtr<gui::OptionMenu> filterMenu_[kTapCount];
+    RefPtr<gui::HorizontalSlider> cutoff_[kTapCount];
+    RefPtr<gui::HorizontalSlider> resonance_[kTapCount];
+    RefPtr<gui::OptionMenu> tempoMenu_[kTapCount];
+
+    RefPtr<gui::ViewContainer> modulatorPanel_[kModulatorCount];
+    RefPtr<gui::OnOffButton> power_[kModulatorCount];
+    RefPtr<gui::HorizontalSlider> min_[kModulatorCount];
+    RefPtr<gui::HorizontalSlider> max_[kModulatorCount];
+    RefPtr<gui::Knob> speedKnob_[kModulatorCount];
+    RefPtr<gui::ParamDisplay> speedDisplay_[kModulatorCount];
+    RefPtr<gui::OptionMenu> indexMenu_[kModulatorCount];
+    RefPtr<gui::MultiPositionSwitch> typeSwitch_[kModulatorCount];
+    RefPtr<gui::OnOffButton> modSync_[kModulatorCount];
+    // The table views and toggles move in and out of their panels: the
+    // editor keeps its own reference on each while the tree exists.
+    RefPtr<ModulatorTableView> tableView_[kModulatorCount];
+    RefPtr<gui::OnOffButton> tableToggle_[kModulatorCount];
+
+    RecursiveMutex lock_;  // guards frame_ and every widget pointer
+    RefPtr<gui::Knob> wetDry_;
+    RefPtr<AboutOverlay> about_;
+    ObjectList backgrounds_;  // BackgroundEntry, in the bundle's order
+};
+
+// The plug-in module's editor factory (see setEditorFactory).
+AEffEditor* createDelayEditor(DelayEffect& effect);
+
+}  // namespace varitap

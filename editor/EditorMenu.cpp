@@ -1,0 +1,215 @@
+// The editor's context menu: presets and folders, the two options, the
+// background choice, the home page and the about box. Built afresh on every
+// click from the library's and the options' current state; commands are
+// recognised by the chosen entry's text.
+#include <cstdio>
+#include <cstring>
+
+#include "editor/BackgroundBitmap.h"
+#include "editor/DelayEditor.h"
+#include "editor/EditorDialogs.h"
+#include "gui/OptionMenu.h"
+#include "host/DelayEffect.h"
+#include "persistence/OpenUrl.h"
+#include "persistence/Preferences.h"
+#include "persistence/PresetLibrary.h"
+
+namespace varitap {
+
+using gui::OptionMenu;
+using gui::Point;
+using gui::Rect;
+
+namespace {
+
+constexpr const char* kAddPreset = "Add Preset ...";
+constexpr const char* kRemoveFolder = "Remove Folder";
+constexpr const char* kAddFolder = "Add Folder ...";
+constexpr const char* kResample = "Resample (experimental)";
+constexpr const char* kShowSamples = "Show Delay Time in Samples";
+constexpr const char* kVisitHomepage = "Visit Homepage ...";
+constexpr const char* kAbout = "About ...";
+constexpr const char* kDialogTitle = "Varitap";
+constexpr const char* kFolderPrompt = "Enter a name for the new Preset Folder :";
+constexpr const char* kPresetPrompt = "Enter a name for the new Preset :";
+
+RefPtr<OptionMenu> makeMenu(Point where, int32_t tag, uint32_t style = 0) {
+    auto menu = makeRef<OptionMenu>(Rect(where.x, where.y, where.x, where.y), nullptr, tag, style);
+    menu->setFont(gui::kNormalFontVerySmall);
+    return menu;
+}
+
+bool optionIsSet(const char* key) {
+    long number = 0;
+    if (Preferences* preferences = Preferences::current()) {
+        preferences->getNumber(key, &number, 0);
+    }
+    return number != 0;
+}
+
+bool sameText(const char* a, const char* b) { return a && b && std::strcmp(a, b) == 0; }
+
+}  // namespace
+
+ContextMenu DelayEditor::buildContextMenu(Point where) {
+    ContextMenu menu;
+    PresetLibrary* library = PresetLibrary::current();
+
+    menu.presets = makeMenu(where, 0);
+    const uint32_t folderCount = library ? library->folderCount() : 0;
+    for (uint32_t f = 0; f < folderCount; ++f) {
+        PresetFolder* folder = library->folderAt(f);
+        auto folderMenu = makeMenu(where, static_cast<int32_t>(f));
+        for (uint32_t p = 0; p < folder->presetCount(); ++p) {
+            folderMenu->addEntry(folder->presetAt(p)->getName().c_str());
+        }
+        if (!(folder->flags() & kFactory)) {
+            folderMenu->addEntry("-");
+            folderMenu->addEntry(kAddPreset);
+            folderMenu->addEntry("-");
+            folderMenu->addEntry(kRemoveFolder);
+        }
+        menu.presets->addEntry(folderMenu.get(), folder->getName().c_str());
+        menu.folders.push_back(folderMenu);
+    }
+    menu.presets->addEntry("-");
+    menu.presets->addEntry(kAddFolder);
+    if (Preset* current = plugin_->lastUserPreset) {
+        char text[256];
+        std::snprintf(text, sizeof text, "Remove Preset '%s'", current->getName().c_str());
+        menu.removePresetText = text;
+        menu.presets->addEntry("-");
+        menu.presets->addEntry(text);
+    }
+
+    menu.background = makeMenu(where, 0, OptionMenu::kCheckStyle);
+    BackgroundEntry* inUse = background_ ? background_->entry() : nullptr;
+    for (uint32_t b = 0; b < backgrounds_.count(); ++b) {
+        auto* entry = static_cast<BackgroundEntry*>(backgrounds_.getAt(b));
+        menu.background->addEntry(entry->displayName().c_str());
+        if (entry == inUse) menu.background->checkEntryAlone(static_cast<int>(b));
+    }
+
+    menu.options = makeMenu(where, 0, OptionMenu::kCheckStyle);
+    menu.resampleChecked = optionIsSet(kOptionDelayTimeResample);
+    menu.samplesChecked = optionIsSet(kOptionDelayTimeInSamples);
+    menu.options->addEntry(kResample);
+    menu.options->checkEntry(0, menu.resampleChecked);
+    menu.options->addEntry(kShowSamples);
+    menu.options->checkEntry(1, menu.samplesChecked);
+    menu.options->addEntry(menu.background.get(), "Background");
+
+    menu.top = makeMenu(where, 0);
+    menu.top->addEntry(menu.presets.get(), "Presets");
+    menu.top->addEntry("-");
+    menu.top->addEntry(menu.options.get(), "Options");
+    menu.top->addEntry("-");
+    menu.top->addEntry(kVisitHomepage);
+    menu.top->addEntry(kAbout);
+    return menu;
+}
+
+bool DelayEditor::handleMenuClick(gui::DrawContext* context, Point where) {
+    (void)context;
+    if (!frame_) return true;
+    RefPtr<gui::Frame> frame = frame_;
+    ContextMenu menu = buildContextMenu(where);
+    frame->addView(menu.top.get());
+    int index = -1;
+    OptionMenu* chosen = nullptr;
+    if (menu.top->popup(frame.get(), where)) chosen = menu.top->lastItemMenu(index);
+    const bool result = carryOutChoice(menu, chosen, index);
+    frame->removeView(menu.top.get());
+    return result;
+}
+
+bool DelayEditor::carryOutChoice(ContextMenu& menu, OptionMenu* chosen, int index) {
+    if (!chosen || index < 0) return true;
+    const char* text = chosen->entry(index);
+    if (!text) return true;
+
+    if (chosen == menu.top.get()) {
+        if (sameText(text, kAbout)) return false;
+        if (sameText(text, kVisitHomepage)) openURL(kHomePageAddress);
+        return true;
+    }
+
+    PresetLibrary* library = PresetLibrary::current();
+    if (chosen == menu.presets.get()) {
+        if (sameText(text, kAddFolder)) {
+            char name[kNameBufferSize] = {};
+            if (runNameDialogOverEditor(kFolderPrompt, name) && name[0] && library) {
+                library->addFolder(name);
+            }
+        } else if (!menu.removePresetText.empty() && sameText(text, menu.removePresetText.c_str())) {
+            removeCurrentPreset();
+        }
+        return true;
+    }
+
+    if (chosen == menu.options.get()) {
+        if (sameText(text, kResample)) {
+            plugin_->setDelayTimeResample(!menu.resampleChecked);
+        } else if (sameText(text, kShowSamples)) {
+            if (Preferences* preferences = Preferences::current()) {
+                preferences->setNumber(kOptionDelayTimeInSamples, menu.samplesChecked ? 0 : 1);
+            }
+            if (frame_) {
+                frame_->setDirtyAll();
+                frame_->redraw();
+            }
+        }
+        return true;
+    }
+
+    if (chosen == menu.background.get()) {
+        chooseBackground(index);
+        return true;
+    }
+
+    // A folder's menu: its tag is the folder's index in the library now.
+    if (!library) return true;
+    const int32_t folderIndex = chosen->tag();
+    ObjectList snapshot;
+    snapshot.assign(library->folders());
+    if (folderIndex < 0 || static_cast<uint32_t>(folderIndex) >= snapshot.count()) return true;
+    auto* folder = static_cast<PresetFolder*>(snapshot.getAt(static_cast<uint32_t>(folderIndex)));
+    if (sameText(text, kRemoveFolder)) {
+        library->removeFolder(folder);
+    } else if (sameText(text, kAddPreset)) {
+        addPresetTo(folder);
+    } else if (static_cast<uint32_t>(index) < folder->presetCount()) {
+        plugin_->applyPreset(folder->presetAt(static_cast<uint32_t>(index)));
+    }
+    return true;
+}
+
+void DelayEditor::removeCurrentPreset() {
+    PresetLibrary* library = PresetLibrary::current();
+    Preset* current = plugin_->lastUserPreset;
+    if (!library || !current) return;
+    for (uint32_t f = 0; f < library->folderCount(); ++f) {
+        PresetFolder* folder = library->folderAt(f);
+        if (folder->flags() & kFactory) continue;
+        if (!folder->presets().contains(current)) continue;
+        plugin_->lastUserPreset = nullptr;
+        folder->removePreset(current);
+        break;
+    }
+}
+
+void DelayEditor::addPresetTo(PresetFolder* folder) {
+    char name[kNameBufferSize] = {};
+    if (!runNameDialogOverEditor(kPresetPrompt, name) || !name[0]) return;
+    Preset* preset = plugin_->createPresetFromState(name);
+    if (!preset) return;
+    folder->addPreset(preset);
+    preset->release();
+}
+
+bool DelayEditor::runNameDialogOverEditor(const char* prompt, char* result) {
+    const uintptr_t owner = frame_ ? frame_->windowId() : 0;
+    return runNameDialog(kDialogTitle, prompt, nullptr, result, owner);
+}
+
+}  // namespace varitap

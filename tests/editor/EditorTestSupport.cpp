@@ -1,0 +1,306 @@
+#include "EditorTestSupport.h"
+
+#include <cairo.h>
+#include <stdlib.h>
+#include <xkbcommon/xkbcommon-keysyms.h>
+
+#include <atomic>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+
+#include "editor/DelayEditor.h"
+#include "gui/Bitmap.h"
+#include "host/DelayEffect.h"
+
+namespace varitap::test {
+
+namespace {
+
+std::atomic<vst::VstIntPtr> gHostVersion{2400};
+vst::VstTimeInfo gTime = [] {
+    vst::VstTimeInfo t{};
+    t.sampleRate = 44100.0;
+    t.tempo = 120.0;
+    t.flags = vst::kVstTempoValid | vst::kVstTransportPlaying;
+    return t;
+}();
+
+}  // namespace
+
+void HostLog::add(const std::string& event) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    events_.push_back(event);
+}
+
+std::vector<std::string> HostLog::events() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return events_;
+}
+
+std::vector<std::pair<int32_t, float>> HostLog::automated() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return automated_;
+}
+
+void HostLog::clear() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    events_.clear();
+    automated_.clear();
+}
+
+HostLog& hostLog() {
+    static HostLog log;
+    return log;
+}
+
+void setHostVersion(vst::VstIntPtr version) { gHostVersion = version; }
+
+vst::VstIntPtr hostCallback(vst::AEffect* effect, int32_t opcode, int32_t index,
+                            vst::VstIntPtr value, void* ptr, float opt) {
+    (void)effect;
+    (void)value;
+    (void)ptr;
+    HostLog& log = hostLog();
+    switch (opcode) {
+        case vst::audioMasterVersion:
+            return gHostVersion;
+        case vst::audioMasterAutomate: {
+            std::lock_guard<std::mutex> lock(log.mutex_);
+            log.events_.push_back("auto " + std::to_string(index));
+            log.automated_.emplace_back(index, opt);
+            return 0;
+        }
+        case vst::audioMasterBeginEdit:
+            log.add("begin " + std::to_string(index));
+            return 1;
+        case vst::audioMasterEndEdit:
+            log.add("end " + std::to_string(index));
+            return 1;
+        case vst::audioMasterGetTime:
+            return reinterpret_cast<vst::VstIntPtr>(&gTime);
+        default:
+            return 0;
+    }
+}
+
+ConfigHome::ConfigHome() {
+    if (const char* old = getenv("XDG_CONFIG_HOME")) {
+        old_ = old;
+        hadOld_ = true;
+    }
+    setenv("XDG_CONFIG_HOME", dir_.path().c_str(), 1);
+}
+
+ConfigHome::~ConfigHome() {
+    if (hadOld_) {
+        setenv("XDG_CONFIG_HOME", old_.c_str(), 1);
+    } else {
+        unsetenv("XDG_CONFIG_HOME");
+    }
+}
+
+std::string ConfigHome::readOptions() const {
+    std::ifstream in(optionsFile());
+    std::stringstream s;
+    s << in.rdbuf();
+    return s.str();
+}
+
+EditorHost::EditorHost(const std::string& resources) {
+    gui::Bitmap::setResourceDirectory(resources.empty()
+                                          ? std::string(VARITAP_BUNDLE_DIR "/Contents/Resources")
+                                          : resources);
+    setEditorFactory(&createDelayEditor);
+    aeffect_ = createDelayEffect(&hostCallback);
+    if (aeffect_) effect_ = static_cast<DelayEffect*>(AudioEffect::fromAeffect(aeffect_));
+    if (display_.ok()) window_ = display_.createWindow(865, 400);
+}
+
+EditorHost::~EditorHost() {
+    closeInstance();
+    if (window_) display_.destroyWindow(window_);
+    setEditorFactory(nullptr);
+    gui::Bitmap::setResourceDirectory(std::string());
+}
+
+DelayEditor* EditorHost::editor() const {
+    return effect_ ? static_cast<DelayEditor*>(effect_->getEditor()) : nullptr;
+}
+
+xcb_window_t EditorHost::editorWindow() const {
+    DelayEditor* e = editor();
+    return e && e->frame() ? e->frame()->windowId() : 0;
+}
+
+vst::VstIntPtr EditorHost::dispatch(int32_t opcode, int32_t index, vst::VstIntPtr value,
+                                    void* ptr, float opt) {
+    return aeffect_ ? aeffect_->dispatcher(aeffect_, opcode, index, value, ptr, opt) : 0;
+}
+
+bool EditorHost::openEditor() {
+    const bool ok = dispatch(vst::effEditOpen, 0, 0,
+                             reinterpret_cast<void*>(static_cast<uintptr_t>(window_))) == 1;
+    if (ok) settle();
+    return ok;
+}
+
+void EditorHost::closeEditor() { dispatch(vst::effEditClose); }
+
+void EditorHost::settle(int rounds) {
+    for (int i = 0; i < rounds; ++i) {
+        dispatch(vst::effEditIdle);
+        display_.sync();
+        gui::test::waitFor([] { return false; }, 10);
+    }
+    dispatch(vst::effEditIdle);
+    display_.sync();
+}
+
+Image EditorHost::grabEditor() {
+    settle();
+    return display_.grab(editorWindow(), gui::Rect(0, 0, 865, 400));
+}
+
+void EditorHost::click(int x, int y, int button) {
+    const xcb_window_t w = editorWindow();
+    display_.button(w, x, y, button, true);
+    const uint16_t mask = button == 1 ? XCB_BUTTON_MASK_1 : XCB_BUTTON_MASK_3;
+    display_.button(w, x, y, button, false, mask);
+    settle(1);
+}
+
+void EditorHost::drag(int x0, int y0, int x1, int y1) {
+    const xcb_window_t w = editorWindow();
+    display_.button(w, x0, y0, 1, true);
+    settle(1);
+    const int steps = 4;
+    for (int s = 1; s <= steps; ++s) {
+        display_.motion(w, x0 + (x1 - x0) * s / steps, y0 + (y1 - y0) * s / steps,
+                        XCB_BUTTON_MASK_1);
+        settle(1);
+    }
+    display_.button(w, x1, y1, 1, false, XCB_BUTTON_MASK_1);
+    settle(1);
+}
+
+void EditorHost::closeInstance() {
+    if (!aeffect_) return;
+    dispatch(vst::effEditClose);
+    dispatch(vst::effClose);
+    aeffect_ = nullptr;
+    effect_ = nullptr;
+}
+
+xcb_window_t waitForMenus(HostDisplay& display, size_t n, int ms) {
+    xcb_window_t w = 0;
+    gui::test::waitFor(
+        [&] {
+            auto list = display.popupWindows();
+            if (list.size() != n) return false;
+            w = list.back();
+            return true;
+        },
+        ms);
+    return w;
+}
+
+xcb_window_t waitForDialog(HostDisplay& display, int ms) {
+    xcb_window_t found = 0;
+    const xcb_atom_t dialogType = display.atom("_NET_WM_WINDOW_TYPE_DIALOG");
+    gui::test::waitFor(
+        [&] {
+            xcb_connection_t* c = display.connection();
+            xcb_query_tree_reply_t* tree =
+                xcb_query_tree_reply(c, xcb_query_tree(c, display.root()), nullptr);
+            if (!tree) return false;
+            xcb_window_t* children = xcb_query_tree_children(tree);
+            for (int i = 0; i < xcb_query_tree_children_length(tree) && !found; ++i) {
+                xcb_get_window_attributes_reply_t* a = xcb_get_window_attributes_reply(
+                    c, xcb_get_window_attributes(c, children[i]), nullptr);
+                const bool viewable = a && a->map_state == XCB_MAP_STATE_VIEWABLE;
+                free(a);
+                if (!viewable) continue;
+                const auto type = display.property32(children[i], "_NET_WM_WINDOW_TYPE");
+                if (!type.empty() && type[0] == dialogType) found = children[i];
+            }
+            free(tree);
+            return found != 0;
+        },
+        ms);
+    return found;
+}
+
+void pressKey(HostDisplay& display, xcb_window_t w, uint32_t keysym, int times) {
+    for (int i = 0; i < times; ++i) display.key(w, keysym);
+}
+
+Image grabScreen(HostDisplay& display, const gui::Rect& r) { return display.grab(display.root(), r); }
+
+bool writePng(const Image& image, const std::string& path) {
+    if (image.width <= 0 || image.height <= 0) return false;
+    cairo_surface_t* s = cairo_image_surface_create(CAIRO_FORMAT_RGB24, image.width, image.height);
+    unsigned char* data = cairo_image_surface_get_data(s);
+    const int stride = cairo_image_surface_get_stride(s);
+    for (int y = 0; y < image.height; ++y) {
+        auto* row = reinterpret_cast<uint32_t*>(data + y * stride);
+        for (int x = 0; x < image.width; ++x) {
+            const auto p = image.at(x, y);
+            row[x] = (uint32_t{p.r} << 16) | (uint32_t{p.g} << 8) | p.b;
+        }
+    }
+    cairo_surface_mark_dirty(s);
+    const bool ok = cairo_surface_write_to_png(s, path.c_str()) == CAIRO_STATUS_SUCCESS;
+    cairo_surface_destroy(s);
+    return ok;
+}
+
+Image readPng(const std::string& path) {
+    Image image;
+    cairo_surface_t* s = cairo_image_surface_create_from_png(path.c_str());
+    if (cairo_surface_status(s) != CAIRO_STATUS_SUCCESS) {
+        cairo_surface_destroy(s);
+        return image;
+    }
+    cairo_surface_t* rgb = cairo_image_surface_create(CAIRO_FORMAT_RGB24,
+                                                      cairo_image_surface_get_width(s),
+                                                      cairo_image_surface_get_height(s));
+    cairo_t* cr = cairo_create(rgb);
+    cairo_set_source_surface(cr, s, 0, 0);
+    cairo_paint(cr);
+    cairo_destroy(cr);
+    cairo_surface_flush(rgb);
+    image.width = cairo_image_surface_get_width(rgb);
+    image.height = cairo_image_surface_get_height(rgb);
+    image.pixels.resize(static_cast<size_t>(image.width * image.height));
+    const unsigned char* data = cairo_image_surface_get_data(rgb);
+    const int stride = cairo_image_surface_get_stride(rgb);
+    for (int y = 0; y < image.height; ++y) {
+        const auto* row = reinterpret_cast<const uint32_t*>(data + y * stride);
+        for (int x = 0; x < image.width; ++x) {
+            image.pixels[static_cast<size_t>(y * image.width + x)] = gui::test::Pixel{
+                static_cast<uint8_t>(row[x] >> 16), static_cast<uint8_t>(row[x] >> 8),
+                static_cast<uint8_t>(row[x])};
+        }
+    }
+    cairo_surface_destroy(rgb);
+    cairo_surface_destroy(s);
+    return image;
+}
+
+double differingFraction(const Image& a, const Image& b, int tolerance) {
+    if (a.width != b.width || a.height != b.height || a.pixels.empty()) return 1.0;
+    size_t n = 0;
+    for (size_t i = 0; i < a.pixels.size(); ++i) {
+        if (!a.pixels[i].near(b.pixels[i].r, b.pixels[i].g, b.pixels[i].b, tolerance)) ++n;
+    }
+    return static_cast<double>(n) / static_cast<double>(a.pixels.size());
+}
+
+void saveScreenshot(const Image& image, const char* name) {
+    const char* dir = getenv("VARITAP_SCREENSHOT_DIR");
+    if (!dir || !*dir) return;
+    writePng(image, std::string(dir) + "/" + name);
+}
+
+}  // namespace varitap::test

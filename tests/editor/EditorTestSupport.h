@@ -1,0 +1,119 @@
+// Test support for the editor: a recording stand-in host for the plug-in
+// instance, the editor opened in a host window on the private Xvfb server
+// of tests/gui/XServer.cpp, and helpers that play the user on popup menus
+// and dialogs.
+#pragma once
+
+#include <xcb/xcb.h>
+
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "../gui/XServer.h"
+#include "host/VstInterface.h"
+
+namespace varitap {
+class DelayEditor;
+class DelayEffect;
+}  // namespace varitap
+
+namespace varitap::test {
+
+using gui::test::HostDisplay;
+using gui::test::Image;
+
+// What the plug-in told the host, in order: "begin 21", "auto 21", "end 21".
+class HostLog {
+public:
+    void add(const std::string& event);
+    std::vector<std::string> events();
+    void clear();
+    std::vector<std::pair<int32_t, float>> automated();
+
+private:
+    std::mutex mutex_;
+    std::vector<std::string> events_;
+    std::vector<std::pair<int32_t, float>> automated_;
+    friend vst::VstIntPtr hostCallback(vst::AEffect*, int32_t, int32_t, vst::VstIntPtr, void*,
+                                       float);
+};
+
+// The callback every instance made by EditorHost gets; answers as a VST 2.4
+// host and records automation and edit gestures in hostLog().
+vst::VstIntPtr hostCallback(vst::AEffect* effect, int32_t opcode, int32_t index,
+                            vst::VstIntPtr value, void* ptr, float opt);
+HostLog& hostLog();
+// The version the callback reports (2400 unless a test changes it).
+void setHostVersion(vst::VstIntPtr version);
+
+// A temporary XDG_CONFIG_HOME for the options and user presets of one test.
+class ConfigHome {
+public:
+    ConfigHome();
+    ~ConfigHome();
+    const std::string& path() const { return dir_.path(); }
+    std::string optionsFile() const { return path() + "/brelmo.varitap.conf"; }
+    std::string readOptions() const;
+
+private:
+    gui::test::TempDir dir_;
+    std::string old_;
+    bool hadOld_ = false;
+};
+
+// One plug-in instance made through the module's entry function, with the
+// editor factory installed, and a host window to open its editor in.
+class EditorHost {
+public:
+    // resources: the folder bitmaps and backgrounds come from (the built
+    // bundle's Resources unless given).
+    explicit EditorHost(const std::string& resources = std::string());
+    ~EditorHost();
+
+    vst::AEffect* aeffect() const { return aeffect_; }
+    DelayEffect* effect() const { return effect_; }
+    DelayEditor* editor() const;
+    HostDisplay& display() { return display_; }
+    xcb_window_t hostWindow() const { return window_; }
+    xcb_window_t editorWindow() const;
+
+    vst::VstIntPtr dispatch(int32_t opcode, int32_t index = 0, vst::VstIntPtr value = 0,
+                            void* ptr = nullptr, float opt = 0.0f);
+    bool openEditor();
+    void closeEditor();
+    // Idles the editor a few times so that what changed is drawn.
+    void settle(int rounds = 3);
+    Image grabEditor();
+    // Synthetic mouse on the editor's window (editor coordinates).
+    void click(int x, int y, int button = 1);
+    void drag(int x0, int y0, int x1, int y1);
+    // Closes the instance (effClose), which deletes the editor.
+    void closeInstance();
+
+private:
+    HostDisplay display_;
+    xcb_window_t window_ = 0;
+    vst::AEffect* aeffect_ = nullptr;
+    DelayEffect* effect_ = nullptr;
+};
+
+// The newest override-redirect menu window once n are up, or 0.
+xcb_window_t waitForMenus(HostDisplay& display, size_t n, int ms = 3000);
+// The first mapped top-level dialog window (_NET_WM_WINDOW_TYPE_DIALOG), or 0.
+xcb_window_t waitForDialog(HostDisplay& display, int ms = 3000);
+// Presses a key on the newest menu window `times` times.
+void pressKey(HostDisplay& display, xcb_window_t w, uint32_t keysym, int times = 1);
+
+// The whole screen area (root window) inside r.
+Image grabScreen(HostDisplay& display, const gui::Rect& r);
+// Writes an image as PNG; reads one back (empty image on failure).
+bool writePng(const Image& image, const std::string& path);
+Image readPng(const std::string& path);
+// Fraction of pixels whose channels differ by more than tolerance.
+double differingFraction(const Image& a, const Image& b, int tolerance);
+// When VARITAP_SCREENSHOT_DIR is set, saves the image there under name.
+void saveScreenshot(const Image& image, const char* name);
+
+}  // namespace varitap::test
