@@ -191,3 +191,22 @@ TEST_F(RenderToolTest, BenchPrintsEveryRunAndTheCostRatio) {
     EXPECT_EQ(result.status, 1);
     EXPECT_NE(result.err.find(NOT_A_PLUGIN_SO ": not a VST2 plug-in"), std::string::npos) << result.err;
 }
+
+TEST_F(RenderToolTest, ProgressBarOnlyOnATerminal) {
+    if (!fileExists("/usr/bin/script")) GTEST_SKIP() << "no script(1) to give the program a terminal";
+    // script(1) runs the program on a pseudo-terminal; its output is the
+    // terminal's, stdout and stderr together.
+    std::string command = std::string(RENDER_EXE) + " --plugin " TEST_DELAY_BUNDLE " in.wav -o t.wav";
+    std::string shell = "cd " + shellQuote(dir.path()) + " && XDG_CONFIG_HOME=" + shellQuote(dir.path()) +
+                        " script -qec " + shellQuote(command) + " /dev/null > " + shellQuote(dir.file("tty.txt"));
+    ASSERT_EQ(std::system(shell.c_str()), 0);
+    std::string tty = readText(dir.file("tty.txt"));
+    ::unlink(dir.file("tty.txt").c_str());
+    EXPECT_NE(tty.find("rendering [#####"), std::string::npos) << tty;
+    EXPECT_NE(tty.find("] 100%"), std::string::npos) << tty;
+    EXPECT_NE(tty.find("speed:"), std::string::npos) << tty;
+
+    RunResult quiet = run({"in.wav", "-o", "t.wav", "-q"});
+    EXPECT_EQ(quiet.status, 0);
+    EXPECT_EQ(quiet.out + quiet.err, "");
+}
