@@ -1,0 +1,36 @@
+#!/usr/bin/env bash
+# Varitap in a real host: Debian's Ardour 7 (headless, through the shared
+# run-ardour.sh harness) renders a 0.5 impulse at 48 kHz through the built
+# bundle with tap 1 free at 14400 samples (300 ms), no feedback, mix 0.5 and
+# tap 2 unrouted. Expected: all 241 parameters listed, the dry impulse at
+# 0 ms and one echo exactly 300 ms later, both at -12 dB (0.25).
+# Exits 77 (skipped) when Ardour or the harness is not installed.
+set -u
+bundle="${1:?usage: realhost-echo.sh BUNDLE HARNESS}"
+harness="${2:?usage: realhost-echo.sh BUNDLE HARNESS}"
+
+if [ ! -x /usr/bin/ardour7-lua ] || [ ! -x /usr/lib/ardour7/ardour-vst-scanner ] || [ ! -f "$harness" ]; then
+  echo "realhost: Ardour 7 or the harness is missing (apt-get install ardour); skipped"
+  exit 77
+fi
+
+log="$(mktemp /tmp/varitap-realhost.XXXXXX)"
+out="$log.wav"
+trap 'rm -f "$log" "$out"' EXIT
+bash "$harness" -l -o "$out" "$bundle" \
+  24=0 21=0.25715178 23=0 20=0.5 11=0 --expect-echo 300:0.05 >"$log" 2>&1
+rc=$?
+grep -v paramlist "$log"
+[ $rc -eq 0 ] || { echo "realhost: run-ardour.sh failed (rc $rc)"; exit 1; }
+
+fail=0
+check() { if eval "$2"; then echo "realhost: PASS $1"; else echo "realhost: FAIL $1"; fail=1; fi; }
+summary="$(grep '^REALHOST host=' "$log")"
+peaks="$(grep '^REALHOST peaks_ms=' "$log" | sed 's/^REALHOST peaks_ms=//')"
+check "241 parameters loaded" '[[ "$summary" == *" params=241 "* ]]'
+check "241 parameters listed" '[ "$(grep -c "RH: paramlist " "$log")" -eq 241 ]'
+check "parameter names" 'grep -q "paramlist 20 .Wet/Dry Mix Volume." "$log" && grep -q "paramlist 97 .Auto #1 Power." "$log"'
+check "all five settings taken" '[[ "$summary" == *" set=5/5 "* ]]'
+check "dry impulse and one echo at 300 ms, both -12 dB" '[ "$peaks" = "0.00:-12.0dB,300.00:-12.0dB" ]'
+check "finite, never over 0 dBFS" '[[ "$summary" == *" nonfinite=0 over_0dBFS=0 "* ]]'
+exit $fail
