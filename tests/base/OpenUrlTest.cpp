@@ -100,16 +100,5 @@ TEST_F(OpenUrlTest, RefusesWhatIsNotAPlainAddressSilently) {
     EXPECT_TRUE(noChildLeft());
 }
 
-TEST_F(OpenUrlTest, NoHandlerInstalledIsSilent) {
-    ::setenv("PATH", (folder_ / "empty").c_str(), 1);
-    ::testing::internal::CaptureStderr();
-    ::testing::internal::CaptureStdout();
-    openURL("https://example.org/");
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    EXPECT_EQ(::testing::internal::GetCapturedStdout(), "");
-    EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
-    EXPECT_TRUE(noChildLeft());
-}
-
 }  // namespace
 }  // namespace varitap

@@ -34,15 +34,6 @@ TEST(RefObjectTest, CountsFromOneAndDiesOnTheLastRelease) {
     EXPECT_EQ(destroyed, 1);
 }
 
-TEST(RefObjectTest, EqualityIsIdentity) {
-    int destroyed = 0;
-    auto a = makeRef<Tracked>(&destroyed);
-    auto b = makeRef<Tracked>(&destroyed);
-    EXPECT_TRUE(a->isEqual(a.get()));
-    EXPECT_FALSE(a->isEqual(b.get()));
-    EXPECT_FALSE(a->isEqual(nullptr));
-}
-
 TEST(RefPtrTest, StoringTakesAReferenceAndAdoptTakesOverTheCreatorsOne) {
     int destroyed = 0;
     {
