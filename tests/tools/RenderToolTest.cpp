@@ -210,3 +210,17 @@ TEST_F(RenderToolTest, ProgressBarOnlyOnATerminal) {
     EXPECT_EQ(quiet.status, 0);
     EXPECT_EQ(quiet.out + quiet.err, "");
 }
+
+TEST_F(RenderToolTest, AnInterruptedRenderLeavesNothingBehind) {
+    // The slow plug-in takes 5 ms a block: about 3 s for the demo.
+    std::string command = "cd " + shellQuote(dir.path()) + " && XDG_CONFIG_HOME=" + shellQuote(dir.path()) +
+                          " TEST_DELAY_SLOW=1 " RENDER_EXE " --plugin " TEST_DELAY_BUNDLE
+                          " -o slow.wav --plot slow.png 2> err.txt & pid=$!; sleep 1; kill -INT $pid; wait $pid";
+    int status = std::system(command.c_str());
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 130);
+    std::string err = readText(dir.file("err.txt"));
+    ::unlink(dir.file("err.txt").c_str());
+    EXPECT_EQ(err, "varitap-render: slow.wav: interrupted; nothing was written\n");
+    EXPECT_EQ(dir.entries(), inputs);
+}

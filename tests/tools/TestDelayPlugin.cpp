@@ -14,6 +14,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <unistd.h>
 #include <vector>
 
 using namespace vst;
@@ -49,6 +50,7 @@ struct TestDelay {
     int timeErrors = 0;  // blocks whose time information did not follow on
     double tempo = 0.0;
     char programName[kVstMaxProgNameLen + 1] = "Default";
+    bool slow = std::getenv("TEST_DELAY_SLOW") != nullptr;
 
     VstIntPtr call(VstInt32 opcode, VstInt32 index = 0, VstIntPtr value = 0, void* ptr = nullptr) {
         return master(&effect, opcode, index, value, ptr, 0.0f);
@@ -79,6 +81,7 @@ struct TestDelay {
             ++timeErrors;
         nextSamplePos += frames;
         ++blocks;
+        if (slow) ::usleep(5000);  // lets tests interrupt a render midway
         const size_t delay = delaySamples();
         for (VstInt32 i = 0; i < frames; ++i) {
             for (int c = 0; c < kOutputs; ++c) {

@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -21,6 +22,22 @@ namespace {
 
 constexpr int kExitFailure = 1;
 constexpr int kExitUsage = 2;
+constexpr int kExitInterrupted = 130;
+
+// Set by Ctrl-C or a termination request: the render stops at the next
+// block and the temporary output is removed, so nothing half-written stays.
+volatile std::sig_atomic_t gStopRequested = 0;
+
+void requestStop(int) { gStopRequested = 1; }
+
+void catchStopRequests() {
+    struct sigaction action {};
+    action.sa_handler = requestStop;
+    sigemptyset(&action.sa_mask);
+    ::sigaction(SIGINT, &action, nullptr);
+    ::sigaction(SIGTERM, &action, nullptr);
+    ::sigaction(SIGHUP, &action, nullptr);
+}
 
 int fail(const std::string& thing, const std::string& reason) {
     std::fprintf(stderr, "varitap-render: %s: %s\n", thing.c_str(), reason.c_str());
@@ -218,13 +235,20 @@ int runRenderTool(int argc, const char* const* argv) {
     if (!options.plot.empty())
         plot = std::make_unique<WaveformPlot>(source->channels(), outputChannels, source->frames() + tailFrames,
                                               source->sampleRate(), settings.tempo, options.spectrogram);
+    catchStopRequests();
     BlockSink sink = [&](const float* input, const float* output, int frames) {
+        if (gStopRequested) return false;
         if (plot) plot->add(input, output, frames);
         return writer.write(output, frames);
     };
     RenderResult result;
-    if (!renderSource(*plugin, *source, settings, outputChannels, sink, result, error))
+    if (!renderSource(*plugin, *source, settings, outputChannels, sink, result, error)) {
+        if (gStopRequested) {
+            fail(options.output, "interrupted; nothing was written");
+            return kExitInterrupted;
+        }
         return fail(options.output, error);
+    }
     if (!writer.commit(error)) return fail(options.output, error);
     if (plot) {
         std::string title = inputName + " through " + describePlugin(*plugin);
