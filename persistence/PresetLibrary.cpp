@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 
 #include "persistence/ByteStream.h"
 #include "persistence/PresetXmlReader.h"
@@ -140,9 +141,19 @@ bool PresetLibrary::saveFile(const std::string& path) {
     PropertyList list;
     if (!writeProperties(list)) return false;
 
-    const std::string folder = parentFolder(path);
+    // A user file that is a symbolic link (dotfile managers keep them) is
+    // replaced where it really lives, so the link stays a link.
+    std::string target = path;
+    struct stat info;
+    if (lstat(path.c_str(), &info) == 0 && S_ISLNK(info.st_mode)) {
+        if (char* resolved = realpath(path.c_str(), nullptr)) {
+            target = resolved;
+            free(resolved);
+        }
+    }
+    const std::string folder = parentFolder(target);
     if (!makeFolders(folder)) return false;
-    std::string temporary = folder + "/." + lastComponent(path) + ".XXXXXX";
+    std::string temporary = folder + "/." + lastComponent(target) + ".XXXXXX";
     const int descriptor = mkostemp(temporary.data(), O_CLOEXEC);  // mode 0600
     if (descriptor < 0) return false;
 
@@ -174,10 +185,10 @@ bool PresetLibrary::saveFile(const std::string& path) {
     }
 
     if (!unreadableUserFile_.empty() && unreadableUserFile_ == path) {
-        keepAsBackup(path);
+        keepAsBackup(target);
         unreadableUserFile_.clear();
     }
-    if (rename(temporary.c_str(), path.c_str()) != 0) {
+    if (rename(temporary.c_str(), target.c_str()) != 0) {
         unlink(temporary.c_str());
         return false;
     }

@@ -211,6 +211,23 @@ TEST(PresetLibraryTest, UnreadableUserFileIsKeptAsBackupOnce) {
     EXPECT_EQ(readWholeFile(blocked), readWholeFile(dataPath("empty-library.xml")));
 }
 
+TEST(PresetLibraryTest, SymlinkedUserFileStaysALink) {
+    TempFolder folder;
+    std::filesystem::create_directory(folder.file("dotfiles"));
+    const std::string real = folder.file("dotfiles/presets.xml");
+    const std::string user = folder.file("brelmo.varitap.presets.xml");
+    writeWholeFile(real, readWholeFile(dataPath("folder-f-preset-p.xml")));
+    ASSERT_EQ(symlink(real.c_str(), user.c_str()), 0);
+    PresetLibrary* library = PresetLibrary::acquireForInstance("", user);
+    ASSERT_EQ(library->folderCount(), 1u);
+    library->addFolder("Added");
+    PresetLibrary::saveAndRelease();
+    EXPECT_TRUE(std::filesystem::is_symlink(user));
+    auto back = makeRef<PresetLibrary>();
+    back->loadFile(real, false);
+    EXPECT_EQ(folderNames(*back), (std::vector<std::string>{"F", "Added"}));
+}
+
 TEST(PresetLibraryTest, FailedSaveLeavesTheOldFileWhole) {
     TempFolder folder;
     const std::string user = folder.file("user.xml");
