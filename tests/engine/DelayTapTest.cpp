@@ -240,6 +240,34 @@ TEST_P(DelayTapTest, ResampleStretchesTheStoredSignalWhenTheLengthDoubles) {
     }
 }
 
+TEST_P(DelayTapTest, ResampleSqueezesTheStoredSignalWhenTheLengthHalves) {
+    ScalarScope scalar(GetParam());
+    DelayTap tap(2000);
+    tap.setDelaySamples(2000);
+    tap.setFeedback(0.0f);
+    tap.setVolume(1.0f);
+    tap.setResample(true);
+    std::vector<float> ramp(2400);
+    for (size_t i = 0; i < ramp.size(); ++i) ramp[i] = float(i + 1);
+    run(tap, ramp, 300);
+    ASSERT_EQ(tap.position(), 400u);
+    ASSERT_EQ(tap.previousLength(), 2000u);
+    tap.setDelaySamples(1000);
+    // Blocks that end before the line does (the stretch ends once a block
+    // crosses the end of the line).
+    const std::vector<float> output = run(tap, std::vector<float>(1000, 0.0f), 256);
+    // Ahead of the head, 1200 stored samples are played in 600: every other
+    // one, in order; then the head wraps onto the newest samples.
+    EXPECT_EQ(output[0], 401.0f);
+    for (size_t i = 1; i < 600; ++i) {
+        ASSERT_GT(output[i], output[i - 1]) << i;
+        ASSERT_LE(output[i] - output[i - 1], 3.0f) << i;
+    }
+    EXPECT_NEAR(output[599], 1600.0f, 4.0f);
+    EXPECT_EQ(output[600], 2001.0f);
+    EXPECT_EQ(output[999], 2400.0f);
+}
+
 TEST_P(DelayTapTest, ParameterTableTexts) {
     DelayTap tap(44100);
     tap.setDelaySamples(56000);
