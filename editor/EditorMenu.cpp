@@ -175,6 +175,11 @@ bool DelayEditor::carryOutChoice(ContextMenu& menu, OptionMenu* chosen, int inde
     if (folderIndex < 0 || static_cast<uint32_t>(folderIndex) >= snapshot.count()) return true;
     auto* folder = static_cast<PresetFolder*>(snapshot.getAt(static_cast<uint32_t>(folderIndex)));
     if (sameText(text, kRemoveFolder)) {
+        // The folder's presets go with it: the current preset must not be
+        // left pointing at one of them (the next menu would read its name).
+        if (plugin_->lastUserPreset && folder->presets().contains(plugin_->lastUserPreset)) {
+            plugin_->lastUserPreset = nullptr;
+        }
         library->removeFolder(folder);
     } else if (sameText(text, kAddPreset)) {
         addPresetTo(folder);

@@ -1,0 +1,128 @@
+// Background pictures as the editor gathers, shows, switches and remembers
+// them, from a resources folder made on the fly.
+#include "editor/BackgroundBitmap.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "EditorTestSupport.h"
+#include "editor/DelayEditor.h"
+#include "gui/OptionMenu.h"
+
+namespace varitap::test {
+namespace {
+
+namespace fs = std::filesystem;
+using gui::Color;
+
+constexpr Color kRed{200, 30, 30, 255};
+constexpr Color kBlue{30, 40, 200, 255};
+
+class BackgroundTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        if (!gui::test::haveDisplay()) GTEST_SKIP() << "no X server";
+        fs::create_directories(backgrounds());
+    }
+    std::string resources() const { return dir.path() + "/Varitap.vst/Contents/Resources"; }
+    std::string backgrounds() const { return resources() + "/Backgrounds"; }
+    void addPicture(const std::string& name, Color color) const {
+        ASSERT_TRUE(gui::test::writeBandsPng(backgrounds() + "/" + name, 865, 400, {color}));
+    }
+    static std::vector<std::string> names(const DelayEditor& editor) {
+        std::vector<std::string> out;
+        for (uint32_t i = 0; i < editor.backgrounds().count(); ++i) {
+            out.push_back(static_cast<BackgroundEntry*>(editor.backgrounds().getAt(i))->displayName());
+        }
+        return out;
+    }
+    static std::string currentFile(const DelayEditor& editor) {
+        BackgroundBitmap* b = editor.currentBackground();
+        return b && b->entry() ? b->entry()->fileName() : std::string();
+    }
+    // A pixel of the editor's own background: the corner above the menu
+    // handle, which no widget covers.
+    static gui::test::Pixel corner(EditorHost& host) { return host.grabEditor().at(12, 2); }
+
+    gui::test::TempDir dir;
+    ConfigHome home;
+};
+
+TEST_F(BackgroundTest, ChoiceIsShownAtOnceAndRememberedOnlyWhenTheEditorGoes) {
+    addPicture("a.b.png", kRed);
+    addPicture("a.png", kBlue);
+    std::ofstream(backgrounds() + "/notes.txt") << "not a picture";
+    {
+        EditorHost host(resources());
+        DelayEditor& editor = *host.editor();
+        // Listed by display name; with no stored choice and no default.png
+        // the first one is used.
+        EXPECT_EQ(names(editor), (std::vector<std::string>{"a.b", "a"}));
+        EXPECT_EQ(currentFile(editor), "a.b.png");
+        ContextMenu menu = editor.buildContextMenu(gui::Point{});
+        ASSERT_EQ(menu.background->nbEntries(), 2);
+        EXPECT_STREQ(menu.background->entry(0), "a.b");
+        EXPECT_STREQ(menu.background->entry(1), "a");
+        EXPECT_TRUE(menu.background->isCheckEntry(0));
+
+        ASSERT_TRUE(host.openEditor());
+        EXPECT_TRUE(corner(host).near(kRed.red, kRed.green, kRed.blue, 12));
+
+        // Chosen from the menu: drawn at once, the option not yet written.
+        EXPECT_TRUE(editor.carryOutChoice(menu, menu.background.get(), 1));
+        EXPECT_EQ(currentFile(editor), "a.png");
+        EXPECT_TRUE(corner(host).near(kBlue.red, kBlue.green, kBlue.blue, 12));
+        EXPECT_TRUE(editor.buildContextMenu(gui::Point{}).background->isCheckEntry(1));
+        EXPECT_EQ(home.readOptions().find("Background Bitmap"), std::string::npos);
+
+        // Kept across closing and opening the window.
+        host.closeEditor();
+        ASSERT_TRUE(host.openEditor());
+        EXPECT_TRUE(corner(host).near(kBlue.red, kBlue.green, kBlue.blue, 12));
+        EXPECT_EQ(home.readOptions().find("Background Bitmap"), std::string::npos);
+        host.closeInstance();  // deletes the editor object
+        EXPECT_NE(home.readOptions().find("Background Bitmap=a.png"), std::string::npos);
+    }
+    // The next editor starts with the remembered picture.
+    EditorHost next(resources());
+    EXPECT_EQ(currentFile(*next.editor()), "a.png");
+}
+
+TEST_F(BackgroundTest, DefaultIsPreferredAndBadFilesStillListed) {
+    addPicture("Amber.png", kRed);
+    addPicture("default.png", kBlue);
+    std::ofstream(backgrounds() + "/Broken.png") << "not a PNG";
+    EditorHost host(resources());
+    DelayEditor& editor = *host.editor();
+    EXPECT_EQ(names(editor), (std::vector<std::string>{"Amber", "Broken", "default"}));
+    EXPECT_EQ(currentFile(editor), "default.png");
+    // A picture that cannot be decoded is listed; choosing it gives an empty
+    // background and the editor keeps running.
+    ASSERT_TRUE(host.openEditor());
+    ASSERT_TRUE(editor.chooseBackground(1));
+    EXPECT_EQ(editor.currentBackground()->width(), 0);
+    EXPECT_FALSE(editor.chooseBackground(3));  // no such entry: nothing changes
+    EXPECT_EQ(currentFile(editor), "Broken.png");
+    host.grabEditor();
+}
+
+TEST_F(BackgroundTest, NoPicturesMeansNoBackgroundAndAnEmptyMenu) {
+    EditorHost host(resources());
+    DelayEditor& editor = *host.editor();
+    EXPECT_EQ(editor.backgrounds().count(), 0u);
+    EXPECT_EQ(editor.currentBackground(), nullptr);
+    EXPECT_EQ(editor.buildContextMenu(gui::Point{}).background->nbEntries(), 0);
+    // A stored name that matches nothing falls back to the first picture.
+    host.closeInstance();
+    std::ofstream(home.optionsFile()) << "[brelmo.varitap]\nBackground Bitmap=gone.png\n";
+    addPicture("z.png", kRed);
+    addPicture("y.png", kBlue);
+    EditorHost again(resources());
+    EXPECT_EQ(currentFile(*again.editor()), "y.png");
+    ASSERT_TRUE(again.openEditor());
+}
+
+}  // namespace
+}  // namespace varitap::test

@@ -1,0 +1,384 @@
+// The context menu and its commands, the name-entry dialog and the about
+// box, with the real preset library, options file and popup windows.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <xkbcommon/xkbcommon-keysyms.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include "EditorTestSupport.h"
+#include "editor/BackgroundBitmap.h"
+#include "editor/DelayEditor.h"
+#include "editor/EditorDialogs.h"
+#include "gui/OptionMenu.h"
+#include "host/DelayEffect.h"
+#include "persistence/Preferences.h"
+#include "persistence/PresetLibrary.h"
+
+namespace varitap::test {
+namespace {
+
+using gui::OptionMenu;
+using gui::Point;
+using gui::Rect;
+
+std::vector<std::string> entries(const OptionMenu& menu) {
+    std::vector<std::string> out;
+    for (int i = 0; i < menu.nbEntries(); ++i) {
+        out.push_back((menu.entryFlags(i) & gui::kMenuSeparator) ? "-" : menu.entry(i));
+    }
+    return out;
+}
+
+int indexOf(const OptionMenu& menu, const std::string& text) {
+    for (int i = 0; i < menu.nbEntries(); ++i) {
+        if (!(menu.entryFlags(i) & gui::kMenuSeparator) && text == menu.entry(i)) return i;
+    }
+    return -1;
+}
+
+std::string readFile(const std::string& path) {
+    std::ifstream in(path);
+    std::stringstream s;
+    s << in.rdbuf();
+    return s.str();
+}
+
+class EditorMenuTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        if (!gui::test::haveDisplay() || !host.display().ok()) GTEST_SKIP() << "no X server";
+        library = PresetLibrary::current();
+        ASSERT_NE(library, nullptr);
+        ASSERT_TRUE(library->loadFile(VARITAP_BUNDLE_DIR "/Contents/Resources/varitap.factory.presets.xml",
+                                      true));
+        factoryFolders = library->folderCount();
+        ASSERT_GT(factoryFolders, 0u);
+        hostLog().clear();
+    }
+    DelayEditor& editor() { return *host.editor(); }
+    // A user folder with presets of the given names, made from the state.
+    PresetFolder* userFolder(const char* name, std::vector<const char*> presets) {
+        PresetFolder* folder = library->addFolder(name);
+        for (const char* p : presets) {
+            Preset* preset = host.effect()->createPresetFromState(p);
+            folder->addPreset(preset);
+            preset->release();
+        }
+        return folder;
+    }
+    int folderIndex(PresetFolder* folder) {
+        for (uint32_t i = 0; i < library->folderCount(); ++i) {
+            if (library->folderAt(i) == folder) return static_cast<int>(i);
+        }
+        return -1;
+    }
+    // Opens the menu with a click in the menu strip; `user` plays the popup.
+    bool clickMenuStrip(const std::function<void()>& user) {
+        std::thread t(user);
+        host.click(10, 200);
+        t.join();
+        return editor().aboutOverlay()->aboutShown();
+    }
+
+    ConfigHome home;
+    EditorHost host;
+    PresetLibrary* library = nullptr;
+    uint32_t factoryFolders = 0;
+};
+
+TEST_F(EditorMenuTest, TreeShowsFoldersOptionsAndBackgroundsAsTheyAreNow) {
+    PresetFolder* mine = userFolder("Mine", {"Warm", "Cold"});
+    Preferences::current()->setNumber(kOptionDelayTimeResample, 1);
+    ContextMenu menu = editor().buildContextMenu(Point{10, 100});
+
+    EXPECT_EQ(entries(*menu.top), (std::vector<std::string>{"Presets", "-", "Options", "-",
+                                                            "Visit Homepage ...", "About ..."}));
+    EXPECT_EQ(menu.top->submenu(0), menu.presets.get());
+    EXPECT_EQ(menu.top->submenu(2), menu.options.get());
+
+    // Factory folders list their presets only; the user's folder can grow
+    // and go. With no current preset the list ends with "Add Folder ...".
+    ASSERT_EQ(menu.folders.size(), library->folderCount());
+    for (uint32_t f = 0; f < factoryFolders; ++f) {
+        const OptionMenu& folderMenu = *menu.folders[f];
+        EXPECT_EQ(folderMenu.tag(), static_cast<int32_t>(f));
+        EXPECT_EQ(static_cast<uint32_t>(folderMenu.nbEntries()), library->folderAt(f)->presetCount());
+        EXPECT_EQ(indexOf(folderMenu, "Add Preset ..."), -1);
+        EXPECT_EQ(indexOf(folderMenu, "Remove Folder"), -1);
+        EXPECT_STREQ(menu.presets->entry(static_cast<int>(f)), library->folderAt(f)->getName().c_str());
+    }
+    const OptionMenu& mineMenu = *menu.folders[static_cast<size_t>(folderIndex(mine))];
+    EXPECT_EQ(entries(mineMenu), (std::vector<std::string>{"Warm", "Cold", "-", "Add Preset ...",
+                                                           "-", "Remove Folder"}));
+    EXPECT_STREQ(menu.presets->entry(menu.presets->nbEntries() - 1), "Add Folder ...");
+
+    // Options: check marks from the stored options; the Background menu.
+    EXPECT_EQ(entries(*menu.options), (std::vector<std::string>{"Resample (experimental)",
+                                                                "Show Delay Time in Samples",
+                                                                "Background"}));
+    EXPECT_TRUE(menu.options->isCheckEntry(0));
+    EXPECT_FALSE(menu.options->isCheckEntry(1));
+    EXPECT_EQ(menu.options->submenu(2), menu.background.get());
+    ASSERT_EQ(static_cast<uint32_t>(menu.background->nbEntries()), editor().backgrounds().count());
+    const int current = indexOf(*menu.background, "default");
+    ASSERT_GE(current, 0);
+    for (int i = 0; i < menu.background->nbEntries(); ++i) {
+        EXPECT_EQ(menu.background->isCheckEntry(i), i == current);
+    }
+
+    // A current preset adds its removal at the end.
+    host.effect()->lastUserPreset = mine->presetAt(1);
+    ContextMenu withPreset = editor().buildContextMenu(Point{10, 100});
+    EXPECT_STREQ(withPreset.presets->entry(withPreset.presets->nbEntries() - 1),
+                 "Remove Preset 'Cold'");
+}
+
+TEST_F(EditorMenuTest, CommandsAreMatchedByTextAndPresetsApply) {
+    const int32_t delay = tapParameterIndex(3, kTapDelay);
+    host.aeffect()->setParameter(host.aeffect(), delay, 0.25f);
+    PresetFolder* mine = userFolder("Mine", {"Quarter", "Remove Folder"});
+    PresetFolder* other = userFolder("Other", {"Add Preset ..."});
+    host.aeffect()->setParameter(host.aeffect(), delay, 0.75f);
+    const uint32_t before = library->folderCount();
+
+    // An ordinary preset is applied and becomes the current one.
+    ContextMenu menu = editor().buildContextMenu(Point{10, 100});
+    OptionMenu* mineMenu = menu.folders[static_cast<size_t>(folderIndex(mine))].get();
+    EXPECT_TRUE(editor().carryOutChoice(menu, mineMenu, 0));
+    EXPECT_EQ(host.effect()->lastUserPreset, mine->presetAt(0));
+    EXPECT_NEAR(host.effect()->program().values[delay], 0.25f, 1e-6f);
+
+    // A preset named like a command carries out the command instead.
+    ContextMenu again = editor().buildContextMenu(Point{10, 100});
+    OptionMenu* otherMenu = again.folders[static_cast<size_t>(folderIndex(other))].get();
+    mineMenu = again.folders[static_cast<size_t>(folderIndex(mine))].get();
+    EXPECT_TRUE(editor().carryOutChoice(again, mineMenu, 1));  // "Remove Folder"
+    EXPECT_EQ(library->folderCount(), before - 1);
+    EXPECT_EQ(folderIndex(mine), -1);
+    // The current preset went with its folder and is no longer current.
+    EXPECT_EQ(host.effect()->lastUserPreset, nullptr);
+    EXPECT_EQ(indexOf(*editor().buildContextMenu(Point{}).presets, "Remove Preset 'Quarter'"), -1);
+    // "Add Preset ..." opens the name dialog: cancelled, nothing is added.
+    std::thread user([&] {
+        const xcb_window_t dialog = waitForDialog(host.display());
+        if (dialog) pressKey(host.display(), dialog, XKB_KEY_Escape);
+    });
+    EXPECT_TRUE(editor().carryOutChoice(again, otherMenu, 0));
+    user.join();
+    EXPECT_EQ(other->presetCount(), 1u);
+
+    // Removing the current preset looks only in writable folders.
+    host.effect()->lastUserPreset = other->presetAt(0);
+    ContextMenu third = editor().buildContextMenu(Point{10, 100});
+    EXPECT_TRUE(editor().carryOutChoice(third, third.presets.get(),
+                                        indexOf(*third.presets, "Remove Preset 'Add Preset ...'")));
+    EXPECT_EQ(other->presetCount(), 0u);
+    EXPECT_EQ(host.effect()->lastUserPreset, nullptr);
+
+    Preset* factoryPreset = library->folderAt(0)->presetAt(0);
+    ASSERT_NE(factoryPreset, nullptr);
+    host.effect()->lastUserPreset = factoryPreset;
+    ContextMenu fourth = editor().buildContextMenu(Point{10, 100});
+    const uint32_t factoryCount = library->folderAt(0)->presetCount();
+    editor().carryOutChoice(fourth, fourth.presets.get(), fourth.presets->nbEntries() - 1);
+    EXPECT_EQ(library->folderAt(0)->presetCount(), factoryCount);
+    EXPECT_EQ(library->folderAt(0)->presetAt(0), factoryPreset);
+}
+
+TEST_F(EditorMenuTest, OptionsAreWrittenAndTakeEffect) {
+    ASSERT_TRUE(host.openEditor());
+    const int tap = 5;
+    host.aeffect()->setParameter(host.aeffect(), tapParameterIndex(tap, kTapSync), 0.0f);
+    host.aeffect()->setParameter(host.aeffect(), tapParameterIndex(tap, kTapDelay), 0.5f);
+    const std::string milliseconds = editor().delayText(tap);
+
+    ContextMenu menu = editor().buildContextMenu(Point{10, 100});
+    editor().carryOutChoice(menu, menu.options.get(), 1);  // Show Delay Time in Samples
+    long number = 0;
+    Preferences::current()->getNumber(kOptionDelayTimeInSamples, &number, 0);
+    EXPECT_EQ(number, 1);
+    EXPECT_NE(editor().delayText(tap), milliseconds);
+    EXPECT_EQ(editor().delayText(tap).find('.'), std::string::npos);  // whole samples
+
+    ContextMenu again = editor().buildContextMenu(Point{10, 100});
+    EXPECT_TRUE(again.options->isCheckEntry(1));
+    editor().carryOutChoice(again, again.options.get(), 1);
+    Preferences::current()->getNumber(kOptionDelayTimeInSamples, &number, 0);
+    EXPECT_EQ(number, 0);
+    EXPECT_EQ(editor().delayText(tap), milliseconds);
+
+    editor().carryOutChoice(again, again.options.get(), 0);  // Resample, unchecked before
+    Preferences::current()->getNumber(kOptionDelayTimeResample, &number, 0);
+    EXPECT_EQ(number, 1);
+}
+
+TEST_F(EditorMenuTest, DismissedMenuChangesNothing) {
+    ASSERT_TRUE(host.openEditor());
+    userFolder("Mine", {"One"});
+    const uint32_t folders = library->folderCount();
+    const std::string options = home.readOptions();
+    const int views = editor().frame()->viewCount();
+    Image menuShot;
+    const bool about = clickMenuStrip([&] {
+        const xcb_window_t top = waitForMenus(host.display(), 1);
+        if (!top) return;
+        pressKey(host.display(), top, XKB_KEY_Down);   // Presets
+        pressKey(host.display(), top, XKB_KEY_Right);  // its folders
+        if (!waitForMenus(host.display(), 2)) return;
+        pressKey(host.display(), top, XKB_KEY_Right);  // the first folder
+        if (!waitForMenus(host.display(), 3)) return;
+        gui::test::waitFor([] { return false; }, 150);
+        const Point at = host.display().rootPosition(host.hostWindow());
+        menuShot = grabScreen(host.display(), Rect(at.x, at.y, at.x + 865, at.y + 400));
+        pressKey(host.display(), top, XKB_KEY_Escape);
+    });
+    EXPECT_FALSE(about);
+    EXPECT_TRUE(host.display().popupWindows().empty());
+    EXPECT_EQ(library->folderCount(), folders);
+    EXPECT_EQ(home.readOptions(), options);
+    EXPECT_TRUE(hostLog().events().empty());
+    EXPECT_EQ(editor().frame()->viewCount(), views);  // the menu left the frame
+    // The menus were on screen over the editor.
+    ASSERT_EQ(menuShot.width, 865);
+    saveScreenshot(menuShot, "editor-presets-menu.png");
+    const Image editorOnly = host.grabEditor();
+    EXPECT_GT(differingFraction(menuShot, editorOnly, 30), 0.01);
+}
+
+TEST_F(EditorMenuTest, AddFolderAndPresetThroughTheNameDialog) {
+    ASSERT_TRUE(host.openEditor());
+    const uint32_t folders = library->folderCount();
+    ContextMenu menu = editor().buildContextMenu(Point{10, 100});
+    const int addFolder = indexOf(*menu.presets, "Add Folder ...");
+    Image dialogShot;
+    Rect dialogGeometry;
+    std::thread user([&] {
+        const xcb_window_t dialog = waitForDialog(host.display());
+        if (!dialog) return;
+        host.display().typeText(dialog, "Dub Echoes");
+        gui::test::waitFor([] { return false; }, 150);
+        dialogGeometry = host.display().geometry(dialog);
+        dialogShot = host.display().grab(dialog, Rect(0, 0, dialogGeometry.width(),
+                                                      dialogGeometry.height()));
+        pressKey(host.display(), dialog, XKB_KEY_Return);
+    });
+    EXPECT_TRUE(editor().carryOutChoice(menu, menu.presets.get(), addFolder));
+    user.join();
+    ASSERT_EQ(library->folderCount(), folders + 1);
+    PresetFolder* added = library->folderAt(folders);
+    EXPECT_EQ(added->getName(), "Dub Echoes");
+    EXPECT_FALSE(added->isFactory());
+    EXPECT_EQ(dialogGeometry.width(), 400);
+    EXPECT_EQ(dialogGeometry.height(), 140);
+    saveScreenshot(dialogShot, "editor-name-dialog.png");
+    // The typed text is drawn in the field (dark ink inside it).
+    EXPECT_GT(dialogShot.count(Rect(42, 52, 200, 64), 0, 0, 0, 90), 10);
+
+    // An empty confirmed name adds nothing.
+    ContextMenu again = editor().buildContextMenu(Point{10, 100});
+    std::thread empty([&] {
+        const xcb_window_t dialog = waitForDialog(host.display());
+        if (dialog) pressKey(host.display(), dialog, XKB_KEY_Return);
+    });
+    editor().carryOutChoice(again, again.presets.get(), indexOf(*again.presets, "Add Folder ..."));
+    empty.join();
+    EXPECT_EQ(library->folderCount(), folders + 1);
+
+    // "Add Preset ..." in the new folder stores the current state by name.
+    host.aeffect()->setParameter(host.aeffect(), 20, 0.125f);
+    ContextMenu third = editor().buildContextMenu(Point{10, 100});
+    OptionMenu* folderMenu = third.folders.back().get();
+    std::thread named([&] {
+        const xcb_window_t dialog = waitForDialog(host.display());
+        if (!dialog) return;
+        host.display().typeText(dialog, "Slapback");
+        pressKey(host.display(), dialog, XKB_KEY_Return);
+    });
+    editor().carryOutChoice(third, folderMenu, indexOf(*folderMenu, "Add Preset ..."));
+    named.join();
+    ASSERT_EQ(added->presetCount(), 1u);
+    EXPECT_EQ(added->presetAt(0)->getName(), "Slapback");
+    EXPECT_EQ(added->presetAt(0)->retainCount(), 1);  // the folder's reference only
+}
+
+class AboutBoxTest : public EditorMenuTest {
+protected:
+    void SetUp() override {
+        EditorMenuTest::SetUp();
+        if (IsSkipped()) return;
+        // A stand-in xdg-open that writes the address it is given.
+        urlFile = tools.path() + "/opened.txt";
+        const std::string script = tools.path() + "/xdg-open";
+        std::ofstream(script) << "#!/bin/sh\necho \"$1\" >> '" << urlFile << "'\n";
+        chmod(script.c_str(), 0755);
+        oldPath = getenv("PATH") ? getenv("PATH") : "";
+        setenv("PATH", (tools.path() + ":" + oldPath).c_str(), 1);
+    }
+    void TearDown() override {
+        if (!oldPath.empty()) setenv("PATH", oldPath.c_str(), 1);
+    }
+    std::string openedAddresses() {
+        std::string text;
+        gui::test::waitFor(
+            [&] {
+                text = readFile(urlFile);
+                return !text.empty();
+            },
+            3000);
+        return text;
+    }
+
+    gui::test::TempDir tools;
+    std::string urlFile;
+    std::string oldPath;
+};
+
+TEST_F(AboutBoxTest, AboutBoxShowsAndItsLinkOpensTheHomePage) {
+    ASSERT_TRUE(host.openEditor());
+    const Image before = host.grabEditor();
+    const bool shown = clickMenuStrip([&] {
+        const xcb_window_t top = waitForMenus(host.display(), 1);
+        if (!top) return;
+        pressKey(host.display(), top, XKB_KEY_Up);  // wraps to the last: "About ..."
+        pressKey(host.display(), top, XKB_KEY_Return);
+    });
+    ASSERT_TRUE(shown);
+    EXPECT_EQ(editor().aboutOverlay()->mouseRect(), Rect(0, 0, 865, 400));
+    const Image about = host.grabEditor();
+    saveScreenshot(about, "editor-about.png");
+    EXPECT_GT(differingFraction(about, before, 30), 0.1);
+    // The link's yellow text is drawn where it belongs.
+    EXPECT_GT(about.count(Rect(337, 155, 528, 170), 255, 255, 0, 60), 20);
+    EXPECT_STREQ(editor().aboutOverlay()->link()->address(), kHomePageAddress);
+
+    // A click on the link opens the page and leaves the box up.
+    host.click(432, 162);
+    EXPECT_EQ(openedAddresses(), std::string(kHomePageAddress) + "\n");
+    EXPECT_TRUE(editor().aboutOverlay()->aboutShown());
+    // A click anywhere else closes it; the editor shows again.
+    host.click(600, 300);
+    EXPECT_FALSE(editor().aboutOverlay()->aboutShown());
+    EXPECT_EQ(editor().aboutOverlay()->mouseRect(), DelayEditor::menuStripRect());
+    EXPECT_LT(differingFraction(host.grabEditor(), before, 30), 0.01);
+    // While hidden, a press outside the menu strip does not reach the overlay.
+    host.click(600, 300);
+    EXPECT_FALSE(editor().aboutOverlay()->aboutShown());
+}
+
+TEST_F(AboutBoxTest, VisitHomepageHandsTheAddressToTheBrowser) {
+    ContextMenu menu = editor().buildContextMenu(Point{10, 100});
+    EXPECT_TRUE(editor().carryOutChoice(menu, menu.top.get(), 4));
+    EXPECT_EQ(openedAddresses(), std::string(kHomePageAddress) + "\n");
+    // "About ..." is the one choice that answers false.
+    EXPECT_FALSE(editor().carryOutChoice(menu, menu.top.get(), 5));
+    // Nothing chosen, or an index past the menu: nothing happens.
+    EXPECT_TRUE(editor().carryOutChoice(menu, nullptr, -1));
+    EXPECT_TRUE(editor().carryOutChoice(menu, menu.background.get(), 99));
+}
+
+}  // namespace
+}  // namespace varitap::test
