@@ -52,7 +52,8 @@ const char* usageText() {
            "  --no-spectrogram      leave the spectrogram out of the plot\n"
            "  --list-params         print index, name, display and label of every parameter\n"
            "  --list-presets        print the presets as FOLDER/NAME\n"
-           "  --bench PLUGIN_B      time the plug-in against PLUGIN_B, alternating A B A B\n"
+           "  --bench PLUGIN_B      time the plug-in (A, with its preset and settings) against\n"
+           "                        PLUGIN_B (as it starts), alternating A B A B; writes no audio\n"
            "  --rounds N            runs of each plug-in in --bench (default 4)\n"
            "  -q, --quiet           print nothing but errors\n"
            "  -h, --help            this text\n";
