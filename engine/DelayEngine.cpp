@@ -116,13 +116,13 @@ void DelayEngine::setResample(bool on) {
 
 void DelayEngine::setInputChannel(int tap, float value) {
     if (tap < 0 || tap >= kTapCount) return;
-    inputChannelValue_[tap] = value;
+    inputChannelValue_[tap] = unitValue(value);
     tapInputSelector_[tap] = int32_t(unitValue(value) * float(kInputSelectorScale));
 }
 
 void DelayEngine::setOutputChannel(int tap, float value) {
     if (tap < 0 || tap >= kTapCount) return;
-    outputChannelValue_[tap] = value;
+    outputChannelValue_[tap] = unitValue(value);
     tapOutputSelector_[tap] = int32_t(unitValue(value) * float(kOutputSelectorScale));
 }
 

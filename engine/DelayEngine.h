@@ -76,9 +76,9 @@ public:
     void setParameter(int32_t index, float value);
     float getParameter(int32_t index) const;
 
-    // any thread, no lock. Routing values: the stored parameter value and the
-    // selector it maps to (truncate(44 v) for inputs, truncate(24 v) for
-    // outputs, values clamped to 0..1 first).
+    // any thread, no lock. Routing values, clamped to 0..1 (NaN as 0), and the
+    // selector each maps to: truncate(44 v) for inputs, truncate(24 v) for
+    // outputs.
     void setInputChannel(int tap, float value);
     void setOutputChannel(int tap, float value);
     float inputChannelValue(int tap) const { return inputChannelValue_[tap]; }

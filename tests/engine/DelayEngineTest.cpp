@@ -304,9 +304,10 @@ TEST_P(DelayEngineTest, BadValuesNeverCrashOrReachTheOutput) {
             for (int c = 0; c < 2; ++c)
                 for (float x : out[c]) ASSERT_TRUE(std::isfinite(x)) << value << " " << song;
         }
+        // What is stored reads back as a number, ready for a program.
+        for (int32_t index = 0; index < kParameterCount; ++index)
+            ASSERT_TRUE(std::isfinite(engine.getParameter(index))) << index << " " << value;
     }
-    for (int32_t index = 0; index < kParameterCount; ++index)
-        EXPECT_TRUE(std::isfinite(engine.getParameter(index))) << index;
 }
 
 INSTANTIATE_TEST_SUITE_P(ScalarAndVector, DelayEngineTest, testing::Values(true, false),
