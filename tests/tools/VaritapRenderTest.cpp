@@ -181,3 +181,37 @@ TEST_F(VaritapRenderTest, FactoryPresetRenderMatchesTheStoredReference) {
     EXPECT_LT(worst, 1e-3) << "largest difference at frame " << worstFrame;
     EXPECT_LT(std::sqrt(squares / static_cast<double>(now.samples.size())), 1e-5);
 }
+
+TEST_F(VaritapRenderTest, UserPresetsApplyWithVaritapsConversionAndRoutingClamp) {
+    RunResult result = run({"--list-presets"});
+    ASSERT_EQ(result.status, 0) << result.err;
+    ASSERT_FALSE(result.out.empty());
+    EXPECT_NE(result.out.find("\tfactory\n"), std::string::npos);
+    EXPECT_EQ(result.out.find("\tuser\n"), std::string::npos);
+
+    // Version 1: tap 1 reads In 3 (selector 3) and tap 2 writes Out 5: with two
+    // pins each, Varitap moves them to In 2 and Out 2. Tap 3 reads Out 1
+    // (21), which Varitap's clamp compares with the output count and moves to
+    // Out 2 (22). Version 0 ("Old"): 0.7 for tap 1's input is an old internal
+    // bus, Intern 1 (41).
+    std::ofstream(dir.file("brelmo.varitap.presets.xml"))
+        << "<Presets version=\"1\">\n<array name=\"folder\">\n<string name=\"name\" value=\"Mine\" />\n"
+           "<array name=\"preset\">\n<string name=\"name\" value=\"Routed\" />\n"
+           "<long name=\"Version\" value=\"1\" />\n<float name=\"0\" value=\"0.07\" />\n"
+           "<float name=\"11\" value=\"0.21\" />\n<float name=\"2\" value=\"0.48\" />\n"
+           "<float name=\"20\" value=\"0.25\" />\n</array>\n"
+           "<array name=\"preset\">\n<string name=\"name\" value=\"Old\" />\n"
+           "<float name=\"0\" value=\"0.7\" />\n</array>\n</array>\n</Presets>\n";
+    result = run({"--list-presets"});
+    EXPECT_NE(result.out.find("Mine/Routed\tuser\nMine/Old\tuser\n"), std::string::npos) << result.out;
+
+    result = run({"--list-params", "--preset", "Mine/Routed"});
+    ASSERT_EQ(result.status, 0) << result.err;
+    EXPECT_NE(result.out.find("    0  #1 Input Channel                 2"), std::string::npos) << result.out;
+    EXPECT_NE(result.out.find("   11  #2 Output Channel                2"), std::string::npos) << result.out;
+    EXPECT_NE(result.out.find("    2  #3 Input Channel                22"), std::string::npos) << result.out;
+    EXPECT_NE(result.out.find("   20  Wet/Dry Mix Volume         0.250000"), std::string::npos) << result.out;
+
+    result = run({"--list-params", "--preset", "Mine/Old"});
+    EXPECT_NE(result.out.find("    0  #1 Input Channel                41"), std::string::npos) << result.out;
+}
