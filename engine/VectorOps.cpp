@@ -39,7 +39,9 @@ inline Vec4 add4(Vec4 a, Vec4 b) { return vaddq_f32(a, b); }
 inline Vec4 mul4(Vec4 a, Vec4 b) { return vmulq_f32(a, b); }
 #endif
 
+#if VARITAP_SSE2 || VARITAP_NEON
 inline bool aligned16(const void* p) { return (reinterpret_cast<uintptr_t>(p) & 15u) == 0; }
+#endif
 
 const Kernels kScalar = {vaddScalar, vsmulScalar, tapLoopScalar, mixReplaceScalar};
 const Kernels kVector = {vaddVector, vsmulVector, tapLoopVector, mixReplaceVector};
