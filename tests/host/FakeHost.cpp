@@ -19,6 +19,15 @@ namespace {
 class PrivateConfigEnvironment : public ::testing::Environment {
 public:
     void SetUp() override {
+        // Hosts keep the system libraries the bundle uses loaded (they link
+        // most of them themselves). Held here too, so that unloading the
+        // bundle in the tests does not unload them with it: their own
+        // one-time set-up (pixman's implementations, libxml2's parser
+        // state) is theirs, and a leak check across loads must see only
+        // Varitap's allocations.
+        for (const char* library : {"libxml2.so.2", "libcairo.so.2", "libglib-2.0.so.0", "libxcb.so.1"}) {
+            dlopen(library, RTLD_NOW | RTLD_LOCAL);
+        }
         char pattern[] = "/tmp/varitap-host-config-XXXXXX";
         if (mkdtemp(pattern)) {
             dir_ = pattern;
