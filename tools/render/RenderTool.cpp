@@ -184,7 +184,10 @@ int runRenderTool(int argc, const char* const* argv) {
         }
         applyPreset(*plugin, *preset);
     }
-    if (!applySettings(*plugin, options.settings, error)) return fail(pluginPath, error);
+    if (!applySettings(*plugin, options.settings, error)) {
+        std::fprintf(stderr, "varitap-render: %s\n", error.c_str());  // names the parameter itself
+        return kExitFailure;
+    }
 
     if (options.listParams) {
         if (source) plugin->effect()->dispatcher(plugin->effect(), vst::effSetSampleRate, 0, 0, nullptr,
