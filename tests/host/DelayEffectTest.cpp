@@ -293,5 +293,40 @@ TEST_F(DelayEffectTest, AccumulatingProcessAddsOnlyTheWetPart) {
     EXPECT_FLOAT_EQ(out[1][12], 0.5f);
 }
 
+// Hosts pass the same arrays for input and output: the result must not
+// change.
+TEST_F(DelayEffectTest, InPlaceProcessingGivesTheSameOutput) {
+    Plugin separate(library, host), inPlace(library, host);
+    ASSERT_TRUE(separate);
+    ASSERT_TRUE(inPlace);
+    for (Plugin* p : {&separate, &inPlace}) {
+        p->set(2, 1.5f / 44);    // tap 3 also from In 1 ...
+        p->set(12, 2.5f / 24);   // ... to Out 2
+        p->set(35, 300.5f / 56000);
+        p->set(36, 0.7f);
+        p->set(39, 0.5f);        // low-pass
+        p->dispatch(vst::effMainsChanged, 0, 1);
+    }
+    uint32_t seed = 12345;
+    auto noise = [&seed] {
+        seed = seed * 1664525u + 1013904223u;
+        return static_cast<float>(seed >> 8) / 16777216.0f - 0.5f;
+    };
+    for (int block = 0; block < 6; ++block) {
+        std::vector<std::vector<float>> in(2, std::vector<float>(1000)), out(2, std::vector<float>(1000));
+        for (auto& channel : in) {
+            for (float& s : channel) s = noise();
+        }
+        std::vector<std::vector<float>> shared = in;
+        separate.processReplacing(in, out, 1000);
+        inPlace.processReplacing(shared, shared, 1000);
+        for (int c = 0; c < 2; ++c) {
+            for (int i = 0; i < 1000; ++i) {
+                ASSERT_FLOAT_EQ(shared[c][i], out[c][i]) << "block " << block << " channel " << c << " frame " << i;
+            }
+        }
+    }
+}
+
 }  // namespace
 }  // namespace varitap::test
