@@ -2,6 +2,12 @@
 // exported names, the record, default opcode answers, capabilities, and
 // robustness against odd calls.
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <stdlib.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
 
 #include <cmath>
 #include <cstdio>
@@ -222,6 +228,57 @@ TEST(AudioEffect, LoadOpenProcessCloseHundredTimes) {
         plugin.dispatch(effMainsChanged, 0, 0);
         plugin.close();
     }
+}
+
+// Hosts scan plug-ins in helper processes without a display: loading,
+// opening, every query and closing must not connect to the X server. A
+// listening socket stands in for one; nothing may knock.
+TEST(AudioEffect, ScanningNeverConnectsToTheDisplay) {
+    mkdir("/tmp/.X11-unix", 01777);
+    const int number = 7000 + static_cast<int>(getpid() % 2000);
+    const std::string path = "/tmp/.X11-unix/X" + std::to_string(number);
+    unlink(path.c_str());
+    int server = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0);
+    ASSERT_GE(server, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::snprintf(address.sun_path, sizeof address.sun_path, "%s", path.c_str());
+    ASSERT_EQ(bind(server, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    ASSERT_EQ(listen(server, 4), 0);
+    const char* oldDisplay = getenv("DISPLAY");
+    std::string saved = oldDisplay ? oldDisplay : "";
+    setenv("DISPLAY", (":" + std::to_string(number)).c_str(), 1);
+    {
+        BundleLibrary library;
+        ASSERT_TRUE(library.loaded());
+        FakeHost host;
+        Plugin plugin(library, host);
+        ASSERT_TRUE(plugin);
+        plugin.dispatch(effOpen);
+        for (int32_t i = 0; i < 241; ++i) {
+            plugin.name(i);
+            plugin.display(i);
+            plugin.label(i);
+        }
+        ERect* rect = nullptr;
+        plugin.dispatch(effEditGetRect, 0, 0, &rect);
+        plugin.programName();
+        plugin.dispatch(effMainsChanged, 0, 1);
+        std::vector<std::vector<float>> in(2, std::vector<float>(256, 0.1f));
+        std::vector<std::vector<float>> out(2, std::vector<float>(256));
+        plugin.processReplacing(in, out, 256);
+        plugin.dispatch(effMainsChanged, 0, 0);
+        plugin.close();
+    }
+    pollfd knock{server, POLLIN, 0};
+    EXPECT_EQ(poll(&knock, 1, 0), 0) << "the plug-in connected to the display while being scanned";
+    if (saved.empty()) {
+        unsetenv("DISPLAY");
+    } else {
+        setenv("DISPLAY", saved.c_str(), 1);
+    }
+    close(server);
+    unlink(path.c_str());
 }
 
 }  // namespace
