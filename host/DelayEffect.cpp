@@ -97,9 +97,12 @@ DelayEffect::DelayEffect(audioMasterCallback audioMaster)
 
     // Only a 2.3 host that calls itself "Steinberg" is trusted with its pin
     // counts; every other host first sees stereo in, stereo out.
+    // The buffer is larger than the 64 bytes hosts may fill, and its last
+    // byte stays 0 whatever they write.
     char vendor[256] = {};
-    bool steinberg = getHostVendorString(vendor) && (vendor[sizeof vendor - 1] = 0,
-                                                     std::strcmp(vendor, "Steinberg") == 0);
+    bool steinberg = getHostVendorString(vendor);
+    vendor[sizeof vendor - 1] = 0;
+    steinberg = steinberg && std::strcmp(vendor, "Steinberg") == 0;
     canMono();
     int32_t nIn = kMaxChannels;
     int32_t nOut = kMaxChannels;
