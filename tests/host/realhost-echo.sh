@@ -3,7 +3,10 @@
 # run-ardour.sh harness) renders a 0.5 impulse at 48 kHz through the built
 # bundle with tap 1 free at 14400 samples (300 ms), no feedback, mix 0.5 and
 # tap 2 unrouted. Expected: all 241 parameters listed, the dry impulse at
-# 0 ms and one echo exactly 300 ms later, both at -12 dB (0.25).
+# 0 ms and one echo exactly 300 ms later, both at -12 dB (0.25). Then the
+# "Init" program as it stands, which follows Ardour's tempo (120 BPM): tap 1
+# a "1/4" (500 ms) on the left, tap 2 a "1/8D" (375 ms) on the right, with
+# their feedback repeats.
 # Exits 77 (skipped) when Ardour or the harness is not installed.
 set -u
 bundle="${1:?usage: realhost-echo.sh BUNDLE HARNESS}"
@@ -33,4 +36,14 @@ check "parameter names" 'grep -q "paramlist 20 .Wet/Dry Mix Volume." "$log" && g
 check "all five settings taken" '[[ "$summary" == *" set=5/5 "* ]]'
 check "dry impulse and one echo at 300 ms, both -12 dB" '[ "$peaks" = "0.00:-12.0dB,300.00:-12.0dB" ]'
 check "finite, never over 0 dBFS" '[[ "$summary" == *" nonfinite=0 over_0dBFS=0 "* ]]'
+
+bash "$harness" -o "$out" "$bundle" >"$log" 2>&1
+rc=$?
+grep '^REALHOST' "$log"
+[ $rc -eq 0 ] || { echo "realhost: run-ardour.sh failed for the Init program (rc $rc)"; exit 1; }
+peaks="$(grep '^REALHOST peaks_ms=' "$log" | sed 's/^REALHOST peaks_ms=//')"
+# Dry 0.5 x 0.563636 (-11.0 dB), echoes 0.5 x 0.436364 (-13.2 dB), then
+# each repeat x 0.84217 (left) or x 0.83746 (right).
+check "Init: tempo-synchronised echoes at 375 and 500 ms with their repeats" \
+  '[[ "$peaks" == "0.00:-11.0dB,375.00:-13.2dB,500.00:-13.2dB,750.00:-14.8dB,1000.00:-14.7dB,"* ]]'
 exit $fail
