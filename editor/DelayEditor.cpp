@@ -6,6 +6,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstdio>
+#include <mutex>
 
 #include "editor/BackgroundBitmap.h"
 #include "editor/EditorDialogs.h"
@@ -134,6 +135,7 @@ bool DelayEditor::open(void* parentWindow) {
     }
 
     ScopedLock lock(lock_);
+    for (auto& pending : pendingType_) pending = false;
     auto frame = makeRef<gui::Frame>(Rect(0, 0, kWidth, kHeight), this);
     if (background_ && background_->isLoaded()) frame->setBackground(background_.get());
     frame->addView(makeRef<gui::BitmapView>(
@@ -350,7 +352,19 @@ void DelayEditor::close() {
 bool DelayEditor::isOpen() const { return frame_ != nullptr; }
 
 void DelayEditor::idle() {
-    if (frame_) frame_->idle();
+    if (!frame_) return;
+    showPendingTypes();
+    frame_->idle();
+}
+
+void DelayEditor::showPendingTypes() {
+    ScopedLock lock(lock_);
+    if (!frame_) return;
+    for (int m = 0; m < kModulatorCount; ++m) {
+        if (pendingType_[m].exchange(false)) {
+            showModulatorType(m, plugin_->getParameter(modulatorParameterIndex(m, kModulatorType)));
+        }
+    }
 }
 
 int DelayEditor::onKeyDown(const gui::KeyEvent& key) {
@@ -497,6 +511,16 @@ void DelayEditor::showParameter(int32_t index, float value) {
 void DelayEditor::showModulatorType(int m, float value) {
     gui::ViewContainer* panel = modulatorPanel_[m].get();
     typeSwitch_[m]->setValue(value);
+    // Never wait for the frame here: this may run on the audio thread.
+    std::unique_lock<std::recursive_mutex> guard;
+    if (gui::Frame* f = panel->frame()) {
+        guard = std::unique_lock<std::recursive_mutex>(f->guard(), std::try_to_lock);
+        if (!guard.owns_lock()) {
+            pendingType_[m] = true;
+            return;
+        }
+    }
+    pendingType_[m] = false;
     panel->removeView(tableView_[m].get());
     panel->removeView(tableToggle_[m].get());
     if (value == 1.0f) panel->addView(tableToggle_[m].get());
@@ -544,6 +568,7 @@ void DelayEditor::valueChanged(gui::DrawContext* context, gui::Control* control)
             v = v + static_cast<float>(kWetDryParameter);
         } else if (j == kModulatorType) {
             gui::ViewContainer* panel = modulatorPanel_[m].get();
+            auto guard = panel->lockFrame();
             if (v == 1.0f) {
                 if (!panel->isChild(tableToggle_[m].get())) panel->addView(tableToggle_[m].get());
                 panel->setDirtyAll();
@@ -558,6 +583,7 @@ void DelayEditor::valueChanged(gui::DrawContext* context, gui::Control* control)
         m = t - kTableToggleTagBase;
         if (m >= kModulatorCount) return;
         gui::ViewContainer* panel = modulatorPanel_[m].get();
+        auto guard = panel->lockFrame();
         if (v == 1.0f) {
             panel->addView(tableView_[m].get());
         } else {

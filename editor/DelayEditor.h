@@ -8,6 +8,7 @@
 // editor's lock without waiting and sets widget values and dirty marks.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -193,6 +194,8 @@ private:
     // Puts a parameter's value on its widget (the editor's lock held).
     void showParameter(int32_t index, float value);
     void showModulatorType(int m, float value);
+    // ui thread: the Type changes that found the frame busy, shown now.
+    void showPendingTypes();
     void fillRoutingMenus();
     void releaseWidgets();
     // The frame's background: the current background bitmap when it has a
@@ -238,6 +241,10 @@ private:
     RefPtr<gui::OnOffButton> tableToggle_[kModulatorCount];
 
     RecursiveMutex lock_;  // guards frame_ and every widget pointer
+    // A Type change moves views in and out of a panel, which needs the
+    // frame's guard; a caller that finds it busy (a menu is open, the timer
+    // draws) leaves the change to the next idle instead of waiting.
+    std::atomic<bool> pendingType_[kModulatorCount] = {};
     RefPtr<gui::Knob> wetDry_;
     RefPtr<AboutOverlay> about_;
     ObjectList backgrounds_;  // BackgroundEntry, in the bundle's order

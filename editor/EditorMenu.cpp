@@ -155,6 +155,7 @@ bool DelayEditor::carryOutChoice(ContextMenu& menu, OptionMenu* chosen, int inde
                 preferences->setNumber(kOptionDelayTimeInSamples, menu.samplesChecked ? 0 : 1);
             }
             if (frame_) {
+                auto guard = frame_->lockFrame();
                 frame_->setDirtyAll();
                 frame_->redraw();
             }

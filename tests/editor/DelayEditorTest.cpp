@@ -9,6 +9,7 @@
 #include <xkbcommon/xkbcommon-keysyms.h>
 
 #include <atomic>
+#include <chrono>
 #include <cmath>
 #include <thread>
 
@@ -323,6 +324,32 @@ TEST_F(DelayEditorTest, TypeOneShowsTheTableToggleAndLeavingItHidesBoth) {
     EXPECT_FLOAT_EQ(parameter(modulatorParameterIndex(m, kModulatorType)), 1.0f);
     EXPECT_TRUE(panel->isChild(editor().tableToggle(m)));
     EXPECT_FALSE(panel->isChild(editor().tableView(m)));
+}
+
+TEST_F(DelayEditorTest, TypeChangeWhileAMenuIsOpenWaitsForTheNextIdleWithoutBlocking) {
+    const int m = 7;
+    ASSERT_TRUE(host.openEditor());
+    gui::ViewContainer* panel = editor().modulatorPanel(m);
+    double seconds = -1.0;
+    bool shownDuringMenu = true;
+    std::thread user([&] {
+        const xcb_window_t w = waitForMenus(host.display(), 1);
+        if (!w) return;
+        // The menu's modal loop holds the frame: the update must not wait.
+        const auto start = std::chrono::steady_clock::now();
+        hostSets(modulatorParameterIndex(m, kModulatorType), 1.0f);
+        seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        shownDuringMenu = panel->isChild(editor().tableToggle(m));
+        pressKey(host.display(), w, XKB_KEY_Escape);
+    });
+    host.click(10, 200);  // the menu strip
+    user.join();
+    ASSERT_GE(seconds, 0.0);
+    EXPECT_LT(seconds, 0.05);
+    EXPECT_FALSE(shownDuringMenu);
+    EXPECT_FLOAT_EQ(editor().typeSwitch(m)->value(), 1.0f);  // the value itself at once
+    host.settle(1);
+    EXPECT_TRUE(panel->isChild(editor().tableToggle(m)));
 }
 
 // A target whose sample rate a test chooses (the plug-in itself refuses a
