@@ -114,6 +114,15 @@ TEST_F(DelayEditorTest, AttachedEditorAnswersTheHostAndLaysOutStripsFromTheBitma
     EXPECT_EQ(editor().tempoMenu(0)->viewSize(), editor().delayDisplay(0)->viewSize());
     EXPECT_EQ(editor().tempoMenu(0)->nbEntries(), noteValueCount());
 
+    // Keys reach the editor through the frame and come back to it without
+    // running in circles.
+    host.display().key(host.editorWindow(), XKB_KEY_a);
+    host.display().key(host.editorWindow(), XKB_KEY_Return);
+    host.settle(1);
+    gui::KeyEvent key;
+    key.virtualKey = gui::VirtualKey::Escape;
+    EXPECT_EQ(editor().onKeyDown(key), 0);
+
     // Opening again without a close replaces the tree; closing removes it.
     ASSERT_TRUE(host.openEditor());
     host.closeEditor();
