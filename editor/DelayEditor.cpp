@@ -82,6 +82,15 @@ RefPtr<gui::HorizontalSlider> makeSlider(const Rect& r, const RefPtr<gui::Bitmap
     return makeRef<gui::HorizontalSlider>(r, listener, tag, handle.get(), kSliderTravel, true);
 }
 
+// Truncation toward zero that stays defined for any value a host may send
+// (NaN gives 0, huge values stop at the int range).
+int truncatedInt(double value) {
+    if (!(value == value)) return 0;
+    if (value >= 2147483647.0) return 2147483647;
+    if (value <= -2147483648.0) return -2147483647 - 1;
+    return static_cast<int>(value);
+}
+
 void copyText(const char* from, char* text, size_t size) {
     if (text && size) std::snprintf(text, size, "%s", from ? from : "");
 }
@@ -385,7 +394,7 @@ std::string DelayEditor::delayText(int tap) const {
 std::string DelayEditor::feedbackText(int tap) const {
     const float feedback = plugin_->getParameter(tapParameterIndex(tap, kTapFeedback));
     char text[32];
-    std::snprintf(text, sizeof text, "%d%%", static_cast<int>(feedback * 100.0f));
+    std::snprintf(text, sizeof text, "%d%%", truncatedInt(feedback * 100.0));
     return text;
 }
 
@@ -402,7 +411,7 @@ std::string DelayEditor::speedText(int m) const {
 std::string DelayEditor::speedTextFor(const TableModulator& modulator) {
     const float speed = modulator.getSpeed();
     if (modulator.isSynced()) {
-        int note = static_cast<int>(static_cast<float>(noteValueCount() - 1) * speed);
+        int note = truncatedInt(static_cast<float>(noteValueCount() - 1) * speed);
         if (note < 0) note = 0;
         return noteValueName(note);
     }

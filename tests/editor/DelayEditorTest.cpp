@@ -399,6 +399,14 @@ TEST_F(DelayEditorTest, SpeedDisplayShowsNanWhileTheSampleRateIsZero) {
     EXPECT_EQ(editor().speedText(m), noteValueName((noteValueCount() - 1) / 2));
     hostSets(modulatorParameterIndex(m, kModulatorSpeed), -0.5f);
     EXPECT_EQ(editor().speedText(m), noteValueName(0));
+    // Values no host should send still give a text.
+    hostSets(modulatorParameterIndex(m, kModulatorSpeed), std::nanf(""));
+    EXPECT_EQ(editor().speedText(m), noteValueName(0));
+    hostSets(modulatorParameterIndex(m, kModulatorSpeed), 1e30f);
+    const std::string huge = editor().speedText(m);
+    bool named = huge == "Invalid";
+    for (int n = 0; n < noteValueCount(); ++n) named = named || huge == noteValueName(n);
+    EXPECT_TRUE(named) << huge;
     // The feedback display truncates toward zero.
     hostSets(tapParameterIndex(1, kTapFeedback), 0.678f);
     EXPECT_EQ(editor().feedbackText(1), "67%");
