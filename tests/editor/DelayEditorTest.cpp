@@ -308,6 +308,17 @@ TEST_F(DelayEditorTest, TypeOneShowsTheTableToggleAndLeavingItHidesBoth) {
     ASSERT_GE(events.size(), 2u);
     EXPECT_EQ(events.front(), "begin 3");
     EXPECT_EQ(events.back(), "end 3");
+    // The curve is drawn: white in the top row of the last column, none in
+    // the top row of the first.
+    const Image drawn = host.grabEditor();
+    saveScreenshot(drawn, "editor-table.png");
+    const int columnWidth = plot.width() / 8;
+    EXPECT_GT(drawn.count(Rect(plot.right - columnWidth + 2, plot.top - 1, plot.right - 2, plot.top + 2),
+                          255, 255, 255, 40),
+              3);
+    EXPECT_EQ(drawn.count(Rect(plot.left + 2, plot.top - 1, plot.left + columnWidth - 2, plot.top + 2),
+                          255, 255, 255, 40),
+              0);
     // The wheel nudges the column under the pointer, clamped at the top.
     const Point column2{plot.left + plot.width() * 2 / 8 + 2, plot.top + 10};
     const float before = editor().getTableValue(m, 2);
