@@ -5,6 +5,8 @@
 #include <xkbcommon/xkbcommon-keysyms.h>
 
 #include <cstdlib>
+#include <cstring>
+#include <functional>
 #include <fstream>
 #include <sstream>
 #include <thread>
@@ -303,6 +305,35 @@ TEST_F(EditorMenuTest, AddFolderAndPresetThroughTheNameDialog) {
     ASSERT_EQ(added->presetCount(), 1u);
     EXPECT_EQ(added->presetAt(0)->getName(), "Slapback");
     EXPECT_EQ(added->presetAt(0)->retainCount(), 1);  // the folder's reference only
+}
+
+TEST_F(EditorMenuTest, NameDialogAnswersOkCancelAndEmpty) {
+    auto run = [&](const char* defaultText, std::function<void(xcb_window_t)> user, char* result) {
+        std::thread t([&] {
+            const xcb_window_t dialog = waitForDialog(host.display());
+            if (dialog) user(dialog);
+        });
+        const bool ok = runNameDialog("Varitap", "Name:", defaultText, result, host.hostWindow());
+        t.join();
+        return ok;
+    };
+    char result[kNameBufferSize];
+    std::memset(result, 'x', sizeof result);
+    // Pre-filled text is confirmed as it is, terminated.
+    EXPECT_TRUE(run("Tape Echo", [&](xcb_window_t d) { pressKey(host.display(), d, XKB_KEY_Return); },
+                    result));
+    EXPECT_STREQ(result, "Tape Echo");
+    // Escape cancels and leaves the buffer alone.
+    std::strcpy(result, "unchanged");
+    EXPECT_FALSE(run("Tape Echo", [&](xcb_window_t d) { pressKey(host.display(), d, XKB_KEY_Escape); },
+                     result));
+    EXPECT_STREQ(result, "unchanged");
+    // Return on an empty field confirms an empty name.
+    EXPECT_TRUE(run(nullptr, [&](xcb_window_t d) { pressKey(host.display(), d, XKB_KEY_Return); },
+                    result));
+    EXPECT_STREQ(result, "");
+    // No buffer: nothing to fill, no window.
+    EXPECT_FALSE(runNameDialog("Varitap", "Name:", nullptr, nullptr, 0));
 }
 
 class AboutBoxTest : public EditorMenuTest {
