@@ -62,10 +62,27 @@ void Frame::close() {
         p = std::move(platform_);
     }
     if (p) p->close();
+    if (busy_ > 0) {
+        retired_ = std::move(p);
+    }
     p.reset();
     captureView_ = nullptr;
     modalRunning_ = false;
 }
+
+// Marks the frame as inside its platform's event handling for a scope.
+class Frame::BusyScope {
+public:
+    explicit BusyScope(Frame& f) : f_(f) { ++f_.busy_; }
+    ~BusyScope() {
+        if (--f_.busy_ == 0) f_.retired_.reset();
+    }
+    BusyScope(const BusyScope&) = delete;
+    BusyScope& operator=(const BusyScope&) = delete;
+
+private:
+    Frame& f_;
+};
 
 bool Frame::isOpen() const { return platform_ && platform_->isOpen(); }
 
@@ -74,7 +91,9 @@ uint32_t Frame::windowId() const { return platform_ ? platform_->windowId() : 0;
 bool Frame::isParentGone() const { return platform_ && platform_->isParentGone(); }
 
 void Frame::idle() {
+    RefPtr<Frame> keep(this);
     std::lock_guard<std::recursive_mutex> lock(guard_);
+    BusyScope busy(*this);
     if (platform_) platform_->idle();
 }
 
@@ -190,7 +209,10 @@ int Frame::runModal() {
     modalRunning_ = true;
     modalResult_ = -1;
     while (modalRunning_ && isOpen()) {
-        platform_->waitForEvents(20);
+        {
+            BusyScope busy(*this);
+            platform_->waitForEvents(20);
+        }
         idle();
     }
     modalRunning_ = false;
@@ -203,8 +225,10 @@ void Frame::endModal(int result) {
 }
 
 bool Frame::popupMenu(OptionMenu& menu, Point where) {
+    RefPtr<Frame> keep(this);
     std::lock_guard<std::recursive_mutex> lock(guard_);
     if (!platform_ || !platform_->isOpen()) return false;
+    BusyScope busy(*this);
     return platform_->popupMenu(menu, where);
 }
 

@@ -112,8 +112,14 @@ public:
     int fallbackDelay() const { return fallbackDelayMs_; }
 
 private:
+    class BusyScope;
+
     std::recursive_mutex guard_;
     std::unique_ptr<PlatformFrame> platform_;
+    // A frame closed from inside its own event handling (a listener closing
+    // the editor) keeps the closed platform object until that handling ends.
+    std::unique_ptr<PlatformFrame> retired_;
+    int busy_ = 0;
     EditListener* editListener_;
     View* focusView_ = nullptr;      // not owned: a view in the tree
     View* captureView_ = nullptr;    // not owned

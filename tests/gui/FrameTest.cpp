@@ -245,6 +245,43 @@ TEST_F(FrameTest, DestroyingTheParentUnderAnOpenFrameIsSurvived) {
     frame->idle();
 }
 
+// A listener may close the editor (and drop the last reference to its
+// frame) from inside the frame's own event handling.
+class Closer : public ControlListener {
+public:
+    void valueChanged(DrawContext*, Control*) override {
+        ++calls;
+        frame->close();
+        frame.reset();
+    }
+    RefPtr<Frame> frame;
+    int calls = 0;
+};
+
+TEST_F(FrameTest, ClosingFromInsideItsOwnEventHandlingIsSafe) {
+    Closer closer;
+    closer.frame = makeRef<Frame>(Rect(0, 0, 865, 400));
+    auto button = makeRef<OnOffButton>(Rect(0, 0, 50, 50), &closer, 1, nullptr);
+    closer.frame->addView(button.get());
+    ASSERT_TRUE(closer.frame->open(hostWindow));
+    const xcb_window_t w = closer.frame->windowId();
+    Frame* raw = closer.frame.get();
+    raw->idle();
+    host.button(w, 10, 10, 1, true);
+    host.button(w, 10, 10, 1, false, XCB_BUTTON_MASK_1);
+    host.button(w, 10, 10, 1, true);  // after the close: never handled
+    raw->retain();                     // keep it observable for the checks below
+    ASSERT_TRUE(waitFor([&] {
+        if (raw->isOpen()) raw->idle();
+        return closer.calls > 0;
+    }));
+    EXPECT_EQ(closer.calls, 1);
+    EXPECT_FALSE(raw->isOpen());
+    EXPECT_EQ(raw->retainCount(), 1);
+    raw->release();
+    EXPECT_EQ(button->retainCount(), 1);  // the frame and its tree are gone
+}
+
 TEST_F(FrameTest, OpeningAndClosingAHundredTimesLeavesNothingBehind) {
     build(100);
     // One round first so that fontconfig and cairo caches are warm.

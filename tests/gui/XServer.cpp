@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
-#include <spawn.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <xkbcommon/xkbcommon-x11.h>
@@ -16,8 +16,6 @@
 #include <cstring>
 #include <filesystem>
 #include <thread>
-
-extern char** environ;
 
 namespace varitap::gui::test {
 
@@ -31,20 +29,24 @@ public:
         int fds[2];
         if (pipe(fds) != 0) return;
         const std::string fd = std::to_string(fds[1]);
-        const char* argv[] = {"Xvfb", "-displayfd", fd.c_str(), "-screen", "0", "1280x1024x24",
-                              "-nolisten", "tcp", "-noreset", nullptr};
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_addclose(&actions, fds[0]);
-        const int null = open("/dev/null", O_WRONLY);
-        if (null >= 0) posix_spawn_file_actions_adddup2(&actions, null, 2);
-        const int rc = posix_spawnp(&pid_, "Xvfb", &actions, nullptr, const_cast<char**>(argv),
-                                    environ);
-        posix_spawn_file_actions_destroy(&actions);
-        if (null >= 0) ::close(null);
+        // The server must end with this program even when a test crashes, and
+        // must not hold the program's output open (ctest waits for it).
+        pid_ = fork();
+        if (pid_ == 0) {
+            prctl(PR_SET_PDEATHSIG, SIGKILL);
+            const int null = open("/dev/null", O_RDWR);
+            if (null >= 0) {
+                dup2(null, 0);
+                dup2(null, 1);
+                dup2(null, 2);
+            }
+            ::close(fds[0]);
+            execlp("Xvfb", "Xvfb", "-displayfd", fd.c_str(), "-screen", "0", "1280x1024x24",
+                   "-nolisten", "tcp", "-noreset", static_cast<char*>(nullptr));
+            _exit(127);
+        }
         ::close(fds[1]);
-        if (rc != 0) {
-            pid_ = -1;
+        if (pid_ < 0) {
             ::close(fds[0]);
             return;
         }
