@@ -239,7 +239,7 @@ void DelayEditor::buildTapStrip(int i, int left, int w, int h) {
                                         copyText(volumeText(i).c_str(), text, size);
                                     });
     filterMenu_[i] = makeTextMenu(Rect(13, 182, 68, 193), this, base + kTapFilterType);
-    for (const char* type : kFilterTypes) filterMenu_[i]->addEntry(type);
+    for (const char* type : kFilterTypes) filterMenu_[i]->addEntry(localized(type).c_str());
     cutoff_[i] = makeSlider(Rect(11, 211, 74, 221), bitmaps_[kSliderHandleBitmap], this,
                             base + kTapCutoff);
     resonance_[i] = makeSlider(Rect(11, 235, 74, 245), bitmaps_[kSliderHandleBitmap], this,

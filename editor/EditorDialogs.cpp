@@ -9,6 +9,7 @@
 #include "gui/DrawContext.h"
 #include "gui/Frame.h"
 #include "gui/TextField.h"
+#include "persistence/Localize.h"
 #include "persistence/OpenUrl.h"
 
 namespace varitap {
@@ -41,6 +42,12 @@ private:
 
 }  // namespace
 
+std::string localized(const char* text) {
+    // localize() answers in one shared buffer: copy it at once.
+    const char* translated = text ? localize(text) : nullptr;
+    return translated ? std::string(translated) : std::string(text ? text : "");
+}
+
 bool runNameDialog(const char* title, const char* prompt, const char* defaultText,
                    char* resultBuffer, uintptr_t parentWindow) {
     if (!resultBuffer) return false;
@@ -58,7 +65,8 @@ bool runNameDialog(const char* title, const char* prompt, const char* defaultTex
     if (defaultText) field->setText(defaultText);
     auto ok = makeRef<gui::PushButton>(Rect(311, 100, 380, 120), &commands, kOkCommand, "OK");
     auto cancel =
-        makeRef<gui::PushButton>(Rect(230, 100, 299, 120), &commands, kCancelCommand, "Cancel");
+        makeRef<gui::PushButton>(Rect(230, 100, 299, 120), &commands, kCancelCommand,
+                                           localized("Cancel").c_str());
     ok->setDefaultLook(true);
     frame->addView(promptView.get());
     frame->addView(field.get());

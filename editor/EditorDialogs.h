@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 #include "gui/ParamDisplay.h"
 #include "gui/ViewContainer.h"
@@ -25,6 +26,10 @@ inline constexpr const char* kVersionString = "0.0.5";
 // The build date in the compiler's __DATE__ form, as the about box has always
 // shown it.
 inline constexpr const char* kBuildDate = "Jul  3 2004";
+
+// ui thread. A text the user sees, through the bundle's string table (the
+// text itself when it has no translation).
+std::string localized(const char* text);
 
 // Size of the result buffer of runNameDialog, terminator included.
 inline constexpr size_t kNameBufferSize = 256;

@@ -47,7 +47,24 @@ bool optionIsSet(const char* key) {
     return number != 0;
 }
 
-bool sameText(const char* a, const char* b) { return a && b && std::strcmp(a, b) == 0; }
+bool sameText(const char* a, const std::string& b) { return a && b == a; }
+
+// The "Remove Preset '%s'" entry. A translation of the format is used only
+// when it holds exactly one "%s" and no other conversion, so that a bad
+// catalogue cannot make the formatting read what is not there.
+std::string removePresetText(const std::string& name) {
+    std::string format = localized("Remove Preset '%s'");
+    const size_t at = format.find("%s");
+    if (at == std::string::npos || format.find('%', at + 2) != std::string::npos ||
+        format.find('%') != at) {
+        format = "Remove Preset '%s'";
+    }
+    const size_t cut = format.find("%s");
+    std::string text = format.substr(0, cut) + name + format.substr(cut + 2);
+    // The entry is formatted into a 256-byte buffer.
+    if (text.size() > 255) text.resize(255);
+    return text;
+}
 
 }  // namespace
 
@@ -65,21 +82,19 @@ ContextMenu DelayEditor::buildContextMenu(Point where) {
         }
         if (!(folder->flags() & kFactory)) {
             folderMenu->addEntry("-");
-            folderMenu->addEntry(kAddPreset);
+            folderMenu->addEntry(localized(kAddPreset).c_str());
             folderMenu->addEntry("-");
-            folderMenu->addEntry(kRemoveFolder);
+            folderMenu->addEntry(localized(kRemoveFolder).c_str());
         }
         menu.presets->addEntry(folderMenu.get(), folder->getName().c_str());
         menu.folders.push_back(folderMenu);
     }
     menu.presets->addEntry("-");
-    menu.presets->addEntry(kAddFolder);
+    menu.presets->addEntry(localized(kAddFolder).c_str());
     if (Preset* current = plugin_->lastUserPreset) {
-        char text[256];
-        std::snprintf(text, sizeof text, "Remove Preset '%s'", current->getName().c_str());
-        menu.removePresetText = text;
+        menu.removePresetText = removePresetText(current->getName());
         menu.presets->addEntry("-");
-        menu.presets->addEntry(text);
+        menu.presets->addEntry(menu.removePresetText.c_str());
     }
 
     menu.background = makeMenu(where, 0, OptionMenu::kCheckStyle);
@@ -93,19 +108,19 @@ ContextMenu DelayEditor::buildContextMenu(Point where) {
     menu.options = makeMenu(where, 0, OptionMenu::kCheckStyle);
     menu.resampleChecked = optionIsSet(kOptionDelayTimeResample);
     menu.samplesChecked = optionIsSet(kOptionDelayTimeInSamples);
-    menu.options->addEntry(kResample);
+    menu.options->addEntry(localized(kResample).c_str());
     menu.options->checkEntry(0, menu.resampleChecked);
-    menu.options->addEntry(kShowSamples);
+    menu.options->addEntry(localized(kShowSamples).c_str());
     menu.options->checkEntry(1, menu.samplesChecked);
-    menu.options->addEntry(menu.background.get(), "Background");
+    menu.options->addEntry(menu.background.get(), localized("Background").c_str());
 
     menu.top = makeMenu(where, 0);
-    menu.top->addEntry(menu.presets.get(), "Presets");
+    menu.top->addEntry(menu.presets.get(), localized("Presets").c_str());
     menu.top->addEntry("-");
-    menu.top->addEntry(menu.options.get(), "Options");
+    menu.top->addEntry(menu.options.get(), localized("Options").c_str());
     menu.top->addEntry("-");
-    menu.top->addEntry(kVisitHomepage);
-    menu.top->addEntry(kAbout);
+    menu.top->addEntry(localized(kVisitHomepage).c_str());
+    menu.top->addEntry(localized(kAbout).c_str());
     return menu;
 }
 
@@ -129,28 +144,28 @@ bool DelayEditor::carryOutChoice(ContextMenu& menu, OptionMenu* chosen, int inde
     if (!text) return true;
 
     if (chosen == menu.top.get()) {
-        if (sameText(text, kAbout)) return false;
-        if (sameText(text, kVisitHomepage)) openURL(kHomePageAddress);
+        if (sameText(text, localized(kAbout))) return false;
+        if (sameText(text, localized(kVisitHomepage))) openURL(kHomePageAddress);
         return true;
     }
 
     PresetLibrary* library = PresetLibrary::current();
     if (chosen == menu.presets.get()) {
-        if (sameText(text, kAddFolder)) {
+        if (sameText(text, localized(kAddFolder))) {
             char name[kNameBufferSize] = {};
             if (runNameDialogOverEditor(kFolderPrompt, name) && name[0] && library) {
                 library->addFolder(name);
             }
-        } else if (!menu.removePresetText.empty() && sameText(text, menu.removePresetText.c_str())) {
+        } else if (!menu.removePresetText.empty() && sameText(text, menu.removePresetText)) {
             removeCurrentPreset();
         }
         return true;
     }
 
     if (chosen == menu.options.get()) {
-        if (sameText(text, kResample)) {
+        if (sameText(text, localized(kResample))) {
             plugin_->setDelayTimeResample(!menu.resampleChecked);
-        } else if (sameText(text, kShowSamples)) {
+        } else if (sameText(text, localized(kShowSamples))) {
             if (Preferences* preferences = Preferences::current()) {
                 preferences->setNumber(kOptionDelayTimeInSamples, menu.samplesChecked ? 0 : 1);
             }
@@ -175,14 +190,14 @@ bool DelayEditor::carryOutChoice(ContextMenu& menu, OptionMenu* chosen, int inde
     snapshot.assign(library->folders());
     if (folderIndex < 0 || static_cast<uint32_t>(folderIndex) >= snapshot.count()) return true;
     auto* folder = static_cast<PresetFolder*>(snapshot.getAt(static_cast<uint32_t>(folderIndex)));
-    if (sameText(text, kRemoveFolder)) {
+    if (sameText(text, localized(kRemoveFolder))) {
         // The folder's presets go with it: the current preset must not be
         // left pointing at one of them (the next menu would read its name).
         if (plugin_->lastUserPreset && folder->presets().contains(plugin_->lastUserPreset)) {
             plugin_->lastUserPreset = nullptr;
         }
         library->removeFolder(folder);
-    } else if (sameText(text, kAddPreset)) {
+    } else if (sameText(text, localized(kAddPreset))) {
         addPresetTo(folder);
     } else if (static_cast<uint32_t>(index) < folder->presetCount()) {
         plugin_->applyPreset(folder->presetAt(static_cast<uint32_t>(index)));
@@ -215,7 +230,7 @@ void DelayEditor::addPresetTo(PresetFolder* folder) {
 
 bool DelayEditor::runNameDialogOverEditor(const char* prompt, char* result) {
     const uintptr_t owner = frame_ ? frame_->windowId() : 0;
-    return runNameDialog(kDialogTitle, prompt, nullptr, result, owner);
+    return runNameDialog(kDialogTitle, localized(prompt).c_str(), nullptr, result, owner);
 }
 
 }  // namespace varitap
