@@ -140,7 +140,10 @@ bool DelayEditor::open(void* parentWindow) {
     close();
     AEffEditor::open(parentWindow);
     for (int slot = 0; slot < kBitmapCount; ++slot) {
-        if (!bitmaps_[slot]) bitmaps_[slot] = makeRef<gui::Bitmap>(kBitmapResources[slot]);
+        // A picture that could not be read is tried again at the next opening.
+        if (!bitmaps_[slot] || !bitmaps_[slot]->isLoaded()) {
+            bitmaps_[slot] = makeRef<gui::Bitmap>(kBitmapResources[slot]);
+        }
     }
 
     ScopedLock lock(lock_);
