@@ -3,6 +3,7 @@
 #include <cairo-ft.h>
 #include <fontconfig/fontconfig.h>
 
+#include <mutex>
 #include <string>
 
 namespace varitap::gui {
@@ -19,10 +20,12 @@ constexpr FontSpec kFonts[kNumFonts] = {
     {"Helvetica", 10}, {"Helvetica", 9},  {"Helvetica", 9},  {"Symbol", 12},
 };
 
-// The faces of the open frames, created on first use. Only the thread that
-// draws a frame touches them, and frames are opened and closed on the host's
-// user-interface thread.
+// The faces of the open frames, created on first use. Several frames (each
+// with its own drawing timer) may ask at once, hence the mutex; a face lives
+// until the last open frame closes, so a face handed out stays valid while
+// the frame that asked is open.
 struct FontCache {
+    std::mutex mutex;
     cairo_font_face_t* faces[kNumFonts] = {};
     std::string resolved[kNumFonts];
     int users = 0;
@@ -69,6 +72,7 @@ double fontSize(int fontId) { return kFonts[clampId(fontId)].size; }
 cairo_font_face_t* fontFace(int fontId) {
     const int id = clampId(fontId);
     FontCache& c = cache();
+    std::lock_guard<std::mutex> lock(c.mutex);
     if (!c.faces[id]) c.faces[id] = matchFace(kFonts[id].family, c.resolved[id]);
     return c.faces[id];
 }
@@ -76,13 +80,20 @@ cairo_font_face_t* fontFace(int fontId) {
 const char* resolvedFontFamily(int fontId) {
     const int id = clampId(fontId);
     fontFace(id);
-    return cache().resolved[id].c_str();
+    FontCache& c = cache();
+    std::lock_guard<std::mutex> lock(c.mutex);
+    return c.resolved[id].c_str();
 }
 
-void retainFonts() { ++cache().users; }
+void retainFonts() {
+    FontCache& c = cache();
+    std::lock_guard<std::mutex> lock(c.mutex);
+    ++c.users;
+}
 
 void releaseFonts() {
     FontCache& c = cache();
+    std::lock_guard<std::mutex> lock(c.mutex);
     if (c.users > 0) --c.users;
     if (c.users > 0) return;
     for (int i = 0; i < kNumFonts; ++i) {

@@ -23,7 +23,8 @@ class OptionMenu;
 class PlatformFrame;
 
 // Told when the user starts and ends a gesture on a control (for the host's
-// automation recording).
+// automation recording). ui thread. Every control's tag comes through, also
+// tags that stand for no parameter; the listener picks what it forwards.
 class EditListener {
 public:
     virtual ~EditListener() = default;

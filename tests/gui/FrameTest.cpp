@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 #include <time.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <string>
@@ -119,10 +120,13 @@ TEST_F(FrameTest, OpensAsChildOfHostWindowAndShowsWhatItDraws) {
     EXPECT_EQ(host.geometry(frame->windowId()), Rect(0, 0, 865, 400));
 
     frame->idle();
-    host.sync();
-    const Image shown = window();
+    // The frame draws on its own connection: wait until the server shows it.
     const Image expected = test::renderOffscreen(*frame);
-    EXPECT_LT(difference(shown, expected), 0.002);
+    Image shown;
+    EXPECT_TRUE(waitFor([&] {
+        shown = window();
+        return difference(shown, expected) < 0.002;
+    }));
     EXPECT_TRUE(shown.at(500, 50).near(40, 60, 90, 4));   // background, upper band
     EXPECT_TRUE(shown.at(500, 350).near(70, 40, 40, 4));  // lower band
     EXPECT_GT(shown.count(switcher->viewSize(), 255, 0, 0, 10), 150);
@@ -130,9 +134,10 @@ TEST_F(FrameTest, OpensAsChildOfHostWindowAndShowsWhatItDraws) {
     // A value set on another thread appears after the next idle.
     std::thread([&] { knob->setValue(1.0f); }).join();
     frame->idle();
-    host.sync();
     const Point end = Knob::handleEnd(knob->viewSize(), 1.0f);
-    EXPECT_GT(window().count(Rect(end.x - 1, end.y - 1, end.x + 2, end.y + 2), 255, 255, 255, 60), 0);
+    EXPECT_TRUE(waitFor([&] {
+        return window().count(Rect(end.x - 1, end.y - 1, end.x + 2, end.y + 2), 255, 255, 255, 60) > 0;
+    }));
     frame->close();
     EXPECT_FALSE(frame->isOpen());
     EXPECT_EQ(frame->windowId(), 0u);
@@ -184,8 +189,7 @@ TEST_F(FrameTest, SyntheticInputTurnsKnobAndStepsSwitchBothWays) {
     }));
     EXPECT_EQ(rec.log, "b91;v91;e91;b91;v91;e91;b91;v91;e91;");
     EXPECT_EQ(switcher->currentPosition(), 3);
-    host.sync();
-    EXPECT_GT(window().count(switcher->viewSize(), 255, 255, 0, 10), 150);
+    EXPECT_TRUE(waitFor([&] { return window().count(switcher->viewSize(), 255, 255, 0, 10) > 150; }));
 }
 
 TEST_F(FrameTest, FallbackTimerRedrawsButLeavesInputForIdle) {
@@ -243,6 +247,45 @@ TEST_F(FrameTest, DestroyingTheParentUnderAnOpenFrameIsSurvived) {
     hostWindow = host.createWindow(865, 400);
     EXPECT_TRUE(frame->open(hostWindow));
     frame->idle();
+}
+
+TEST_F(FrameTest, TwoFramesDrawOnTheirOwnTimersAtOnce) {
+    // Two editors open at once, the host idling neither, values changing on
+    // another thread: both timers draw, sharing the font cache.
+    build(20);
+    RefPtr<Frame> first = frame;
+    RefPtr<MultiPositionSwitch> firstSwitch = switcher;
+    build(20);
+    const xcb_window_t secondHost = host.createWindow(865, 400);
+    const uint32_t below[] = {10, 500};  // side by side would not fit; one under the other
+    xcb_configure_window(host.connection(), secondHost, XCB_CONFIG_WINDOW_X | XCB_CONFIG_WINDOW_Y,
+                         below);
+    host.sync();
+    ASSERT_TRUE(first->open(hostWindow));
+    ASSERT_TRUE(frame->open(secondHost));
+    std::atomic<bool> stop{false};
+    std::thread automation([&] {
+        for (int i = 0; !stop; ++i) {
+            label->setValue(static_cast<float>(i));
+            first->redraw();
+            frame->redraw();
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        }
+    });
+    firstSwitch->setValue(1.0f);
+    switcher->setValue(2.0f / 3.0f);
+    const bool bothShown = waitFor([&] {
+        host.sync();
+        return host.grab(first->windowId(), firstSwitch->viewSize()).count(
+                   Rect(0, 0, 16, 10), 255, 255, 0, 10) == 160 &&
+               host.grab(frame->windowId(), switcher->viewSize()).count(
+                   Rect(0, 0, 16, 10), 0, 0, 255, 10) == 160;
+    });
+    stop = true;
+    automation.join();
+    EXPECT_TRUE(bothShown);
+    first->close();
+    frame->close();
 }
 
 // A listener may close the editor (and drop the last reference to its

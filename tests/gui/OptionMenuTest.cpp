@@ -151,9 +151,12 @@ TEST_F(MenuPopupTest, PointerPicksEntryInSubmenuThatShowsItsCheckMark) {
         host.motion(w1, 10, itemY(tree.top->allFlags(), 1), 0);  // hover "Sub"
         const xcb_window_t w2 = waitForMenus(2);
         if (!w2) return;
-        waitFor([] { return false; }, 100);  // let it draw
-        subImage = host.grab(w2, host.geometry(w2).offsetBy(-host.geometry(w2).left,
-                                                             -host.geometry(w2).top));
+        // Wait until the menu has drawn its entries, then look at it.
+        const Rect area = host.geometry(w2).offsetBy(-host.geometry(w2).left, -host.geometry(w2).top);
+        waitFor([&] {
+            subImage = host.grab(w2, area);
+            return subImage.count(Rect(18, 0, area.width(), area.height()), 0, 0, 0, 120) > 10;
+        });
         const int y = itemY(tree.sub->allFlags(), 2);
         host.motion(w2, 20, y, 0);
         host.button(w2, 20, y, 1, true);
