@@ -31,12 +31,18 @@ bool fileExists(const std::string& path) {
 Bitmap::Bitmap(int resourceNumber) : resourceNumber_(resourceNumber) {
     char name[32];
     resourceName(resourceNumber, name, sizeof name);
-    const std::string dir = resourceDirectory();
-    if (dir.empty()) return;
+    std::string dir;
+    {
+        std::lock_guard<std::mutex> lock(directoryMutex());
+        dir = directoryOverride();
+    }
+    const std::string bundle = dir.empty() ? copyPluginBundle() : std::string();
+    if (dir.empty() && bundle.empty()) return;
     // The resource may carry any of the picture types; only PNG data decodes.
     for (const char* type : {"bmp", "png", "jpg", "pict"}) {
-        const std::string path = dir + "/" + name + "." + type;
-        if (fileExists(path) && loadFile(path)) return;
+        const std::string path = dir.empty() ? bundleResourcePath(bundle, name, type)
+                                             : dir + "/" + name + "." + type;
+        if (!path.empty() && fileExists(path) && loadFile(path)) return;
     }
 }
 
