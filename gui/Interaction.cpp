@@ -168,6 +168,41 @@ int MenuLayout::itemAt(const std::vector<uint32_t>& flags, int y) {
     return -1;
 }
 
+std::vector<Rect> MenuLayout::layoutColumns(const std::vector<uint32_t>& flags, int columnWidth,
+                                            int maxHeight) {
+    std::vector<Rect> rects;
+    rects.reserve(flags.size());
+    int column = 0;
+    int y = kPadding;
+    for (uint32_t f : flags) {
+        const int h = itemHeight(f);
+        if (y > kPadding && y + h + kPadding > maxHeight) {
+            ++column;
+            y = kPadding;
+        }
+        rects.push_back(Rect::fromSize(column * columnWidth, y, columnWidth, h));
+        y += h;
+    }
+    return rects;
+}
+
+Point MenuLayout::menuSize(const std::vector<Rect>& items, int columnWidth) {
+    int right = columnWidth;
+    int bottom = kPadding;
+    for (const Rect& r : items) {
+        right = std::max(right, r.right);
+        bottom = std::max(bottom, r.bottom);
+    }
+    return Point{right, bottom + kPadding};
+}
+
+int MenuLayout::itemAt(const std::vector<Rect>& items, Point p) {
+    for (size_t i = 0; i < items.size(); ++i) {
+        if (items[i].contains(p)) return static_cast<int>(i);
+    }
+    return -1;
+}
+
 Point MenuLayout::placeOnScreen(Point where, int width, int height, int screenWidth,
                                 int screenHeight) {
     Point p = where;

@@ -107,6 +107,15 @@ struct MenuLayout {
     static int totalHeight(const std::vector<uint32_t>& flags);
     // Index under y (relative to the menu's top), -1 when none.
     static int itemAt(const std::vector<uint32_t>& flags, int y);
+    // Item rectangles (relative to the menu's top-left) in columns of
+    // columnWidth: a column ends before an item that would reach maxHeight,
+    // so that long menus (the 71 parameter names) fit on the screen.
+    static std::vector<Rect> layoutColumns(const std::vector<uint32_t>& flags, int columnWidth,
+                                           int maxHeight);
+    // Size of the whole menu for such rectangles (padding included).
+    static Point menuSize(const std::vector<Rect>& items, int columnWidth);
+    // Index of the item holding p (menu coordinates), -1 when none.
+    static int itemAt(const std::vector<Rect>& items, Point p);
     // Moves a menu of the given size at `where` so it lies on the screen:
     // it flips left/up when it would pass the right/bottom edge, then is
     // clamped to the screen.

@@ -30,6 +30,7 @@ const Color kDisabledText{150, 150, 150, 255};
 struct MenuWindow {
     OptionMenu* menu = nullptr;  // kept alive by the top menu
     std::vector<uint32_t> flags;
+    std::vector<Rect> items;  // menu coordinates, in columns when the menu is long
     MenuNavigator nav{{}};
     xcb_window_t window = 0;
     cairo_surface_t* surface = nullptr;
@@ -90,8 +91,11 @@ bool MenuPopup::open(OptionMenu& menu, Point at, int avoidLeft) {
     w.flags = menu.allFlags();
     w.nav = MenuNavigator(w.flags);
     xcb_screen_t* screen = p_.screen();
-    const int width = std::max(kMinWidth, textWidth(menu) + kCheckColumn + kArrowColumn);
-    const int height = MenuLayout::totalHeight(w.flags);
+    const int columnWidth = std::max(kMinWidth, textWidth(menu) + kCheckColumn + kArrowColumn);
+    w.items = MenuLayout::layoutColumns(w.flags, columnWidth, screen->height_in_pixels);
+    const Point size = MenuLayout::menuSize(w.items, columnWidth);
+    const int width = size.x;
+    const int height = size.y;
     Point pos = MenuLayout::placeOnScreen(at, width, height, screen->width_in_pixels,
                                           screen->height_in_pixels);
     // A sub-menu that does not fit on the right opens on the left of its parent.
@@ -153,8 +157,8 @@ void MenuPopup::draw(MenuWindow& w) {
         const bool checkStyle = (w.menu->style() & OptionMenu::kCheckStyle) != 0;
         for (int i = 0; i < static_cast<int>(w.flags.size()); ++i) {
             const uint32_t f = w.flags[static_cast<size_t>(i)];
-            const int top = MenuLayout::itemTop(w.flags, i);
-            const Rect item(1, top, width - 1, top + MenuLayout::itemHeight(f));
+            const Rect& slot = w.items[static_cast<size_t>(i)];
+            const Rect item(slot.left + 1, slot.top, slot.right - 1, slot.bottom);
             if (f & kMenuSeparator) {
                 dc.setLineColor(kDisabledText);
                 const int y = (item.top + item.bottom) / 2;
@@ -173,20 +177,21 @@ void MenuPopup::draw(MenuWindow& w) {
                 dc.setLineColor(text);
                 dc.setLineWidth(2.0);
                 const int cy = (item.top + item.bottom) / 2;
-                dc.drawLine(Point{5, cy}, Point{8, cy + 3});
-                dc.drawLine(Point{8, cy + 3}, Point{13, cy - 4});
+                const int x = slot.left;
+                dc.drawLine(Point{x + 5, cy}, Point{x + 8, cy + 3});
+                dc.drawLine(Point{x + 8, cy + 3}, Point{x + 13, cy - 4});
                 dc.setLineWidth(1.0);
             }
             dc.setFontColor(text);
             dc.drawString(w.menu->entry(i),
-                          Rect(kCheckColumn, item.top, width - kArrowColumn, item.bottom),
+                          Rect(slot.left + kCheckColumn, item.top, slot.right - kArrowColumn,
+                               item.bottom),
                           HoriAlign::Left);
             if (f & kMenuSubmenu) {
-                dc.setFillColor(text);
                 const int cy = (item.top + item.bottom) / 2;
-                cairo_move_to(cr, width - 11, cy - 4);
-                cairo_line_to(cr, width - 6, cy);
-                cairo_line_to(cr, width - 11, cy + 4);
+                cairo_move_to(cr, slot.right - 11, cy - 4);
+                cairo_line_to(cr, slot.right - 6, cy);
+                cairo_line_to(cr, slot.right - 11, cy + 4);
                 cairo_close_path(cr);
                 cairo_set_source_rgb(cr, text.red / 255.0, text.green / 255.0, text.blue / 255.0);
                 cairo_fill(cr);
@@ -218,9 +223,9 @@ void MenuPopup::openSubmenuOf(size_t level) {
     if (!w.nav.highlightedOpensSubmenu()) return;
     OptionMenu* sub = w.menu->submenu(index);
     if (!sub || sub->nbEntries() == 0) return;
-    const Point at{w.rect.right - 2, w.rect.top + MenuLayout::itemTop(w.flags, index) -
-                                         MenuLayout::kPadding};
-    open(*sub, at, w.rect.left + 2);
+    const Rect& item = w.items[static_cast<size_t>(index)];
+    const Point at{w.rect.left + item.right - 2, w.rect.top + item.top - MenuLayout::kPadding};
+    open(*sub, at, w.rect.left + item.left + 2);
 }
 
 void MenuPopup::choose(size_t level, int index) {
@@ -257,7 +262,8 @@ void MenuPopup::handle(xcb_generic_event_t* e) {
             const int level = menuAt(ev->root_x, ev->root_y);
             if (level < 0) break;
             MenuWindow& w = stack_[static_cast<size_t>(level)];
-            const int index = MenuLayout::itemAt(w.flags, ev->root_y - w.rect.top);
+            const int index = MenuLayout::itemAt(
+                w.items, Point{ev->root_x - w.rect.left, ev->root_y - w.rect.top});
             if (!w.nav.isSelectable(index)) break;
             if (w.nav.highlighted() != index) {
                 highlight(static_cast<size_t>(level), index);
@@ -278,7 +284,8 @@ void MenuPopup::handle(xcb_generic_event_t* e) {
             const int level = menuAt(ev->root_x, ev->root_y);
             if (level < 0) break;  // e.g. the release of the press that opened the menu
             MenuWindow& w = stack_[static_cast<size_t>(level)];
-            const int index = MenuLayout::itemAt(w.flags, ev->root_y - w.rect.top);
+            const int index = MenuLayout::itemAt(
+                w.items, Point{ev->root_x - w.rect.left, ev->root_y - w.rect.top});
             if (index >= 0) choose(static_cast<size_t>(level), index);
             break;
         }

@@ -146,6 +146,32 @@ TEST(MenuLayoutTest, ItemPositionsAndScreenPlacement) {
     EXPECT_EQ(MenuLayout::placeOnScreen(Point{10, 300}, 50, 900, 800, 600), (Point{10, 0}));
 }
 
+TEST(MenuLayoutTest, LongMenusWrapIntoColumns) {
+    const int H = MenuLayout::kItemHeight;
+    const int P = MenuLayout::kPadding;
+    // Room for exactly three items per column.
+    const int maxHeight = 2 * P + 3 * H;
+    std::vector<uint32_t> flags(7, 0);
+    const auto rects = MenuLayout::layoutColumns(flags, 100, maxHeight);
+    ASSERT_EQ(rects.size(), 7u);
+    EXPECT_EQ(rects[0], Rect(0, P, 100, P + H));
+    EXPECT_EQ(rects[2], Rect(0, P + 2 * H, 100, P + 3 * H));
+    EXPECT_EQ(rects[3], Rect(100, P, 200, P + H));  // next column starts at the top
+    EXPECT_EQ(rects[6], Rect(200, P, 300, P + H));
+    EXPECT_EQ(MenuLayout::menuSize(rects, 100), (Point{300, maxHeight}));
+    EXPECT_EQ(MenuLayout::itemAt(rects, Point{150, P + H + 1}), 4);
+    EXPECT_EQ(MenuLayout::itemAt(rects, Point{250, P + H + 1}), -1);  // below the last one
+    EXPECT_EQ(MenuLayout::itemAt(rects, Point{50, 0}), -1);           // in the padding
+
+    // A short menu stays one column, matching the single-column helpers.
+    const std::vector<uint32_t> mixed{0, kMenuSeparator, 0};
+    const auto one = MenuLayout::layoutColumns(mixed, 80, 1000);
+    EXPECT_EQ(one[2].top, MenuLayout::itemTop(mixed, 2));
+    EXPECT_EQ(MenuLayout::menuSize(one, 80).y, MenuLayout::totalHeight(mixed));
+    // An item taller than the limit still gets a place (no endless columns).
+    EXPECT_EQ(MenuLayout::layoutColumns({0, 0}, 50, 5).size(), 2u);
+}
+
 TEST(TextEditBufferTest, EditsUtf8ByCharacterWithinByteLimit) {
     TextEditBuffer b(10);
     EXPECT_TRUE(b.insert("ab"));

@@ -282,6 +282,32 @@ TEST_F(MenuPopupTest, MenuNearTheScreenCornerStaysOnScreen) {
     EXPECT_GE(placed.top, 0);
 }
 
+TEST_F(MenuPopupTest, AMenuTallerThanTheScreenWrapsIntoColumnsAndItsLastEntryCanBeClicked) {
+    // Like the modulators' Index menu: 71 parameter names.
+    auto menu = makeRef<OptionMenu>(Rect(), nullptr, 0);
+    for (int i = 0; i < 71; ++i) menu->addEntry(("Parameter " + std::to_string(i + 20)).c_str());
+    menu->setFont(kNormalFontVerySmall);
+    Rect placed;
+    std::thread user([&] {
+        const xcb_window_t w1 = waitForMenus(1);
+        if (!w1) return;
+        placed = host.geometry(w1);
+        // The last entry sits at the bottom of the second column.
+        const int perColumn = (1024 - 2 * MenuLayout::kPadding) / MenuLayout::kItemHeight;
+        const int row = 70 - perColumn;
+        const int x = placed.width() * 3 / 4;
+        const int y = MenuLayout::kPadding + row * MenuLayout::kItemHeight + MenuLayout::kItemHeight / 2;
+        host.motion(w1, x, y, 0);
+        host.button(w1, x, y, 1, true);
+        host.button(w1, x, y, 1, false, XCB_BUTTON_MASK_1);
+    });
+    EXPECT_TRUE(menu->popup(frame.get(), Point{5, 5}));
+    user.join();
+    EXPECT_EQ(menu->lastResult(), 70);
+    EXPECT_LE(placed.bottom, 1024);
+    EXPECT_GT(placed.width(), 2 * 60 - 1);  // two columns
+}
+
 // An option menu placed as a control pops up below itself when pressed and
 // reports the choice to its listener as its new value, inside one gesture.
 class Recorder : public ControlListener, public EditListener {
