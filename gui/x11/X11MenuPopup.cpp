@@ -67,6 +67,10 @@ private:
     bool done_ = false;
     bool chosen_ = false;
     bool pressInside_ = false;
+    // A release chooses only after the pointer moved over the menu or was
+    // pressed in it: the release of the click that opened the menu must not
+    // pick whatever entry happens to lie under the pointer.
+    bool armed_ = false;
 };
 
 int textWidth(OptionMenu& menu) {
@@ -264,6 +268,7 @@ void MenuPopup::handle(xcb_generic_event_t* e) {
             MenuWindow& w = stack_[static_cast<size_t>(level)];
             const int index = MenuLayout::itemAt(
                 w.items, Point{ev->root_x - w.rect.left, ev->root_y - w.rect.top});
+            armed_ = true;
             if (!w.nav.isSelectable(index)) break;
             if (w.nav.highlighted() != index) {
                 highlight(static_cast<size_t>(level), index);
@@ -276,13 +281,14 @@ void MenuPopup::handle(xcb_generic_event_t* e) {
             if (ev->detail > 3) break;  // wheel
             pressInside_ = menuAt(ev->root_x, ev->root_y) >= 0;
             if (!pressInside_) done_ = true;  // a click outside closes
+            armed_ = true;
             break;
         }
         case XCB_BUTTON_RELEASE: {
             auto* ev = reinterpret_cast<xcb_button_release_event_t*>(e);
             if (ev->detail > 3) break;
             const int level = menuAt(ev->root_x, ev->root_y);
-            if (level < 0) break;  // e.g. the release of the press that opened the menu
+            if (level < 0 || !armed_) break;
             MenuWindow& w = stack_[static_cast<size_t>(level)];
             const int index = MenuLayout::itemAt(
                 w.items, Point{ev->root_x - w.rect.left, ev->root_y - w.rect.top});

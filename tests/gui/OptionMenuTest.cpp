@@ -254,8 +254,14 @@ TEST_F(MenuPopupTest, EscapeOrClickOutsideChoosesNothing) {
         const xcb_window_t w1 = waitForMenus(1);
         if (!w1) return;
         const auto flags = menu->allFlags();
-        host.button(w1, 20, itemY(flags, 1), 1, false);  // on "Grey": nothing
-        host.button(w1, 20, itemY(flags, 0), 1, false);  // on the title: nothing
+        // A release before any move or press in the menu (the end of the
+        // click that opened it) chooses nothing, even over an entry.
+        host.button(w1, 20, itemY(flags, 2), 1, false);
+        host.button(w1, 20, itemY(flags, 1), 1, true);   // on "Grey": nothing
+        host.button(w1, 20, itemY(flags, 1), 1, false);
+        host.button(w1, 20, itemY(flags, 0), 1, true);   // on the title: nothing
+        host.button(w1, 20, itemY(flags, 0), 1, false);
+        host.button(w1, 20, itemY(flags, 2), 1, true);
         host.button(w1, 20, itemY(flags, 2), 1, false);
     });
     EXPECT_TRUE(menu->popup(frame.get(), Point{10, 10}));
