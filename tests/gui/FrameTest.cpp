@@ -349,6 +349,40 @@ TEST_F(FrameTest, OpeningAndClosingAHundredTimesLeavesNothingBehind) {
 
 TEST_F(FrameTest, IdleCostsLittleAndAFullRedrawIsFast) {
     build();
+    // Ten strips as dense as the editor's: knobs, sliders, shadowed texts,
+    // menus and buttons over bitmaps.
+    const std::string art = dir.path() + "/art.png";
+    ASSERT_TRUE(test::writeBandsPng(art, 85, 290, {Color{60, 60, 80, 255}, Color{50, 70, 60, 255}}));
+    auto stripArt = makeRef<Bitmap>(art);
+    for (int i = 0; i < 10; ++i) {
+        auto strip = makeRef<ViewContainer>(Rect::fromSize(32 + i * 80, 1, 85, 290));
+        strip->setTransparent(true);
+        strip->setBackground(stripArt.get());
+        for (int k = 0; k < 3; ++k) {
+            strip->addView(makeRef<Knob>(Rect::fromSize(13, 62 + 36 * k, 25, 25), &rec, k).get());
+            auto text = makeRef<ParamDisplay>(Rect::fromSize(48, 74 + 36 * k, 24, 12), nullptr, -1,
+                                              ParamDisplay::kShadowText);
+            text->setTransparent(true);
+            text->setFont(kNormalFontVerySmall);
+            text->setValue(0.25f * static_cast<float>(k));
+            strip->addView(text.get());
+        }
+        for (int k = 0; k < 2; ++k) {
+            auto menu = makeRef<OptionMenu>(Rect::fromSize(13, 182 + 78 * k, 55, 11), &rec, k,
+                                            ParamDisplay::kShadowText);
+            menu->setTransparent(true);
+            menu->setFont(kNormalFontVerySmall);
+            menu->addEntry("LowPass");
+            strip->addView(menu.get());
+            strip->addView(makeRef<HorizontalSlider>(Rect::fromSize(11, 211 + 24 * k, 63, 10), &rec,
+                                                     k, nullptr, 63)
+                               .get());
+        }
+        auto title = makeRef<TextLabel>(Rect(4, 2, 73, 14), std::to_string(i + 1).c_str());
+        title->setTransparent(true);
+        strip->addView(title.get());
+        frame->addView(strip.get());
+    }
     ASSERT_TRUE(frame->open(hostWindow));
     frame->idle();
 
