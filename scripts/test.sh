@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Builds Varitap and runs every test: in the optimised build, in the
-# ThreadSanitizer build (the tests labelled "threads" only) and in the
-# AddressSanitizer + UndefinedBehaviorSanitizer build, which runs last so
+# ThreadSanitizer build (the tests labelled "threads" only), a short fuzzing
+# run of the presets reader, and in the AddressSanitizer + UndefinedBehaviorSanitizer build, which runs last so
 # that the output ends with its ctest summary. Installs missing Debian
 # packages first. Exits non-zero when any build or test failed.
 set -uo pipefail
@@ -55,6 +55,10 @@ if cmake --preset tsan >/dev/null; then
 else
   status=1
 fi
+
+# The presets reader under libFuzzer (clang, ASan+UBSan) for a fixed time.
+echo "=== presets fuzzing ==="
+bash scripts/fuzz.sh "${VARITAP_FUZZ_SECONDS:-60}" || status=1
 
 if build debug; then run_tests debug; else status=1; fi
 
