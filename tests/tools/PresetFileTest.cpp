@@ -25,11 +25,13 @@ std::string presetXml(const std::string& folder, const std::string& name, const 
 std::map<int, float> valuesOf(const std::string& values, int parameterCount = 241) {
     TempDir dir;
     writeFile(dir.file("p.xml"), presetXml("F", "P", values));
-    PresetCollection collection;
-    EXPECT_TRUE(collection.loadFile(dir.file("p.xml"), false));
+    auto library = varitap::makeRef<varitap::PresetLibrary>();
+    EXPECT_TRUE(library->loadFile(dir.file("p.xml"), false));
     std::map<int, float> result;
-    if (collection.presets().size() != 1) return result;
-    for (auto [index, value] : presetParameterValues(collection.presets()[0], parameterCount))
+    const std::vector<PresetEntry> presets = listPresets(*library);
+    EXPECT_EQ(presets.size(), 1u);
+    if (presets.size() != 1) return result;
+    for (auto [index, value] : presetParameterValues(*presets[0].preset, parameterCount))
         result[index] = value;
     return result;
 }
@@ -57,99 +59,46 @@ private:
 
 }  // namespace
 
-TEST(PresetFileTest, ReadsFoldersAndPresetsInFileOrder) {
-    PresetCollection collection;
-    ASSERT_TRUE(collection.loadFile(VARITAP_TEST_DATA_DIR "/tools/test.factory.presets.xml", true));
-    const auto& presets = collection.presets();
-    ASSERT_EQ(presets.size(), 3u);
-    EXPECT_EQ(presets[0].fullName(), "Tests/Half Gain");
-    EXPECT_EQ(presets[1].fullName(), "Tests/Old Layout");
-    EXPECT_EQ(presets[2].fullName(), "Echoes/Long/Beat");
-    for (const Preset& preset : presets) EXPECT_TRUE(preset.factory);
-    // Values keep file order and their types; the name is not among them.
-    ASSERT_EQ(presets[0].values.size(), 5u);
-    EXPECT_EQ(presets[0].values[0].key, "Version");
-    EXPECT_EQ(presets[0].values[0].type, PresetValue::kLong);
-    EXPECT_EQ(presets[0].values[0].asLong(), 1);
-    EXPECT_FLOAT_EQ(presets[0].values[3].asFloat(), 0.5f);
-
-    // A folder name with a slash is still found as a whole.
-    ASSERT_NE(collection.find("Echoes/Long/Beat"), nullptr);
-    EXPECT_EQ(collection.find("Echoes/Long/Beat")->name, "Beat");
-    EXPECT_EQ(collection.find("Tests/Missing"), nullptr);
-    EXPECT_EQ(collection.find("Tests"), nullptr);
-}
-
-TEST(PresetFileTest, BrokenAndUnexpectedContentLoadsNothingOrIsSkipped) {
-    TempDir dir;
-    PresetCollection collection;
-    EXPECT_FALSE(collection.loadFile(dir.file("missing.xml"), false));
-    EXPECT_FALSE(collection.loadFile("", false));
-
-    // Not well formed (a raw ampersand in a name): nothing at all from the file.
-    writeFile(dir.file("bad.xml"), presetXml("A & B", "P", "<float name=\"0\" value=\"0.5\" />\n"));
-    EXPECT_FALSE(collection.loadFile(dir.file("bad.xml"), false));
-    // Another root element.
-    writeFile(dir.file("other.xml"), "<Other><array name=\"folder\"><array name=\"preset\"/></array></Other>");
-    EXPECT_FALSE(collection.loadFile(dir.file("other.xml"), false));
-    EXPECT_TRUE(collection.presets().empty());
-
-    // Elements without a name, numbers without a value, unknown elements and
-    // unnamed arrays (with everything inside them) are skipped; a folder's
-    // name may come after its presets; a non-string name reads as empty.
-    writeFile(dir.file("odd.xml"),
-              "<Presets version=\"7\">\n"
-              "<array name=\"folder\">\n"
-              "  <array name=\"preset\">\n"
-              "    <long name=\"name\" value=\"5\" />\n"
-              "    <float value=\"0.9\" />\n"
-              "    <float name=\"3\" />\n"
-              "    <double name=\"4\" value=\"0.9\" />\n"
-              "    <array><float name=\"5\" value=\"0.9\" /></array>\n"
-              "    <float name=\"6\" value=\"junk\" />\n"
-              "    <float name=\"7\" value=\"0.75\" />\n"
-              "  </array>\n"
-              "  <string name=\"name\" value=\"Late\" />\n"
-              "</array>\n"
-              "<array name=\"notafolder\"><array name=\"preset\"/></array>\n"
-              "</Presets>\n");
-    ASSERT_TRUE(collection.loadFile(dir.file("odd.xml"), false));
-    ASSERT_EQ(collection.presets().size(), 1u);
-    const Preset& preset = collection.presets()[0];
-    EXPECT_EQ(preset.folder, "Late");
-    EXPECT_EQ(preset.name, "");
-    EXPECT_FALSE(preset.factory);
-    ASSERT_EQ(preset.values.size(), 2u);
-    EXPECT_EQ(preset.values[0].key, "6");
-    EXPECT_FLOAT_EQ(preset.values[0].asFloat(), 0.0f);  // text that does not scan reads 0
-    EXPECT_EQ(preset.values[1].key, "7");
-}
-
-TEST(PresetFileTest, LibraryReadsFactoryThenUserFileFromTheConfigurationFolder) {
+TEST(PresetFileTest, LibraryListsFactoryThenUserPresetsByFullNameAndNeverWrites) {
     EnvironmentGuard guard;
     TempDir dir;
     ::setenv("XDG_CONFIG_HOME", dir.path().c_str(), 1);
-    EXPECT_EQ(userPresetsPath(), dir.path() + "/brelmo.varitap.presets.xml");
-    ::setenv("XDG_CONFIG_HOME", "", 1);
-    ::setenv("HOME", "/home/someone", 1);
-    EXPECT_EQ(userPresetsPath(), "/home/someone/.config/brelmo.varitap.presets.xml");
-    ::unsetenv("XDG_CONFIG_HOME");
-    EXPECT_EQ(userPresetsPath(), "/home/someone/.config/brelmo.varitap.presets.xml");
-
+    const std::string userFile = dir.file("brelmo.varitap.presets.xml");
+    EXPECT_EQ(userPresetsPath(), userFile);
     EXPECT_EQ(factoryPresetsPath(""), "");
+    // Named even when it is not there: error messages show where it was looked for.
     EXPECT_EQ(factoryPresetsPath("/b/X.vst"), "/b/X.vst/Contents/Resources/varitap.factory.presets.xml");
 
-    ::setenv("XDG_CONFIG_HOME", dir.path().c_str(), 1);
-    writeFile(dir.file("brelmo.varitap.presets.xml"),
-              presetXml("Tests", "Half Gain", "<float name=\"0\" value=\"0.25\" />\n"));
-    PresetCollection library;
-    library.loadLibrary(TEST_DELAY_BUNDLE);
-    ASSERT_EQ(library.presets().size(), 4u);
-    EXPECT_TRUE(library.presets()[0].factory);
-    EXPECT_FALSE(library.presets()[3].factory);
-    EXPECT_EQ(library.presets()[3].fullName(), "Tests/Half Gain");
-    // Same full name in both files: the factory one comes first.
-    EXPECT_TRUE(library.find("Tests/Half Gain")->factory);
+    const std::string userText = presetXml("Tests", "Half Gain", "<float name=\"0\" value=\"0.25\" />\n");
+    writeFile(userFile, userText);
+    {
+        auto library = varitap::makeRef<varitap::PresetLibrary>();
+        loadPresetLibrary(*library, TEST_DELAY_BUNDLE);
+        const std::vector<PresetEntry> presets = listPresets(*library);
+        ASSERT_EQ(presets.size(), 4u);
+        const char* names[] = {"Tests/Half Gain", "Tests/Old Layout", "Echoes/Long/Beat", "Tests/Half Gain"};
+        for (size_t i = 0; i < presets.size(); ++i) {
+            EXPECT_EQ(presets[i].fullName, names[i]);
+            EXPECT_EQ(presets[i].preset->isFactory(), i < 3) << i;
+        }
+        // Same full name in both files: the factory one comes first.
+        EXPECT_EQ(findPreset(*library, "Tests/Half Gain"), presets[0].preset);
+        // A folder name with a slash is still found as a whole.
+        ASSERT_NE(findPreset(*library, "Echoes/Long/Beat"), nullptr);
+        EXPECT_EQ(findPreset(*library, "Echoes/Long/Beat")->getName(), "Beat");
+        EXPECT_EQ(findPreset(*library, "Tests/Missing"), nullptr);
+        EXPECT_EQ(findPreset(*library, "Tests"), nullptr);
+        EXPECT_EQ(findPreset(*library, "Long/Beat"), nullptr);
+    }
+    // The tool's library is its own: dropping it leaves the user's file alone.
+    EXPECT_EQ(rendertest::readText(userFile), userText);
+    EXPECT_EQ(dir.entries(), std::vector<std::string>{"brelmo.varitap.presets.xml"});
+
+    // Without a bundle only the user's presets are there.
+    auto userOnly = varitap::makeRef<varitap::PresetLibrary>();
+    loadPresetLibrary(*userOnly, "");
+    ASSERT_EQ(listPresets(*userOnly).size(), 1u);
+    EXPECT_FALSE(listPresets(*userOnly)[0].preset->isFactory());
 }
 
 TEST(PresetFileTest, FirstLayoutPresetsAreConvertedAndCurrentOnesAreNot) {

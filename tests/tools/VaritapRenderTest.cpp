@@ -112,16 +112,17 @@ TEST_F(VaritapRenderTest, ModulatorIndexTakesAParameterNumber) {
 }
 
 TEST_F(VaritapRenderTest, EveryFactoryPresetRendersTheDemoCleanly) {
-    render::PresetCollection library;
-    ASSERT_TRUE(library.loadFile(render::factoryPresetsPath(kBundle), true));
-    ASSERT_FALSE(library.presets().empty());
+    auto library = varitap::makeRef<varitap::PresetLibrary>();
+    ASSERT_TRUE(library->loadFile(render::factoryPresetsPath(kBundle), true));
+    const std::vector<render::PresetEntry> presets = render::listPresets(*library);
+    ASSERT_FALSE(presets.empty());
     std::string error;
     auto plugin = render::PluginInstance::load(kBundle, error);
     ASSERT_NE(plugin, nullptr) << error;
     ASSERT_TRUE(plugin->isVaritap());
     const std::vector<float> demo = render::makeDemoSignal(44100.0, 120.0);
-    for (const render::Preset& preset : library.presets()) {
-        render::applyPreset(*plugin, preset);
+    for (const render::PresetEntry& preset : presets) {
+        render::applyPreset(*plugin, *preset.preset);
         render::MemorySource source(demo, 2, 44100.0);
         render::RenderSettings settings;
         settings.tailSeconds = 1.0;
@@ -136,9 +137,9 @@ TEST_F(VaritapRenderTest, EveryFactoryPresetRendersTheDemoCleanly) {
         };
         render::RenderResult result;
         ASSERT_TRUE(render::renderSource(*plugin, source, settings, 2, sink, result, error)) << error;
-        EXPECT_TRUE(finite) << preset.fullName();
-        EXPECT_GT(peak, 0.01f) << preset.fullName();
-        EXPECT_LT(peak, 8.0f) << preset.fullName();
+        EXPECT_TRUE(finite) << preset.fullName;
+        EXPECT_GT(peak, 0.01f) << preset.fullName;
+        EXPECT_LT(peak, 8.0f) << preset.fullName;
     }
 }
 

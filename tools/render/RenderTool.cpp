@@ -150,12 +150,13 @@ int runRenderTool(int argc, const char* const* argv) {
     if (!plugin) return fail(pluginPath, error);
     if (plugin->numOutputs() < 1) return fail(pluginPath, "the plug-in has no audio outputs");
 
-    PresetCollection library;
-    if (options.listPresets || !options.preset.empty()) library.loadLibrary(plugin->location().bundle);
+    varitap::RefPtr<varitap::PresetLibrary> library = varitap::makeRef<varitap::PresetLibrary>();
+    if (options.listPresets || !options.preset.empty()) loadPresetLibrary(*library, plugin->location().bundle);
     if (options.listPresets) {
-        for (const Preset& preset : library.presets())
-            std::printf("%s\t%s\n", preset.fullName().c_str(), preset.factory ? "factory" : "user");
-        if (library.presets().empty())
+        const std::vector<PresetEntry> presets = listPresets(*library);
+        for (const PresetEntry& entry : presets)
+            std::printf("%s\t%s\n", entry.fullName.c_str(), entry.preset->isFactory() ? "factory" : "user");
+        if (presets.empty())
             std::fprintf(stderr, "varitap-render: no presets in %s or %s\n",
                          factoryPresetsPath(plugin->location().bundle).c_str(), userPresetsPath().c_str());
         return 0;
@@ -175,7 +176,7 @@ int runRenderTool(int argc, const char* const* argv) {
     }
 
     if (!options.preset.empty()) {
-        const Preset* preset = library.find(options.preset);
+        varitap::Preset* preset = findPreset(*library, options.preset);
         if (!preset) {
             std::string bundle = plugin->location().bundle;
             return fail("preset " + quoted(options.preset),
