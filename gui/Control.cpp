@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "gui/Frame.h"
+#include "gui/Interaction.h"
 
 namespace varitap::gui {
 
@@ -27,6 +28,22 @@ void Control::changeValueByUser(float value) {
     setValue(value);
     setDirty();
     if (listener_) listener_->valueChanged(nullptr, this);
+}
+
+bool Control::turnByWheel(float distance, uint32_t buttons, float step) {
+    if (buttons & kShift) step /= 10.0f;
+    const float v = KnobDragHandler::wheel(value(), distance, step);
+    if (v != value()) {
+        beginEdit();
+        changeValueByUser(v);
+        endEdit();
+    }
+    return true;
+}
+
+void Control::endDrag() {
+    if (Frame* f = frame()) f->releaseMouse(this);
+    endEdit();
 }
 
 }  // namespace varitap::gui

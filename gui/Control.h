@@ -54,6 +54,17 @@ public:
     // ui. The user set a new value: store, mark dirty, tell the listener.
     void changeValueByUser(float value);
 
+protected:
+    // ui. The wheel as the dragged controls (knobs, sliders) take it:
+    // distance notches of step each, a tenth of a step with Shift, clamped
+    // to 0..1. A change is an edit gesture of its own; an unchanged value
+    // (already at an end) tells no one. Always true: the control takes the
+    // wheel event even at its ends.
+    bool turnByWheel(float distance, uint32_t buttons, float step);
+    // ui. The end of a drag that captured the mouse at the press: gives the
+    // mouse back and ends the edit gesture the press began.
+    void endDrag();
+
 private:
     ControlListener* listener_;
     int32_t tag_;

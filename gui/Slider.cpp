@@ -76,20 +76,12 @@ void HorizontalSlider::onMouseUp(Point where, uint32_t buttons) {
     if (!dragging_) return;
     onMouseMoved(where, buttons);
     dragging_ = false;
-    if (Frame* f = frame()) f->releaseMouse(this);
-    endEdit();
+    endDrag();
 }
 
 bool HorizontalSlider::onWheel(Point where, float distance, uint32_t buttons) {
     (void)where;
-    const float step = (buttons & kShift) ? wheelStep_ / 10.0f : wheelStep_;
-    const float v = KnobDragHandler::wheel(value(), distance, step);
-    if (v != value()) {
-        beginEdit();
-        changeValueByUser(v);
-        endEdit();
-    }
-    return true;
+    return turnByWheel(distance, buttons, wheelStep_);
 }
 
 }  // namespace varitap::gui
