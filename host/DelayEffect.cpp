@@ -172,9 +172,10 @@ void DelayEffect::processReplacing(float** inputs, float** outputs, int32_t samp
 }
 
 void DelayEffect::setSampleRate(float rate) {
-    // A rate that is not a positive finite number would make every delay
-    // display and modulator period meaningless: it is ignored.
-    if (!std::isfinite(rate) || rate <= 0.0f) return;
+    // A rate of 0 is stored as given: modulators then hold still, filters sit
+    // at their clamp and the editor's speed display reads "nan". Negative or
+    // non-finite rates mean nothing and are ignored.
+    if (!std::isfinite(rate) || rate < 0.0f) return;
     AudioEffectX::setSampleRate(rate);
     engine_->setSampleRate(rate);
 }

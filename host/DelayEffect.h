@@ -36,7 +36,8 @@ vst::AEffect* createDelayEffect(vst::audioMasterCallback audioMaster);
 // The single host program: one value per parameter and a name.
 struct Program {
     static constexpr int kNameMax = 255;
-    float values[kParameterCount];  // mirrors every accepted parameter value
+    Relaxed<float> values[kParameterCount];  // mirrors every accepted parameter value; written by
+                                             // the host, the editor and the audio thread's modulators
     char name[kNameMax + 1];        // zero-terminated
 };
 

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -230,13 +231,15 @@ TEST_F(DelayEffectShared, TimeInformationReachesTheEngineInItsOwnTerms) {
     EXPECT_EQ(info->flags, kVstTempoValid | kVstTransportPlaying);
     host.giveTime = false;
     EXPECT_EQ(effect->getTimeInfo(0x440), nullptr);
-    // Rates that are not positive and finite are ignored.
+    // Negative and non-finite rates are ignored; 0 is stored.
     AEffect* e = effect->getAeffect();
     e->dispatcher(e, effSetSampleRate, 0, 0, nullptr, 48000.0f);
-    e->dispatcher(e, effSetSampleRate, 0, 0, nullptr, 0.0f);
     e->dispatcher(e, effSetSampleRate, 0, 0, nullptr, -1.0f);
+    e->dispatcher(e, effSetSampleRate, 0, 0, nullptr, std::numeric_limits<float>::infinity());
     EXPECT_EQ(effect->getSampleRate(), 48000.0f);
     EXPECT_EQ(effect->engine().tap(0).sampleRate(), 48000.0f);
+    e->dispatcher(e, effSetSampleRate, 0, 0, nullptr, 0.0f);
+    EXPECT_EQ(effect->getSampleRate(), 0.0f);
     close(effect);
 }
 
