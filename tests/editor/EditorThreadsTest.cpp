@@ -79,16 +79,7 @@ TEST(EditorThreadsTest, OpeningAndClosingAHundredTimesUnderAudioAndAutomation) {
             seed = seed * 1103515245u + 12345u;
             const int32_t index = static_cast<int32_t>((seed >> 8) % kParameterCount);
             const float value = static_cast<float>((seed >> 4) % 1000) / 999.0f;
-            // The host automates everything but what the modulators own:
-            // their targets (each tap's Volume), their Index and Power. A
-            // parameter written by two threads at once is the plug-in's own
-            // affair, not the editor's.
-            const int j = (index - kModulatorParameterBase) % kModulatorParameterCount;
-            const bool modulatorOwned =
-                index >= kModulatorParameterBase && (j == kModulatorIndex || j == kModulatorPower);
-            const bool target = index >= kTapParameterBase && index < kModulatorParameterBase &&
-                                (index - kTapParameterBase) % kTapParameterCount == kTapVolume;
-            if (modulatorOwned || target) continue;
+            // Every parameter, those the modulators write included.
             effect->setParameter(effect, index, value);
             ++changes;
         }
