@@ -1,6 +1,8 @@
 #include "persistence/XmlReaderBase.h"
 
 #include <libxml/parser.h>
+#include <libxml/xmlerror.h>
+
 #include <climits>
 #include <cstring>
 #include <mutex>
@@ -17,6 +19,36 @@ void initParserOnce() {
 }
 
 void discardMessage(void*, const char*, ...) {}
+void discardError(void*, xmlErrorPtr) {}
+
+// Some failures (a byte sequence that does not convert from the encoding
+// libxml2 guessed, for one) are reported on libxml2's process-wide error
+// channels instead of the parser's handler. Those channels are per thread:
+// this silences them on the calling thread for the length of one of our own
+// calls and then gives back whatever the host had set.
+class QuietErrors {
+public:
+    QuietErrors()
+        : generic_(xmlGenericError),
+          genericContext_(xmlGenericErrorContext),
+          structured_(xmlStructuredError),
+          structuredContext_(xmlStructuredErrorContext) {
+        xmlSetGenericErrorFunc(nullptr, discardMessage);
+        xmlSetStructuredErrorFunc(nullptr, discardError);
+    }
+    ~QuietErrors() {
+        xmlSetGenericErrorFunc(genericContext_, generic_);
+        xmlSetStructuredErrorFunc(structuredContext_, structured_);
+    }
+    QuietErrors(const QuietErrors&) = delete;
+    QuietErrors& operator=(const QuietErrors&) = delete;
+
+private:
+    xmlGenericErrorFunc generic_;
+    void* genericContext_;
+    xmlStructuredErrorFunc structured_;
+    void* structuredContext_;
+};
 
 void onStartElement(void* user, const xmlChar* name, const xmlChar** attributes) {
     auto* reader = static_cast<XmlReaderBase*>(user);
@@ -74,6 +106,7 @@ XmlReaderBase::XmlReaderBase(ByteStream* stream) : stream_(stream) {
     if (!stream_) return;
     stream_->retain();
     xmlSAXHandler handler = makeHandler();
+    QuietErrors quiet;
     context_ = xmlCreateIOParserCtxt(&handler, this, onRead, onClose, stream_,
                                      XML_CHAR_ENCODING_UTF8);
 }
@@ -97,6 +130,7 @@ void XmlReaderBase::endElement(const char*) {}
 
 void XmlReaderBase::parse() {
     if (!context_) return;
+    QuietErrors quiet;
     xmlParseDocument(static_cast<xmlParserCtxtPtr>(context_));
 }
 

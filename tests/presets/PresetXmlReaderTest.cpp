@@ -1,6 +1,7 @@
 #include "persistence/PresetXmlReader.h"
 
 #include <gtest/gtest.h>
+#include <libxml/xmlerror.h>
 
 #include "PresetTestSupport.h"
 #include "persistence/PresetLibrary.h"
@@ -59,7 +60,32 @@ TEST(PresetXmlReaderTest, BrokenFilesLoadNothingAndPrintNothing) {
     EXPECT_FALSE(parseFile(folder.file("empty.xml")));
     writeWholeFile(folder.file("undefined.xml"), "<Presets><string name=\"a\" value=\"&nope;\" /></Presets>");
     EXPECT_FALSE(parseFile(folder.file("undefined.xml")));
+    // Bytes that look like UTF-16 or UCS-4 and then fail to convert: libxml2
+    // reports these on its process-wide error channel, not the parser's.
+    const std::string utf16Broken("<\0?\0x\0\0\xD8" "A\0", 10);
+    const std::string ucs4Broken("\0\0\0<\0\0\0\x02\xB2" "ets", 12);
+    for (const std::string& bytes : {utf16Broken, ucs4Broken}) {
+        writeWholeFile(folder.file("encoding.xml"), bytes);
+        EXPECT_FALSE(parseFile(folder.file("encoding.xml")));
+    }
     EXPECT_EQ(capture.text(), "");
+}
+
+// A host that uses libxml2 itself keeps its own error handler: the reader
+// silences libxml2 only while it parses.
+int hostErrors = 0;
+void hostErrorHandler(void*, const char*, ...) { ++hostErrors; }
+
+TEST(PresetXmlReaderTest, HostsLibxmlErrorHandlerIsGivenBack) {
+    int context = 0;
+    xmlSetGenericErrorFunc(&context, hostErrorHandler);
+    TempFolder folder;
+    writeWholeFile(folder.file("encoding.xml"), std::string("<\0?\0x\0\0\xD8" "A\0", 10));
+    EXPECT_FALSE(parseFile(folder.file("encoding.xml")));
+    EXPECT_EQ(hostErrors, 0);
+    EXPECT_EQ(xmlGenericError, &hostErrorHandler);
+    EXPECT_EQ(xmlGenericErrorContext, &context);
+    xmlSetGenericErrorFunc(nullptr, nullptr);
 }
 
 TEST(PresetXmlReaderTest, OddElementsAreIgnoredWithoutDisturbingTheTree) {
