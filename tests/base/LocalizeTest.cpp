@@ -21,8 +21,8 @@ using test::TempDir;
 class LocalizeTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        ASSERT_TRUE(bundle_.ok());
-        probe_ = std::make_unique<LoadedProbe>(bundle_.library());
+        ASSERT_TRUE(bundle_.ok);
+        probe_ = std::make_unique<LoadedProbe>(bundle_.library);
         ASSERT_TRUE(probe_->ok()) << dlerror();
     }
     TempDir root_;

@@ -18,39 +18,21 @@ namespace {
 
 constexpr char kUntouched[] = "untouched";
 
-std::string floatText(float value) {
+// The text a formatter leaves in a buffer that held kUntouched.
+template <typename Format>
+std::string textOf(Format format) {
     char text[32];
     std::strcpy(text, kUntouched);
-    formatFloat(value, text);
+    format(text);
     return text;
 }
 
-std::string longText(long value) {
-    char text[32];
-    std::strcpy(text, kUntouched);
-    formatLong(value, text);
-    return text;
-}
-
-std::string decimalsText(float value, int maxDecimals) {
-    char text[32];
-    std::strcpy(text, kUntouched);
-    formatFloatDecimals(value, text, maxDecimals);
-    return text;
-}
-
-std::string millisecondsText(float samples, int maxDecimals, float sampleRate) {
-    char text[32];
-    std::strcpy(text, kUntouched);
-    formatMilliseconds(samples, text, maxDecimals, sampleRate);
-    return text;
-}
-
-std::string decibelsText(float gain, int maxDecimals) {
-    char text[32];
-    std::strcpy(text, kUntouched);
-    formatDecibels(gain, text, maxDecimals);
-    return text;
+std::string floatText(float v) { return textOf([&](char* t) { formatFloat(v, t); }); }
+std::string longText(long v) { return textOf([&](char* t) { formatLong(v, t); }); }
+std::string decimalsText(float v, int d) { return textOf([&](char* t) { formatFloatDecimals(v, t, d); }); }
+std::string decibelsText(float v, int d) { return textOf([&](char* t) { formatDecibels(v, t, d); }); }
+std::string millisecondsText(float samples, int d, float rate) {
+    return textOf([&](char* t) { formatMilliseconds(samples, t, d, rate); });
 }
 
 // Every example text, checked under whatever locale the process runs in.

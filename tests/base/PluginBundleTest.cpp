@@ -17,56 +17,45 @@ using test::ProbeBundle;
 using test::realPath;
 using test::TempDir;
 
-// Each case gets its own copy of the probe: the loader recognises a file it
-// has already loaded and would answer with the path of the first load.
-TEST(PluginBundleTest, FindsItsBundleFromTheLoadedLibrary) {
+// The bundle is where the library really lives, however the host reached
+// it: directly, through a symlinked .so in a plug-in folder, through a
+// symlinked bundle, or by a relative path. Each case gets its own copy of
+// the probe: the loader recognises a file it has already loaded and would
+// answer with the path of the first load.
+TEST(PluginBundleTest, FindsTheRealBundleHoweverTheLibraryWasReached) {
     TempDir root;
-    ProbeBundle bundle(root.path(), "Plain");
-    ASSERT_TRUE(bundle.ok());
-    LoadedProbe probe(bundle.library());
-    ASSERT_TRUE(probe.ok()) << dlerror();
-    EXPECT_EQ(probe.bundle(), realPath(bundle.bundle()));
-}
-
-TEST(PluginBundleTest, FindsTheRealBundleThroughASymlinkedLibrary) {
-    // The user links the .so into a plug-in folder; the bundle is where the
-    // file really lives, not three folders above the link.
-    TempDir root;
-    ASSERT_TRUE(test::makeFolders(root / "installed"));
-    ASSERT_TRUE(test::makeFolders(root / "plugins/vst"));
-    ProbeBundle bundle(root / "installed", "Linked");
-    ASSERT_TRUE(bundle.ok());
-    const std::string link = root / "plugins/vst/Linked.so";
-    ASSERT_EQ(::symlink(bundle.library().c_str(), link.c_str()), 0);
-    LoadedProbe probe(link);
-    ASSERT_TRUE(probe.ok()) << dlerror();
-    EXPECT_EQ(probe.bundle(), realPath(bundle.bundle()));
-}
-
-TEST(PluginBundleTest, FindsTheRealBundleThroughASymlinkedBundleAndARelativePath) {
-    TempDir root;
-    ProbeBundle bundle(root.path(), "Target");
-    ASSERT_TRUE(bundle.ok());
-    const std::string linkedBundle = root / "Alias.vst";
-    ASSERT_EQ(::symlink(bundle.bundle().c_str(), linkedBundle.c_str()), 0);
-    {
-        LoadedProbe probe(linkedBundle + "/Contents/" VARITAP_ARCH_DIR "/Target.so");
-        ASSERT_TRUE(probe.ok()) << dlerror();
-        EXPECT_EQ(probe.bundle(), realPath(bundle.bundle()));
-    }
-
-    ProbeBundle second(root.path(), "Relative");
-    ASSERT_TRUE(second.ok());
+    ASSERT_TRUE(test::makeFolders(root / "plugins"));
+    const std::string arch = "/Contents/" VARITAP_ARCH_DIR "/";
+    struct Case {
+        const char* name;
+        const char* link;  // made to point at the bundle (".vst") or the library (".so")
+        std::string load;  // the path handed to the loader
+    };
+    const Case cases[] = {
+        {"Plain", nullptr, root / "Plain.vst" + arch + "Plain.so"},
+        {"Linked", "plugins/Linked.so", root / "plugins/Linked.so"},
+        {"Target", "Alias.vst", root / "Alias.vst" + arch + "Target.so"},
+        {"Relative", nullptr, "./Relative.vst" + arch + "Relative.so"},
+    };
     char previous[PATH_MAX];
     ASSERT_NE(::getcwd(previous, sizeof(previous)), nullptr);
-    ASSERT_EQ(::chdir(root.path().c_str()), 0);
-    std::string found;
-    {
-        LoadedProbe probe("./Relative.vst/Contents/" VARITAP_ARCH_DIR "/Relative.so");
-        if (probe.ok()) found = probe.bundle();
+    for (const Case& c : cases) {
+        ProbeBundle bundle(root.path(), c.name);
+        ASSERT_TRUE(bundle.ok) << c.name;
+        if (c.link) {
+            const std::string target = std::string(c.link).find(".so") != std::string::npos ? bundle.library
+                                                                                             : bundle.bundle;
+            ASSERT_EQ(::symlink(target.c_str(), (root / c.link).c_str()), 0) << c.name;
+        }
+        ASSERT_EQ(::chdir(root.path().c_str()), 0);
+        std::string found;
+        {
+            LoadedProbe probe(c.load);
+            if (probe.ok()) found = probe.bundle();
+        }
+        ASSERT_EQ(::chdir(previous), 0);
+        EXPECT_EQ(found, realPath(bundle.bundle)) << c.name;
     }
-    ASSERT_EQ(::chdir(previous), 0);
-    EXPECT_EQ(found, realPath(second.bundle()));
 }
 
 TEST(PluginBundleTest, OutsideABundleItIsThreeFoldersAboveTheProgram) {

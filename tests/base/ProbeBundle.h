@@ -1,13 +1,11 @@
 // A temporary bundle laid out like Varitap.vst, holding a copy of the probe
-// library (a small .so linked with the base layer), a string table and a few
-// resources, for the tests of the bundle lookup and of localize.
+// library (a small .so linked with the base layer) and a string table, for
+// the tests of the bundle lookup and of localize.
 #pragma once
 
 #include <dlfcn.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
-#include <cerrno>
+#include <filesystem>
 #include <string>
 
 #include "TestSupport.h"
@@ -15,39 +13,32 @@
 namespace varitap::test {
 
 inline bool makeFolders(const std::string& path) {
-    for (size_t slash = 1; slash != std::string::npos; slash = path.find('/', slash + 1)) {
-        const std::string part = path.substr(0, slash);
-        if (!part.empty() && ::mkdir(part.c_str(), 0755) != 0 && errno != EEXIST) return false;
-    }
-    return ::mkdir(path.c_str(), 0755) == 0 || errno == EEXIST;
+    std::error_code ignored;
+    std::filesystem::create_directories(path, ignored);
+    return std::filesystem::is_directory(path, ignored);
 }
 
 inline bool copyFile(const std::string& from, const std::string& to) {
-    const std::string bytes = readFile(from);
-    return !bytes.empty() && writeFile(to, bytes);
+    std::error_code failed;
+    return std::filesystem::copy_file(from, to, failed);
 }
 
-class ProbeBundle {
-public:
-    // Makes <root>/<name>.vst with the probe at Contents/<arch>-linux/.
+inline std::string realPath(const std::string& path) {
+    std::error_code ignored;
+    return std::filesystem::canonical(path, ignored).string();
+}
+
+// Makes <root>/<name>.vst with the probe at Contents/<arch>-linux/<name>.so.
+struct ProbeBundle {
     ProbeBundle(const std::string& root, const std::string& name)
-        : bundle_(root + "/" + name + ".vst"),
-          library_(bundle_ + "/Contents/" VARITAP_ARCH_DIR "/" + name + ".so") {
-        const std::string resources = bundle_ + "/Contents/Resources";
-        ok_ = makeFolders(bundle_ + "/Contents/" VARITAP_ARCH_DIR) &&
-              makeFolders(resources + "/locale/de/LC_MESSAGES") &&
-              copyFile(VARITAP_PROBE_LIBRARY, library_) &&
-              copyFile(VARITAP_PROBE_CATALOGUE, resources + "/locale/de/LC_MESSAGES/varitap.mo");
+        : bundle(root + "/" + name + ".vst"), library(bundle + "/Contents/" VARITAP_ARCH_DIR "/" + name + ".so") {
+        const std::string messages = bundle + "/Contents/Resources/locale/de/LC_MESSAGES";
+        ok = makeFolders(bundle + "/Contents/" VARITAP_ARCH_DIR) && makeFolders(messages) &&
+             copyFile(VARITAP_PROBE_LIBRARY, library) && copyFile(VARITAP_PROBE_CATALOGUE, messages + "/varitap.mo");
     }
-
-    bool ok() const { return ok_; }
-    const std::string& bundle() const { return bundle_; }
-    const std::string& library() const { return library_; }
-
-private:
-    std::string bundle_;
-    std::string library_;
-    bool ok_ = false;
+    std::string bundle;
+    std::string library;
+    bool ok = false;
 };
 
 // The probe loaded from one path; unloaded again at the end of the scope.
@@ -74,12 +65,5 @@ private:
     const char* (*bundle_)() = nullptr;
     const char* (*localize_)(const char*) = nullptr;
 };
-
-inline std::string realPath(const std::string& path) {
-    char* real = ::realpath(path.c_str(), nullptr);
-    std::string result = real ? real : "";
-    ::free(real);
-    return result;
-}
 
 }  // namespace varitap::test

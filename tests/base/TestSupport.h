@@ -1,12 +1,12 @@
-// Helpers shared by the base layer's tests: a temporary folder that cleans
-// up after itself, small file helpers, and the German locale built for tests.
+// Helpers shared by the base and preset tests: a temporary folder that
+// cleans up after itself, whole-file helpers, and the German locale built
+// for tests.
 #pragma once
 
-#include <ftw.h>
 #include <stdlib.h>
-#include <unistd.h>
 
 #include <clocale>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -16,14 +16,12 @@ namespace varitap::test {
 class TempDir {
 public:
     TempDir() {
-        char pattern[] = "/tmp/varitap-base-XXXXXX";
-        const char* made = mkdtemp(pattern);
-        path_ = made ? made : "";
+        char pattern[] = "/tmp/varitap-test-XXXXXX";
+        path_ = mkdtemp(pattern) ? pattern : "";
     }
     ~TempDir() {
-        if (!path_.empty())
-            nftw(path_.c_str(), [](const char* p, const struct stat*, int, FTW*) { return ::remove(p); }, 16,
-                 FTW_DEPTH | FTW_PHYS);
+        std::error_code ignored;
+        if (!path_.empty()) std::filesystem::remove_all(path_, ignored);
     }
     TempDir(const TempDir&) = delete;
     TempDir& operator=(const TempDir&) = delete;
@@ -48,7 +46,10 @@ inline bool writeFile(const std::string& path, const std::string& text) {
     return static_cast<bool>(out);
 }
 
-inline bool fileExists(const std::string& path) { return ::access(path.c_str(), F_OK) == 0; }
+inline bool fileExists(const std::string& path) {
+    std::error_code ignored;
+    return std::filesystem::exists(path, ignored);
+}
 
 // Switches the whole process to the German locale that the build generated
 // (decimal comma). False when it is not available on this machine.

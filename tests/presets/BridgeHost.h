@@ -20,7 +20,7 @@
 #include "host/DelayEffect.h"
 #include "host/VstInterface.h"
 
-namespace varitap::testing {
+namespace varitap::test {
 
 struct BridgeHost {
     vst::VstIntPtr version = 2400;
@@ -98,7 +98,7 @@ protected:
         return name;
     }
 
-    TempFolder config_;
+    TempDir config_;
     BridgeHost host_;
 
 private:
@@ -106,4 +106,4 @@ private:
     std::string savedConfig_;
 };
 
-}  // namespace varitap::testing
+}  // namespace varitap::test

@@ -15,7 +15,7 @@
 namespace varitap {
 namespace {
 
-using testing::BridgeTest;
+using test::BridgeTest;
 
 constexpr int kSampleRate = 44100;
 constexpr int kBlock = 512;

@@ -11,7 +11,7 @@
 namespace varitap {
 namespace {
 
-using testing::BridgeTest;
+using test::BridgeTest;
 
 std::vector<float> parameters(DelayEffect& effect) {
     std::vector<float> values;
@@ -46,16 +46,8 @@ void setVariedState(DelayEffect& effect) {
 RefPtr<Preset> presetWith(std::initializer_list<std::pair<const char*, double>> floats, bool version1,
                           const char* name = "Test") {
     auto preset = makeRef<Preset>(name);
-    if (version1) {
-        PropertyValue* v = PropertyValue::makeLong("Version", 1);
-        preset->addProperty(v);
-        v->release();
-    }
-    for (const auto& [key, number] : floats) {
-        PropertyValue* v = PropertyValue::makeFloat(key, number);
-        preset->addProperty(v);
-        v->release();
-    }
+    if (version1) test::addValues(preset.get(), {PropertyValue::makeLong("Version", 1)});
+    for (const auto& [key, number] : floats) test::addValues(preset.get(), {PropertyValue::makeFloat(key, number)});
     return preset;
 }
 
@@ -69,12 +61,11 @@ TEST_F(BridgeTest, CapturedStateReappearsInAFreshInstanceAndThroughTheFile) {
     EXPECT_EQ(preset->getName(), "Everything");
     PropertyList& properties = preset->properties();
     ASSERT_EQ(properties.count(), 3u + kParameterCount);
-    EXPECT_EQ(properties.at(0)->key(), "Version");
-    EXPECT_EQ(properties.at(0)->getLong(), 1);
-    EXPECT_EQ(properties.at(1)->key(), "NumInputs");
-    EXPECT_EQ(properties.at(1)->getLong(), 2);
-    EXPECT_EQ(properties.at(2)->key(), "NumOutputs");
-    EXPECT_EQ(properties.at(2)->getLong(), 2);
+    const std::pair<const char*, long> header[] = {{"Version", 1}, {"NumInputs", 2}, {"NumOutputs", 2}};
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(properties.at(i)->key(), header[i].first);
+        EXPECT_EQ(properties.at(i)->getLong(), header[i].second);
+    }
     for (int i = 0; i < kParameterCount; ++i) {
         EXPECT_EQ(properties.at(3 + i)->key(), std::to_string(i));
         EXPECT_EQ(properties.at(3 + i)->type(), PropertyType::Float);
@@ -86,7 +77,7 @@ TEST_F(BridgeTest, CapturedStateReappearsInAFreshInstanceAndThroughTheFile) {
     for (int i = 0; i < kParameterCount; ++i) EXPECT_EQ(applied[i], expected[i]) << "parameter " << i;
 
     // Through the user file and back, as a new process would see it.
-    const std::string path = config_.file("roundtrip.xml");
+    const std::string path = config_ / "roundtrip.xml";
     {
         auto library = makeRef<PresetLibrary>();
         library->addFolder("Mine")->addPreset(preset.get());
@@ -104,28 +95,27 @@ TEST_F(BridgeTest, CapturedStateReappearsInAFreshInstanceAndThroughTheFile) {
 TEST_F(BridgeTest, FirstVersionPresetsAreConverted) {
     auto effect = makeEffect();
     // No "Version": routing and modulator targets of the first layout.
-    RefPtr<Preset> old = presetWith({{"0", 0.5},     // old Out 2 -> selector 22
-                                     {"1", 0.7},     // old bus 1 -> Intern 1 (41)
-                                     {"2", 0.3},     // old In 2 stays 2
-                                     {"3", 1.0e30},  // far out: limited to 1.0
-                                     {"10", 0.6},    // old bus 1 -> Intern 1 (21)
-                                     {"11", 0.2},    // old Out 2 stays 1
-                                     {"92", 5.0},    // modulator 1 Index 5 -> 20
-                                     {"107", 25.0},  // modulator 2 Index 25 stays
-                                     {"122", 19.0},  // modulator 3 Index 19 -> 20
-                                     {"20", 0.8}},   // anything else as it is
-                                    false);
+    struct Conversion {
+        const char* key;
+        double stored;
+        float applied;
+    };
+    const Conversion conversions[] = {
+        {"0", 0.5, 22.0f / 44.0f},    // old Out 2 -> selector 22
+        {"1", 0.7, 41.0f / 44.0f},    // old bus 1 -> Intern 1 (41)
+        {"2", 0.3, 2.0f / 44.0f},     // old In 2 stays 2
+        {"3", 1.0e30, 1.0f},          // far out: limited to 1.0
+        {"10", 0.6, 21.0f / 24.0f},   // old bus 1 -> Intern 1 (21)
+        {"11", 0.2, 1.0f / 24.0f},    // old Out 2 stays 1
+        {"92", 5.0, 20.0f},           // modulator 1 Index 5 -> 20
+        {"107", 25.0, 25.0f},         // modulator 2 Index 25 stays
+        {"122", 19.0, 20.0f},         // modulator 3 Index 19 -> 20
+        {"20", 0.8, 0.8f},            // anything else as it is
+    };
+    auto old = makeRef<Preset>("Old");
+    for (const Conversion& c : conversions) test::addValues(old.get(), {PropertyValue::makeFloat(c.key, c.stored)});
     effect->applyPreset(old.get());
-    EXPECT_EQ(effect->getParameter(0), 22.0f / 44.0f);
-    EXPECT_EQ(effect->getParameter(1), 41.0f / 44.0f);
-    EXPECT_EQ(effect->getParameter(2), 2.0f / 44.0f);
-    EXPECT_EQ(effect->getParameter(3), 1.0f);
-    EXPECT_EQ(effect->getParameter(10), 21.0f / 24.0f);
-    EXPECT_EQ(effect->getParameter(11), 1.0f / 24.0f);
-    EXPECT_EQ(effect->getParameter(92), 20.0f);
-    EXPECT_EQ(effect->getParameter(107), 25.0f);
-    EXPECT_EQ(effect->getParameter(122), 20.0f);
-    EXPECT_EQ(effect->getParameter(20), 0.8f);
+    for (const Conversion& c : conversions) EXPECT_EQ(effect->getParameter(std::stoi(c.key)), c.applied) << c.key;
 
     // Version 1 values are applied exactly as stored (the first layout would
     // have turned these into 20, 43 / 44 and 23 / 24).
@@ -210,7 +200,7 @@ TEST_F(BridgeTest, ProgramNameReachesTheHostAndUserPresetsAreRemembered) {
 }
 
 TEST_F(BridgeTest, InstancesShareTheLibraryAndEachClosingSavesIt) {
-    const std::string user = config_.file("brelmo.varitap.presets.xml");
+    const std::string user = config_ / "brelmo.varitap.presets.xml";
     auto first = makeEffect();
     PresetLibrary* library = PresetLibrary::current();
     ASSERT_NE(library, nullptr);

@@ -1,56 +1,38 @@
-// Helpers shared by the preset tests: temporary folders, whole-file reads,
-// parsing a file into the property model, and capturing stderr.
+// Helpers for the preset tests, on top of the shared temporary folder and
+// file helpers: the fixture files, and parsing a file into the property model.
 #pragma once
 
 #include <fcntl.h>
-#include <stdlib.h>
 #include <unistd.h>
 
-#include <cstdio>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <string>
 
+#include "../base/TestSupport.h"
 #include "persistence/ByteStream.h"
+#include "persistence/PresetLibrary.h"
 #include "persistence/PresetXmlReader.h"
 #include "persistence/PropertyValue.h"
 
-namespace varitap::testing {
+namespace varitap::test {
 
 inline std::string dataPath(const std::string& name) {
     return std::string(VARITAP_TEST_DATA_DIR) + "/presets/" + name;
 }
 
-inline std::string readWholeFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
+// The value of parameter i in the "All 241" preset of full-preset.xml: a
+// spread of 0..1, with parameter numbers in the modulators' "Index" slots.
+inline double fullPresetValue(int i) {
+    if (i >= 91 && (i - 91) % 15 == 1) return 21 + (i - 91) / 15;
+    return ((i * 37) % 241) / 240.0;
 }
 
-inline void writeWholeFile(const std::string& path, const std::string& bytes) {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out << bytes;
+// Appends values to a preset, handing over their creation references.
+inline void addValues(Preset* preset, std::initializer_list<PropertyValue*> values) {
+    for (PropertyValue* v : values) {
+        preset->addProperty(v);
+        v->release();
+    }
 }
-
-// A fresh folder under /tmp, removed with everything in it.
-class TempFolder {
-public:
-    TempFolder() {
-        char name[] = "/tmp/varitap-presets-XXXXXX";
-        path_ = mkdtemp(name) ? name : "";
-    }
-    ~TempFolder() {
-        std::error_code ignored;
-        if (!path_.empty()) std::filesystem::remove_all(path_, ignored);
-    }
-    const std::string& path() const { return path_; }
-    std::string file(const std::string& name) const { return path_ + "/" + name; }
-
-private:
-    std::string path_;
-};
 
 // Parses a file and keeps the root list (null when nothing was read).
 inline RefPtr<PropertyList> parseFile(const std::string& path) {
@@ -67,42 +49,4 @@ inline RefPtr<PropertyList> parseFile(const std::string& path) {
     return result;
 }
 
-// Everything written to file descriptor 2 while it lives.
-class StderrCapture {
-public:
-    StderrCapture() {
-        std::fflush(stderr);
-        char name[] = "/tmp/varitap-stderr-XXXXXX";
-        file_ = mkstemp(name);
-        path_ = name;
-        saved_ = dup(2);
-        dup2(file_, 2);
-    }
-    ~StderrCapture() {
-        restore();
-        unlink(path_.c_str());
-    }
-    StderrCapture(const StderrCapture&) = delete;
-    StderrCapture& operator=(const StderrCapture&) = delete;
-
-    // Stops capturing and returns what was written.
-    std::string text() {
-        restore();
-        return readWholeFile(path_);
-    }
-
-private:
-    void restore() {
-        if (saved_ < 0) return;
-        std::fflush(stderr);
-        dup2(saved_, 2);
-        close(saved_);
-        close(file_);
-        saved_ = -1;
-    }
-    int file_ = -1;
-    int saved_ = -1;
-    std::string path_;
-};
-
-}  // namespace varitap::testing
+}  // namespace varitap::test

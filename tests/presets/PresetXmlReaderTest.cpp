@@ -9,11 +9,7 @@
 namespace varitap {
 namespace {
 
-using testing::dataPath;
-using testing::parseFile;
-using testing::StderrCapture;
-using testing::TempFolder;
-using testing::writeWholeFile;
+using namespace test;
 
 const PropertyList& arrayOf(const PropertyValue* value) {
     static PropertyList none;
@@ -34,12 +30,10 @@ TEST(PresetXmlReaderTest, ReadsBackWhatTheWriterWrote) {
     EXPECT_EQ(preset.findProperty("Version")->type(), PropertyType::Long);
     EXPECT_EQ(preset.findProperty("Version")->getLong(), 1);
     for (int i = 0; i < 241; ++i) {
-        double value = ((i * 37) % 241) / 240.0;
-        if (i >= 91 && (i - 91) % 15 == 1) value = 21 + (i - 91) / 15;
         const PropertyValue* v = preset.findProperty(std::to_string(i).c_str());
         ASSERT_NE(v, nullptr) << i;
         EXPECT_EQ(v->type(), PropertyType::Float);
-        EXPECT_EQ(v->getFloat(), static_cast<double>(static_cast<float>(value))) << i;
+        EXPECT_EQ(v->getFloat(), static_cast<double>(static_cast<float>(fullPresetValue(i)))) << i;
     }
     // The temporary array-name entry never reaches the tree.
     EXPECT_EQ(folder.findProperty(PresetXmlReader::kTempKeyName), nullptr);
@@ -47,7 +41,7 @@ TEST(PresetXmlReaderTest, ReadsBackWhatTheWriterWrote) {
 }
 
 TEST(PresetXmlReaderTest, BrokenFilesLoadNothingAndPrintNothing) {
-    StderrCapture capture;
+    ::testing::internal::CaptureStderr();
     for (const char* name : {"malformed-cut.xml", "ampersand-name.xml", "binary-garbage.xml",
                              "entity-declarations.xml"}) {
         EXPECT_FALSE(parseFile(dataPath(name))) << name;
@@ -55,20 +49,20 @@ TEST(PresetXmlReaderTest, BrokenFilesLoadNothingAndPrintNothing) {
         EXPECT_TRUE(library->loadFile(dataPath(name), false));
         EXPECT_EQ(library->folderCount(), 0u) << name;
     }
-    TempFolder folder;
-    writeWholeFile(folder.file("empty.xml"), "");
-    EXPECT_FALSE(parseFile(folder.file("empty.xml")));
-    writeWholeFile(folder.file("undefined.xml"), "<Presets><string name=\"a\" value=\"&nope;\" /></Presets>");
-    EXPECT_FALSE(parseFile(folder.file("undefined.xml")));
+    TempDir folder;
+    writeFile(folder / "empty.xml", "");
+    EXPECT_FALSE(parseFile(folder / "empty.xml"));
+    writeFile(folder / "undefined.xml", "<Presets><string name=\"a\" value=\"&nope;\" /></Presets>");
+    EXPECT_FALSE(parseFile(folder / "undefined.xml"));
     // Bytes that look like UTF-16 or UCS-4 and then fail to convert: libxml2
     // reports these on its process-wide error channel, not the parser's.
     const std::string utf16Broken("<\0?\0x\0\0\xD8" "A\0", 10);
     const std::string ucs4Broken("\0\0\0<\0\0\0\x02\xB2" "ets", 12);
     for (const std::string& bytes : {utf16Broken, ucs4Broken}) {
-        writeWholeFile(folder.file("encoding.xml"), bytes);
-        EXPECT_FALSE(parseFile(folder.file("encoding.xml")));
+        writeFile(folder / "encoding.xml", bytes);
+        EXPECT_FALSE(parseFile(folder / "encoding.xml"));
     }
-    EXPECT_EQ(capture.text(), "");
+    EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
 }
 
 // A host that uses libxml2 itself keeps its own error handler: the reader
@@ -79,9 +73,9 @@ void hostErrorHandler(void*, const char*, ...) { ++hostErrors; }
 TEST(PresetXmlReaderTest, HostsLibxmlErrorHandlerIsGivenBack) {
     int context = 0;
     xmlSetGenericErrorFunc(&context, hostErrorHandler);
-    TempFolder folder;
-    writeWholeFile(folder.file("encoding.xml"), std::string("<\0?\0x\0\0\xD8" "A\0", 10));
-    EXPECT_FALSE(parseFile(folder.file("encoding.xml")));
+    TempDir folder;
+    writeFile(folder / "encoding.xml", std::string("<\0?\0x\0\0\xD8" "A\0", 10));
+    EXPECT_FALSE(parseFile(folder / "encoding.xml"));
     EXPECT_EQ(hostErrors, 0);
     EXPECT_EQ(xmlGenericError, &hostErrorHandler);
     EXPECT_EQ(xmlGenericErrorContext, &context);
@@ -89,9 +83,9 @@ TEST(PresetXmlReaderTest, HostsLibxmlErrorHandlerIsGivenBack) {
 }
 
 TEST(PresetXmlReaderTest, OddElementsAreIgnoredWithoutDisturbingTheTree) {
-    StderrCapture capture;
+    ::testing::internal::CaptureStderr();
     RefPtr<PropertyList> root = parseFile(dataPath("odd-elements.xml"));
-    EXPECT_EQ(capture.text(), "");
+    EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
     ASSERT_TRUE(root);  // root version 7 reads the same way
     ASSERT_EQ(root->count(), 3u);
     EXPECT_EQ(root->at(0)->key(), "stray");
