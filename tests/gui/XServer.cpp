@@ -165,6 +165,9 @@ Image HostDisplay::grab(xcb_window_t w, const Rect& r) {
     return img;
 }
 
+// Button and motion events share one layout; only the type and detail differ
+// (button 0 sends a motion).
+static_assert(sizeof(xcb_button_press_event_t) == sizeof(xcb_motion_notify_event_t));
 void HostDisplay::button(xcb_window_t w, int x, int y, int b, bool press, uint16_t state) {
     const Point root = rootPosition(w);
     xcb_button_press_event_t e{};
@@ -179,25 +182,12 @@ void HostDisplay::button(xcb_window_t w, int x, int y, int b, bool press, uint16
     e.event_y = static_cast<int16_t>(y);
     e.state = state;
     e.same_screen = 1;
+    if (b == 0) e.response_type = XCB_MOTION_NOTIFY;
     xcb_send_event(c_, 0, w, XCB_EVENT_MASK_NO_EVENT, reinterpret_cast<const char*>(&e));
     sync();
 }
 
-void HostDisplay::motion(xcb_window_t w, int x, int y, uint16_t state) {
-    const Point root = rootPosition(w);
-    xcb_motion_notify_event_t e{};
-    e.response_type = XCB_MOTION_NOTIFY;
-    e.root = screen_->root;
-    e.event = w;
-    e.root_x = static_cast<int16_t>(root.x + x);
-    e.root_y = static_cast<int16_t>(root.y + y);
-    e.event_x = static_cast<int16_t>(x);
-    e.event_y = static_cast<int16_t>(y);
-    e.state = state;
-    e.same_screen = 1;
-    xcb_send_event(c_, 0, w, XCB_EVENT_MASK_NO_EVENT, reinterpret_cast<const char*>(&e));
-    sync();
-}
+void HostDisplay::motion(xcb_window_t w, int x, int y, uint16_t state) { button(w, x, y, 0, false, state); }
 
 bool HostDisplay::keycodeFor(uint32_t keysym, uint8_t& keycode, uint16_t& state) {
     if (!xkb_x11_setup_xkb_extension(c_, 1, 0, XKB_X11_SETUP_XKB_EXTENSION_NO_FLAGS, nullptr,

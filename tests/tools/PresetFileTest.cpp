@@ -10,6 +10,7 @@
 #include <optional>
 
 using namespace render;
+using rendertest::ConfigHomeGuard;
 using rendertest::TempDir;
 
 namespace {
@@ -36,33 +37,12 @@ std::map<int, float> valuesOf(const std::string& values, int parameterCount = 24
     return result;
 }
 
-class EnvironmentGuard {
-public:
-    EnvironmentGuard() {
-        for (const char* name : {"XDG_CONFIG_HOME", "HOME"}) {
-            const char* value = std::getenv(name);
-            saved_.emplace_back(name, value ? std::optional<std::string>(value) : std::nullopt);
-        }
-    }
-    ~EnvironmentGuard() {
-        for (auto& [name, value] : saved_) {
-            if (value)
-                ::setenv(name.c_str(), value->c_str(), 1);
-            else
-                ::unsetenv(name.c_str());
-        }
-    }
-
-private:
-    std::vector<std::pair<std::string, std::optional<std::string>>> saved_;
-};
 
 }  // namespace
 
 TEST(PresetFileTest, LibraryListsFactoryThenUserPresetsByFullNameAndNeverWrites) {
-    EnvironmentGuard guard;
     TempDir dir;
-    ::setenv("XDG_CONFIG_HOME", dir.path().c_str(), 1);
+    ConfigHomeGuard guard(dir.path());
     const std::string userFile = dir.file("brelmo.varitap.presets.xml");
     EXPECT_EQ(userPresetsPath(), userFile);
     EXPECT_EQ(factoryPresetsPath(""), "");

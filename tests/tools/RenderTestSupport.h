@@ -8,8 +8,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -32,23 +35,35 @@ public:
         char pattern[] = "/tmp/varitap-render-test-XXXXXX";
         path_ = ::mkdtemp(pattern);
     }
-    ~TempDir() { std::system(("rm -rf '" + path_ + "'").c_str()); }
+    ~TempDir() {
+        std::error_code ec;
+        std::filesystem::remove_all(path_, ec);
+    }
     const std::string& path() const { return path_; }
     std::string file(const std::string& name) const { return path_ + "/" + name; }
-    // Names in the folder, hidden ones included (temporary files start with '.').
+    // Sorted names in the folder, hidden ones included (temporary files start with '.').
     std::vector<std::string> entries() const {
         std::vector<std::string> names;
-        std::string listing = path_ + "/.listing";
-        std::system(("ls -A '" + path_ + "' > '" + listing + "'").c_str());
-        std::istringstream lines(readText(listing));
-        for (std::string line; std::getline(lines, line);)
-            if (line != ".listing") names.push_back(line);
-        ::unlink(listing.c_str());
+        for (const auto& e : std::filesystem::directory_iterator(path_)) names.push_back(e.path().filename());
+        std::sort(names.begin(), names.end());
         return names;
     }
 
 private:
     std::string path_;
+};
+
+// Sets XDG_CONFIG_HOME for the test and restores it at the end. XDG_CONFIG_HOME when the test ends.
+class ConfigHomeGuard {
+public:
+    explicit ConfigHomeGuard(const std::string& path) {
+        if (const char* value = std::getenv("XDG_CONFIG_HOME")) saved_ = value;
+        ::setenv("XDG_CONFIG_HOME", path.c_str(), 1);
+    }
+    ~ConfigHomeGuard() { saved_ ? ::setenv("XDG_CONFIG_HOME", saved_->c_str(), 1) : ::unsetenv("XDG_CONFIG_HOME"); }
+
+private:
+    std::optional<std::string> saved_;
 };
 
 struct RunResult {

@@ -74,7 +74,7 @@ TEST_F(RenderToolTest, BadInputGetsOneLineAndLeavesNoOutput) {
     }
 }
 
-TEST_F(RenderToolTest, EchoesLandOnTheSampleAndTheTailIsKept) {
+TEST_F(RenderToolTest, EchoesLandOnTheSampleWithTempoRateAndTail) {
     RunResult result = run({"in.wav", "-o", "out.wav", "--set", "Delay=0.25", "--set", "0=0.75",
                             "--tail", "0.1", "--block", "100"});
     ASSERT_EQ(result.status, 0) << result.err;
@@ -96,15 +96,13 @@ TEST_F(RenderToolTest, EchoesLandOnTheSampleAndTheTailIsKept) {
     ASSERT_EQ(out.channels, 2);  // mono in, both outputs
     EXPECT_EQ(out.frames(), 4410 + 2 * 44100);
     for (int c = 0; c < 2; ++c) EXPECT_EQ(peaks(out, c, 0.5f), std::vector<long>{4560});
-}
 
-TEST_F(RenderToolTest, TempoAndTheFilesSampleRateReachThePlugIn) {
-    // One beat at 100 BPM and 22050 Hz is 13230 samples.
+    // The tempo and the file's rate reach the plug-in: one beat at 100 BPM and 22050 Hz is 13230 samples.
     ASSERT_TRUE(writeAudio(dir.file("slow.wav"), impulses(2, 22050, 20000, {{100, 1.0f}})));
-    RunResult result = run({"slow.wav", "-o", "slow.out.wav", "--set", "Sync=1", "--tempo", "100",
+    result = run({"slow.wav", "-o", "slow.out.wav", "--set", "Sync=1", "--tempo", "100",
                             "--tail", "0"});
     ASSERT_EQ(result.status, 0) << result.err;
-    Audio out = readAudio(dir.file("slow.out.wav"));
+    out = readAudio(dir.file("slow.out.wav"));
     EXPECT_EQ(out.rate, 22050);
     EXPECT_EQ(peaks(out, 0, 0.5f), std::vector<long>{13330});
     EXPECT_EQ(peaks(out, 1, 0.5f), std::vector<long>{13330});

@@ -23,18 +23,6 @@ class VaritapRenderTest : public ::testing::Test {
 protected:
     void SetUp() override {
         if (!varitapBuilt()) GTEST_SKIP() << "Varitap bundle not built";
-        // Varitap saves the user presets file when an instance closes: keep
-        // the in-process instances away from the real one.
-        const char* config = std::getenv("XDG_CONFIG_HOME");
-        if (config) savedConfig_ = config;
-        hadConfig_ = config != nullptr;
-        ::setenv("XDG_CONFIG_HOME", dir.path().c_str(), 1);
-    }
-    void TearDown() override {
-        if (hadConfig_)
-            ::setenv("XDG_CONFIG_HOME", savedConfig_.c_str(), 1);
-        else
-            ::unsetenv("XDG_CONFIG_HOME");
     }
     RunResult run(std::vector<std::string> args) {
         args.insert(args.begin(), {"--plugin", kBundle});
@@ -52,8 +40,9 @@ protected:
         return found;
     }
     TempDir dir;
-    std::string savedConfig_;
-    bool hadConfig_ = false;
+    // Varitap saves the user presets file when an instance closes: keep the
+    // in-process instances away from the real one.
+    ConfigHomeGuard config{dir.path()};
 };
 
 }  // namespace
