@@ -35,6 +35,7 @@ TEST(OptionMenuTest, EntriesParseMarkersAndRespectLimits) {
         EXPECT_EQ(menu->entryFlags(i), entries[i].flags) << i;
     }
     EXPECT_EQ(menu->entry(6), nullptr);
+    EXPECT_FALSE(menu->addEntry(nullptr));
     EXPECT_EQ(menu->entry(-1), nullptr);
 
     EXPECT_TRUE(menu->addEntry("first", 0));
