@@ -37,39 +37,26 @@ std::string millisecondsText(float samples, int d, float rate) {
 
 // Every example text, checked under whatever locale the process runs in.
 void expectEveryExample() {
-    // Eight characters of digits, point and sign; digits are truncated.
-    EXPECT_EQ(floatText(0.5f), "0.500000");
-    EXPECT_EQ(floatText(12.25f), "12.25000");
-    EXPECT_EQ(floatText(-3.0f), "-3.00000");
-    EXPECT_EQ(floatText(-0.5f), "-0.50000");
-    EXPECT_EQ(floatText(0.0f), "0.000000");
-    EXPECT_EQ(floatText(-0.0f), "0.000000");
-    EXPECT_EQ(floatText(1e-9f), "0.000000");
-    EXPECT_EQ(floatText(100.125f), "100.1250");
-    EXPECT_EQ(floatText(0.7f), "0.699999");  // 0.69999998807...: no rounding up
-    EXPECT_EQ(floatText(1234567.0f), "1234567.");
-    EXPECT_EQ(floatText(12345678.0f), "2345678.");  // the digit limit drops the leading digit
-    EXPECT_EQ(floatText(99999992.0f), "9999992.");  // the largest float below the limit
-    EXPECT_EQ(floatText(-9999999.0f), "-999999.");
-    // Out of range: the text is left as it was.
-    EXPECT_EQ(floatText(123456789.0f), kUntouched);
-    EXPECT_EQ(floatText(100000000.0f), kUntouched);
-    EXPECT_EQ(floatText(-10000000.0f), kUntouched);
-    EXPECT_EQ(floatText(std::numeric_limits<float>::infinity()), kUntouched);
-    EXPECT_EQ(floatText(-std::numeric_limits<float>::infinity()), kUntouched);
-    EXPECT_EQ(floatText(std::numeric_limits<float>::quiet_NaN()), kUntouched);
+    // Eight characters of digits, point and sign; digits are truncated (0.7f
+    // is 0.69999998807...); the digit limit drops a leading digit; out of
+    // range the text is left as it was.
+    const float inf = std::numeric_limits<float>::infinity();
+    const std::pair<float, const char*> floats[] = {
+        {0.5f, "0.500000"},       {12.25f, "12.25000"},      {-3.0f, "-3.00000"},      {-0.5f, "-0.50000"},
+        {0.0f, "0.000000"},       {-0.0f, "0.000000"},       {1e-9f, "0.000000"},      {100.125f, "100.1250"},
+        {0.7f, "0.699999"},       {1234567.0f, "1234567."},  {12345678.0f, "2345678."}, {99999992.0f, "9999992."},
+        {-9999999.0f, "-999999."}, {123456789.0f, kUntouched}, {100000000.0f, kUntouched}, {-10000000.0f, kUntouched},
+        {inf, kUntouched},        {-inf, kUntouched},        {std::nanf(""), kUntouched},
+    };
+    for (const auto& [value, text] : floats) EXPECT_EQ(floatText(value), text) << value;
 
     // "%7d" cut to eight characters, "Huge!" from 100000000 up.
-    EXPECT_EQ(longText(0), "      0");
-    EXPECT_EQ(longText(22), "     22");
-    EXPECT_EQ(longText(-5), "     -5");
-    EXPECT_EQ(longText(1234567), "1234567");
-    EXPECT_EQ(longText(99999999), "99999999");
-    EXPECT_EQ(longText(-1234567), "-1234567");
-    EXPECT_EQ(longText(-12345678), "-1234567");
-    EXPECT_EQ(longText(LONG_MIN), "-9223372");
-    EXPECT_EQ(longText(100000000), "Huge!");
-    EXPECT_EQ(longText(LONG_MAX), "Huge!");
+    const std::pair<long, const char*> longs[] = {
+        {0, "      0"},         {22, "     22"},         {-5, "     -5"},         {1234567, "1234567"},
+        {99999999, "99999999"}, {-1234567, "-1234567"}, {-12345678, "-1234567"}, {LONG_MIN, "-9223372"},
+        {100000000, "Huge!"},   {LONG_MAX, "Huge!"},
+    };
+    for (const auto& [value, text] : longs) EXPECT_EQ(longText(value), text) << value;
 
     // The cut after maxDecimals digits; below 1 nothing is cut.
     EXPECT_EQ(decimalsText(0.25f, -1), "0.250000");
@@ -89,7 +76,7 @@ void expectEveryExample() {
 
     EXPECT_EQ(decibelsText(0.0f, 2), "-oo");
     EXPECT_EQ(decibelsText(-1.0f, 2), "-oo");
-    EXPECT_EQ(decibelsText(std::numeric_limits<float>::quiet_NaN(), 2), "-oo");
+    EXPECT_EQ(decibelsText(std::nanf(""), 2), "-oo");
     EXPECT_EQ(decibelsText(1.0f, -1), "0.000000");
     EXPECT_EQ(decibelsText(0.5f, 2), "-6.02");
     EXPECT_EQ(decibelsText(2.0f, 2), "6.02");

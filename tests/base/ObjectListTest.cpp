@@ -2,17 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include "TestSupport.h"
+
 namespace varitap {
 namespace {
 
-class Tracked : public RefObject {
-public:
-    explicit Tracked(int* destroyed) : destroyed_(destroyed) {}
-    ~Tracked() override { ++*destroyed_; }
-
-private:
-    int* destroyed_;
-};
+using test::Tracked;
 
 // A list that is also counted when it dies, to see nested lists go.
 class TrackedList : public ObjectList {
@@ -58,25 +53,21 @@ TEST(ObjectListTest, HoldsOneReferencePerEntryAndRemovesOnlyTheFirst) {
     EXPECT_EQ(destroyed, 0);
 }
 
+// The usual hand-over: create, append, release at once.
+template <typename T>
+T* handOver(ObjectList* list, T* object) {
+    list->append(object);
+    object->release();
+    return object;
+}
+
 TEST(ObjectListTest, TheListGivenSoleOwnershipDestroysItsElementsRecursively) {
     int destroyed = 0;
     {
         auto outer = makeRef<TrackedList>(&destroyed);
-        // The usual hand-over: create, append, release at once.
-        auto* inner = new TrackedList(&destroyed);
-        for (int i = 0; i < 3; ++i) {
-            auto* leaf = new Tracked(&destroyed);
-            inner->append(leaf);
-            leaf->release();
-        }
-        auto* deeper = new TrackedList(&destroyed);
-        auto* deepLeaf = new Tracked(&destroyed);
-        deeper->append(deepLeaf);
-        deepLeaf->release();
-        inner->append(deeper);
-        deeper->release();
-        outer->append(inner);
-        inner->release();
+        TrackedList* inner = handOver(outer.get(), new TrackedList(&destroyed));
+        for (int i = 0; i < 3; ++i) handOver(inner, new Tracked(&destroyed));
+        handOver(handOver(inner, new TrackedList(&destroyed)), new Tracked(&destroyed));
         EXPECT_EQ(destroyed, 0);
     }
     // outer, inner, deeper and four leaves.
@@ -133,13 +124,9 @@ private:
 TEST(ObjectListTest, AnElementDyingInRemoveAllSeesAnEmptyList) {
     auto list = makeRef<ObjectList>();
     uint32_t seen = 99;
-    auto* watcher = new Watcher(list.get(), &seen);
     int destroyed = 0;
-    auto* other = new Tracked(&destroyed);
-    list->append(watcher);
-    list->append(other);
-    watcher->release();
-    other->release();
+    handOver(list.get(), new Watcher(list.get(), &seen));
+    handOver(list.get(), new Tracked(&destroyed));
     list->removeAll();
     EXPECT_EQ(seen, 0u);
     EXPECT_EQ(destroyed, 1);

@@ -5,34 +5,12 @@
 #include "modulation/ScratchPool.h"
 #include "persistence/Preferences.h"
 #include "persistence/SystemInfo.h"
+#include "TestSupport.h"
 
 namespace varitap {
 namespace {
 
-// Counts destructions so that tests can see exactly when an object dies.
-class Tracked : public RefObject {
-public:
-    explicit Tracked(int* destroyed) : destroyed_(destroyed) {}
-    ~Tracked() override { ++*destroyed_; }
-
-private:
-    int* destroyed_;
-};
-
-TEST(RefObjectTest, CountsFromOneAndDiesOnTheLastRelease) {
-    int destroyed = 0;
-    auto* object = new Tracked(&destroyed);
-    EXPECT_EQ(object->retainCount(), 1);
-    object->retain();
-    object->retain();
-    EXPECT_EQ(object->retainCount(), 3);
-    object->release();
-    object->release();
-    EXPECT_EQ(destroyed, 0);
-    EXPECT_EQ(object->retainCount(), 1);
-    object->release();
-    EXPECT_EQ(destroyed, 1);
-}
+using test::Tracked;
 
 TEST(RefPtrTest, StoringTakesAReferenceAndAdoptTakesOverTheCreatorsOne) {
     int destroyed = 0;
@@ -80,33 +58,29 @@ public:
     static inline int destroyed = 0;
 };
 
+// Two holders share one object; the last release destroys it and clears the
+// shared pointer.
+template <typename T>
+void expectSharedPattern() {
+    T* first = T::acquire();
+    T* second = T::acquire();
+    EXPECT_EQ(first, second);
+    EXPECT_EQ(first->retainCount(), 2);
+    second->release();
+    EXPECT_EQ(T::current(), first);
+    first->release();
+    EXPECT_EQ(T::current(), nullptr);
+}
+
 TEST(SharedObjectTest, FirstCreatesLaterRetainLastReleaseDestroysAndClears) {
     EXPECT_EQ(Singleton::current(), nullptr);
-    const int createdBefore = Singleton::created;
-    const int destroyedBefore = Singleton::destroyed;
-    Singleton* first = Singleton::acquire();
-    Singleton* second = Singleton::acquire();
-    Singleton* third = Singleton::acquire();
-    EXPECT_EQ(first, second);
-    EXPECT_EQ(first, third);
-    EXPECT_EQ(Singleton::created, createdBefore + 1);
-    EXPECT_EQ(first->retainCount(), 3);
-    EXPECT_EQ(Singleton::current(), first);
-
-    third->release();
-    second->release();
-    EXPECT_EQ(Singleton::destroyed, destroyedBefore);
-    EXPECT_EQ(Singleton::current(), first);
-    first->release();
-    EXPECT_EQ(Singleton::destroyed, destroyedBefore + 1);
-    EXPECT_EQ(Singleton::current(), nullptr);
-
+    const int created = Singleton::created, destroyed = Singleton::destroyed;
+    expectSharedPattern<Singleton>();
+    EXPECT_EQ(Singleton::created, created + 1);
+    EXPECT_EQ(Singleton::destroyed, destroyed + 1);
     // After the last release the next holder starts afresh.
-    Singleton* again = Singleton::acquire();
-    EXPECT_EQ(Singleton::created, createdBefore + 2);
-    EXPECT_EQ(Singleton::current(), again);
-    again->release();
-    EXPECT_EQ(Singleton::current(), nullptr);
+    expectSharedPattern<Singleton>();
+    EXPECT_EQ(Singleton::created, created + 2);
 }
 
 TEST(SharedObjectTest, ASecondObjectMadeDirectlyDoesNotClearTheSharedOne) {
@@ -119,27 +93,9 @@ TEST(SharedObjectTest, ASecondObjectMadeDirectlyDoesNotClearTheSharedOne) {
 }
 
 TEST(SharedObjectTest, TheProcessWideServicesFollowThePattern) {
-    ScratchPool* pool = ScratchPool::acquire();
-    Preferences* preferences = Preferences::acquire();
-    SystemInfo* info = SystemInfo::acquire();
-    EXPECT_EQ(ScratchPool::acquire(), pool);
-    EXPECT_EQ(Preferences::acquire(), preferences);
-    EXPECT_EQ(SystemInfo::acquire(), info);
-    EXPECT_EQ(pool->retainCount(), 2);
-
-    for (RefObject* object : {static_cast<RefObject*>(pool), static_cast<RefObject*>(preferences),
-                              static_cast<RefObject*>(info)})
-        object->release();
-    EXPECT_EQ(ScratchPool::current(), pool);
-    EXPECT_EQ(Preferences::current(), preferences);
-    EXPECT_EQ(SystemInfo::current(), info);
-
-    pool->release();
-    preferences->release();
-    info->release();
-    EXPECT_EQ(ScratchPool::current(), nullptr);
-    EXPECT_EQ(Preferences::current(), nullptr);
-    EXPECT_EQ(SystemInfo::current(), nullptr);
+    expectSharedPattern<ScratchPool>();
+    expectSharedPattern<Preferences>();
+    expectSharedPattern<SystemInfo>();
 }
 
 }  // namespace

@@ -11,7 +11,19 @@
 #include <sstream>
 #include <string>
 
+#include "persistence/RefObject.h"
+
 namespace varitap::test {
+
+// Counts destructions so that tests can see exactly when an object dies.
+class Tracked : public RefObject {
+public:
+    explicit Tracked(int* destroyed) : destroyed_(destroyed) {}
+    ~Tracked() override { ++*destroyed_; }
+
+private:
+    int* destroyed_;
+};
 
 class TempDir {
 public:
