@@ -44,20 +44,6 @@ protected:
     TempDir config_;
 };
 
-TEST_F(PreferencesTest, FirstRunGivesEveryDefaultAndWritesNothing) {
-    Preferences preferences;
-    EXPECT_EQ(preferences.path(), file());
-    long number = 123;
-    EXPECT_FALSE(preferences.getNumber(kOptionDelayTimeResample, &number, 0));
-    EXPECT_EQ(number, 0);
-    EXPECT_FALSE(preferences.getNumber(kOptionSmoothFactor, &number, 10000));
-    EXPECT_EQ(number, 10000);
-    char name[1024] = "garbage";
-    EXPECT_FALSE(preferences.getString(kOptionBackgroundBitmap, name, sizeof(name), "default.png"));
-    EXPECT_STREQ(name, "default.png");
-    EXPECT_FALSE(fileExists(file()));  // reading never creates the file
-}
-
 TEST_F(PreferencesTest, NumbersAndStringsRoundTripThroughTheKeyFile) {
     Preferences preferences;
     preferences.setNumber(kOptionDelayTimeInSamples, 1);
@@ -87,8 +73,12 @@ TEST_F(PreferencesTest, NumbersAndStringsRoundTripThroughTheKeyFile) {
     EXPECT_STREQ(text, "1");
 }
 
-TEST_F(PreferencesTest, GetStringBufferRules) {
+TEST_F(PreferencesTest, DefaultsAndGetStringBufferRules) {
     Preferences preferences;
+    EXPECT_EQ(preferences.path(), file());
+    long number = 123;
+    EXPECT_FALSE(preferences.getNumber(kOptionSmoothFactor, &number, 10000));
+    EXPECT_EQ(number, 10000);
     // A default that does not fit is copied cut, with no terminator, and
     // nothing beyond size is touched.
     char small[8];
@@ -100,6 +90,7 @@ TEST_F(PreferencesTest, GetStringBufferRules) {
     char keep[16] = "unchanged";
     EXPECT_FALSE(preferences.getString(kOptionBackgroundBitmap, keep, sizeof(keep), nullptr));
     EXPECT_STREQ(keep, "unchanged");
+    EXPECT_FALSE(fileExists(file()));  // reading never creates the file
 
     // A value fits when it fits with its terminator.
     preferences.setString(kOptionBackgroundBitmap, "1234567");
