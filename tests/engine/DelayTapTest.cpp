@@ -3,20 +3,18 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstring>
 #include <cstdlib>
 #include <string>
 #include <vector>
 
-#include "FakeEngineHost.h"
-#include "engine/NoteValueTable.h"
+#include "EngineFixture.h"
 #include "modulation/ScratchPool.h"
 #include "persistence/Preferences.h"
 
 namespace varitap {
 namespace {
 
-using test::ScalarScope;
+using test::display;
 
 class DelayTapTest : public testing::TestWithParam<bool> {
 protected:
@@ -33,12 +31,17 @@ protected:
         }
         return output;
     }
+    static std::vector<float> ramp(size_t n) {
+        std::vector<float> x(n);
+        for (size_t i = 0; i < n; ++i) x[i] = float(i + 1);
+        return x;
+    }
 
     ScratchPool* pool_ = nullptr;
+    test::ScalarScope scalar_{GetParam()};
 };
 
 TEST_P(DelayTapTest, EchoesAtTheDelayWithFeedbackRepeats) {
-    ScalarScope scalar(GetParam());
     DelayTap tap(1000);
     tap.setDelaySamples(100);
     tap.setFeedback(0.5f);  // volume stays at its 0.5 default: no ramp
@@ -46,73 +49,59 @@ TEST_P(DelayTapTest, EchoesAtTheDelayWithFeedbackRepeats) {
     input[3] = 1.0f;
     const std::vector<float> output = run(tap, input, 128);
     for (size_t i = 0; i < output.size(); ++i) {
-        if (i >= 103 && (i - 3) % 100 == 0) {
-            // 0.5, 0.25, 0.125, ...: volume times feedback to the (k - 1)th.
-            const int k = int((i - 3) / 100);
+        // 0.5, 0.25, 0.125, ...: volume times feedback to the (k - 1)th.
+        const int k = int((i - 3) / 100);
+        if (i >= 103 && (i - 3) % 100 == 0)
             EXPECT_FLOAT_EQ(output[i], 0.5f * std::pow(0.5f, float(k - 1))) << i;
-        } else {
+        else
             EXPECT_EQ(output[i], 0.0f) << i;
-        }
     }
 }
 
 TEST_P(DelayTapTest, VolumeRampsOverExactlyOneBlock) {
-    ScalarScope scalar(GetParam());
     DelayTap tap(100);
     tap.setDelaySamples(1);
     tap.setFeedback(0.0f);
     std::vector<float> ones(512, 1.0f), output(512, 0.0f);
     tap.process(ones.data(), output.data(), 512, 1.0f, false, 0.0);
     tap.setVolume(1.0f);
-    std::fill(output.begin(), output.end(), 0.0f);
-    tap.process(ones.data(), output.data(), 512, 1.0f, false, 0.0);
-    const float step = 0.5f / 512.0f;
-    for (int i = 0; i < 512; ++i) EXPECT_NEAR(output[i], 0.5f + step * float(i), 2e-6f) << i;
-    EXPECT_EQ(tap.appliedVolume(), 1.0f);
-    // The next block holds the new volume.
-    std::fill(output.begin(), output.end(), 0.0f);
-    tap.process(ones.data(), output.data(), 512, 1.0f, false, 0.0);
-    for (int i = 0; i < 512; ++i) ASSERT_EQ(output[i], 1.0f);
+    for (int block = 0; block < 2; ++block) {
+        // The ramp, then the next block holds the new volume.
+        std::fill(output.begin(), output.end(), 0.0f);
+        tap.process(ones.data(), output.data(), 512, 1.0f, false, 0.0);
+        for (int i = 0; i < 512; ++i)
+            ASSERT_NEAR(output[i], block ? 1.0f : 0.5f + 0.5f / 512.0f * float(i), block ? 0.0f : 2e-6f) << i;
+        EXPECT_EQ(tap.appliedVolume(), 1.0f);
+    }
 }
 
 TEST_P(DelayTapTest, SynchronisedLengthsFollowTheNoteTable) {
-    ScalarScope scalar(GetParam());
     DelayTap tap(44100);
     tap.setDelaySamples(56000);
     tap.setSync(true);
     const float samplesPerBeat = DelayEngine::samplesPerBeatFor(120.0, 44100.0f);
     EXPECT_EQ(samplesPerBeat, 22050.0f);
-
-    tap.setParameter(kTapDelay, 0.55f);  // row 13, "1/4"
-    EXPECT_EQ(tap.syncedLength(samplesPerBeat), 22050u);
-    char text[64] = {};
-    tap.getParameterDisplay(kTapDelay, text);
-    EXPECT_STREQ(text, "1/4");
-    tap.getParameterLabel(kTapDelay, text);
-    EXPECT_STREQ(text, "Tempo");
-
-    tap.setParameter(kTapDelay, 11.5f / 24.0f);  // "1/8D", 16537.5 truncated
-    EXPECT_EQ(tap.syncedLength(samplesPerBeat), 16537u);
-    tap.setParameter(kTapDelay, 0.0f);  // "1/256"
-    tap.getParameterDisplay(kTapDelay, text);
-    EXPECT_STREQ(text, "1/256");
-    // Without time information a beat is one sample.
-    EXPECT_EQ(tap.syncedLength(1.0f), 0u);
-    tap.setParameter(kTapDelay, 0.55f);
-    EXPECT_EQ(tap.syncedLength(1.0f), 1u);
+    // {parameter, samples per beat, length}: "1/4", "1/8D" (16537.5
+    // truncated), "1/256"; without time information a beat is one sample.
+    const struct { float value, perBeat; uint32_t length; } rows[] = {
+        {0.55f, samplesPerBeat, 22050u}, {11.5f / 24.0f, samplesPerBeat, 16537u},
+        {0.0f, 1.0f, 0u}, {0.55f, 1.0f, 1u}, {1.0f, samplesPerBeat, 352800u}};
+    for (const auto& row : rows) {
+        tap.setParameter(kTapDelay, row.value);
+        EXPECT_EQ(tap.syncedLength(row.perBeat), row.length) << row.value;
+    }
 
     // The echo of a "1/4" lands exactly one beat later.
+    tap.setParameter(kTapDelay, 0.55f);
     tap.setFeedback(0.0f);
     std::vector<float> input(22050 + 600, 0.0f);
     input[7] = 1.0f;
     const std::vector<float> output = run(tap, input, 512, samplesPerBeat);
-    for (size_t i = 0; i < output.size(); ++i)
-        ASSERT_EQ(output[i], i == 22057 ? 0.5f : 0.0f) << i;
+    for (size_t i = 0; i < output.size(); ++i) ASSERT_EQ(output[i], i == 22057 ? 0.5f : 0.0f) << i;
 
-    // "4" at 120 BPM is 352800 samples: the line grows to it and keeps that
-    // size for shorter lengths afterwards.
+    // "4" at 120 BPM grows the line to 352800 samples, which it keeps for
+    // shorter lengths afterwards.
     tap.setParameter(kTapDelay, 1.0f);
-    EXPECT_EQ(tap.syncedLength(samplesPerBeat), 352800u);
     std::vector<float> block(256, 0.25f), out(256, 0.0f);
     tap.process(block.data(), out.data(), 256, samplesPerBeat, false, 0.0);
     EXPECT_EQ(tap.getBufferSize(), 352800u);
@@ -122,7 +111,6 @@ TEST_P(DelayTapTest, SynchronisedLengthsFollowTheNoteTable) {
 }
 
 TEST_P(DelayTapTest, HeadAlignsToTheSongPosition) {
-    ScalarScope scalar(GetParam());
     DelayTap a(44100), b(44100);
     for (DelayTap* tap : {&a, &b}) {
         tap->setDelaySamples(56000);
@@ -158,7 +146,6 @@ TEST_P(DelayTapTest, HeadAlignsToTheSongPosition) {
 }
 
 TEST_P(DelayTapTest, GrownLineIsSilenceAndGuardSamplesExist) {
-    ScalarScope scalar(GetParam());
     DelayTap tap(100);
     tap.setDelaySamples(100);
     tap.setFeedback(0.0f);
@@ -167,8 +154,7 @@ TEST_P(DelayTapTest, GrownLineIsSilenceAndGuardSamplesExist) {
     tap.setDelaySamples(300);
     ASSERT_EQ(tap.getBufferSize(), 300u);
     ASSERT_NE(tap.line(), nullptr);
-    for (uint32_t i = 0; i < 100; ++i) ASSERT_EQ(tap.line()[i], 0.75f);
-    for (uint32_t i = 100; i < 300 + DelayTap::kGuardSamples; ++i) ASSERT_EQ(tap.line()[i], 0.0f) << i;
+    for (uint32_t i = 0; i < 300 + DelayTap::kGuardSamples; ++i) ASSERT_EQ(tap.line()[i], i < 100 ? 0.75f : 0.0f) << i;
     // Shrinking keeps the start; a length above the new size refuses it.
     tap.setBufferSize(200);
     EXPECT_EQ(tap.getBufferSize(), 300u);
@@ -179,7 +165,6 @@ TEST_P(DelayTapTest, GrownLineIsSilenceAndGuardSamplesExist) {
 }
 
 TEST_P(DelayTapTest, WithoutALineTheInputPassesUndelayed) {
-    ScalarScope scalar(GetParam());
     DelayTap tap(1000);
     tap.setDelaySamples(1000);
     tap.setSync(true);
@@ -196,7 +181,6 @@ TEST_P(DelayTapTest, WithoutALineTheInputPassesUndelayed) {
 }
 
 TEST_P(DelayTapTest, ResampleStretchesTheStoredSignalWhenTheLengthDoubles) {
-    ScalarScope scalar(GetParam());
     for (bool resample : {true, false}) {
         DelayTap tap(1000);
         tap.setDelaySamples(1000);
@@ -205,9 +189,7 @@ TEST_P(DelayTapTest, ResampleStretchesTheStoredSignalWhenTheLengthDoubles) {
         tap.setResample(resample);
         // Write 1..1200: in playback order from the head the line holds
         // 201..1200.
-        std::vector<float> ramp(1200);
-        for (size_t i = 0; i < ramp.size(); ++i) ramp[i] = float(i + 1);
-        run(tap, ramp, 400);
+        run(tap, ramp(1200), 400);
         ASSERT_EQ(tap.position(), 200u);
         EXPECT_EQ(tap.previousLength(), resample ? 1000u : 0u);
 
@@ -215,20 +197,18 @@ TEST_P(DelayTapTest, ResampleStretchesTheStoredSignalWhenTheLengthDoubles) {
         const std::vector<float> output = run(tap, std::vector<float>(2000, 0.0f), 400);
         EXPECT_EQ(output[0], 201.0f);
         if (resample) {
-            // The old second is played over two: every value about twice, in
-            // order, reaching the middle of the old signal halfway.
             // The 800 samples ahead of the head (201..1000) are played over
-            // 1600, every value about twice, in order; the stretch reaches the
-            // middle of them halfway. Behind them the grown part is silence
-            // until the head wraps onto the rest (1001..1200).
+            // 1600, every value about twice, in order, reaching the middle
+            // halfway. Behind them the grown part is silence until the head
+            // wraps onto the rest (1001..1200).
             for (size_t i = 1; i < 1600; ++i) ASSERT_GE(output[i], output[i - 1]) << i;
             for (size_t i = 2; i < 1600; ++i) ASSERT_LE(output[i] - output[i - 2], 2.0f) << i;
+            EXPECT_EQ(output[1], 201.0f);
             EXPECT_NEAR(output[800], 600.0f, 4.0f);
             EXPECT_NEAR(output[1599], 1000.0f, 4.0f);
             EXPECT_EQ(output[1700], 0.0f);
             EXPECT_EQ(output[1800], 1001.0f);
             EXPECT_EQ(output[1999], 1200.0f);
-            EXPECT_EQ(output[1], 201.0f);
             EXPECT_FALSE(tap.isResamplePending());
             EXPECT_EQ(tap.previousLength(), 2000u);
         } else {
@@ -241,23 +221,20 @@ TEST_P(DelayTapTest, ResampleStretchesTheStoredSignalWhenTheLengthDoubles) {
 }
 
 TEST_P(DelayTapTest, ResampleSqueezesTheStoredSignalWhenTheLengthHalves) {
-    ScalarScope scalar(GetParam());
     DelayTap tap(2000);
     tap.setDelaySamples(2000);
     tap.setFeedback(0.0f);
     tap.setVolume(1.0f);
     tap.setResample(true);
-    std::vector<float> ramp(2400);
-    for (size_t i = 0; i < ramp.size(); ++i) ramp[i] = float(i + 1);
-    run(tap, ramp, 300);
+    run(tap, ramp(2400), 300);
     ASSERT_EQ(tap.position(), 400u);
     ASSERT_EQ(tap.previousLength(), 2000u);
     tap.setDelaySamples(1000);
     // Blocks that end before the line does (the stretch ends once a block
-    // crosses the end of the line).
+    // crosses the end of the line). Ahead of the head, 1200 stored samples
+    // are played in 600: every other one, in order; then the head wraps onto
+    // the newest samples.
     const std::vector<float> output = run(tap, std::vector<float>(1000, 0.0f), 256);
-    // Ahead of the head, 1200 stored samples are played in 600: every other
-    // one, in order; then the head wraps onto the newest samples.
     EXPECT_EQ(output[0], 401.0f);
     for (size_t i = 1; i < 600; ++i) {
         ASSERT_GT(output[i], output[i - 1]) << i;
@@ -268,43 +245,34 @@ TEST_P(DelayTapTest, ResampleSqueezesTheStoredSignalWhenTheLengthHalves) {
     EXPECT_EQ(output[999], 2400.0f);
 }
 
-TEST_P(DelayTapTest, ParameterTableTexts) {
+// Texts the plug-in tests do not reach, the option for samples, and bad
+// values.
+TEST_P(DelayTapTest, ParameterTexts) {
+    char dir[] = "/tmp/varitap-engine-XXXXXX";
+    ASSERT_NE(mkdtemp(dir), nullptr);
+    setenv("XDG_CONFIG_HOME", dir, 1);
+    Preferences* preferences = Preferences::acquire();
     DelayTap tap(44100);
     tap.setDelaySamples(56000);
-    char text[64];
-    auto display = [&](int index) {
-        std::strcpy(text, "untouched");
-        tap.getParameterDisplay(index, text);
-        return std::string(text);
-    };
-    auto label = [&](int index) {
-        std::strcpy(text, "untouched");
-        tap.getParameterLabel(index, text);
-        return std::string(text);
-    };
-    tap.getParameterName(kTapFeedback, text);
-    EXPECT_STREQ(text, "Feedback");
-
-    EXPECT_EQ(tap.getParameter(kTapDelay), 1.0f);
-    EXPECT_EQ(display(kTapDelay), "1269");  // 1269.8 is six characters
-    EXPECT_EQ(label(kTapDelay), "Samples");
     tap.setParameter(kTapDelay, 0.5f);
     EXPECT_EQ(tap.getDelaySamples(), 28000u);
-    EXPECT_EQ(display(kTapDelay), "634.9");
+    EXPECT_EQ(display(tap, kTapDelay), "634.9");
     tap.setSampleRate(96000.0f);
-    EXPECT_EQ(display(kTapDelay), "291.6");
+    EXPECT_EQ(display(tap, kTapDelay), "291.6");
+    preferences->setNumber(kOptionDelayTimeInSamples, 1);
+    EXPECT_EQ(display(tap, kTapDelay), "  28000");
+    preferences->release();
+    std::remove((std::string(dir) + "/brelmo.varitap.conf").c_str());
+    rmdir(dir);
 
     tap.setParameter(kTapVolume, 1.0f);
-    EXPECT_EQ(display(kTapVolume), "0.000000");
-    EXPECT_EQ(label(kTapVolume), "");
-    tap.setParameter(kTapVolume, 0.0f);
-    EXPECT_EQ(display(kTapVolume), "-oo");
+    EXPECT_EQ(display(tap, kTapVolume), "0.000000");  // decibels
     tap.setParameter(kTapFeedback, 0.25f);
-    EXPECT_EQ(display(kTapFeedback), "0.250000");
-    EXPECT_EQ(display(kTapSync), "Off");
+    EXPECT_EQ(display(tap, kTapFeedback), "0.250000");
+    EXPECT_EQ(display(tap, kTapSync), "Off");
     tap.setParameter(kTapSync, 0.6f);
-    EXPECT_EQ(display(kTapSync), "On");
-    EXPECT_EQ(display(7), "untouched");
+    EXPECT_EQ(display(tap, kTapSync), "On");
+    EXPECT_EQ(display(tap, 7), "untouched");
 
     // Bad values become the nearest sensible ones; "Delay" never grows the
     // line from the parameter.
@@ -317,30 +285,7 @@ TEST_P(DelayTapTest, ParameterTableTexts) {
     EXPECT_EQ(tap.volume(), 1.0f);
 }
 
-TEST_P(DelayTapTest, DelayShownInSamplesWhenTheOptionIsOn) {
-    char dir[] = "/tmp/varitap-engine-XXXXXX";
-    ASSERT_NE(mkdtemp(dir), nullptr);
-    setenv("XDG_CONFIG_HOME", dir, 1);
-    Preferences* preferences = Preferences::acquire();
-    DelayTap tap(44100);
-    tap.setDelaySamples(56000);
-    char text[64] = {};
-    tap.getParameterDisplay(kTapDelay, text);
-    EXPECT_STREQ(text, "1269");  // absent option: milliseconds
-    preferences->setNumber(kOptionDelayTimeInSamples, 1);
-    tap.getParameterDisplay(kTapDelay, text);
-    EXPECT_STREQ(text, "  56000");
-    tap.getParameterLabel(kTapDelay, text);
-    EXPECT_STREQ(text, "Samples");
-    preferences->release();
-    std::remove((std::string(dir) + "/brelmo.varitap.conf").c_str());
-    rmdir(dir);
-}
-
-INSTANTIATE_TEST_SUITE_P(ScalarAndVector, DelayTapTest, testing::Values(true, false),
-                         [](const testing::TestParamInfo<bool>& info) {
-                             return info.param ? "Scalar" : "Vector";
-                         });
+INSTANTIATE_TEST_SUITE_P(ScalarAndVector, DelayTapTest, testing::Values(true, false), test::scalarOrVector);
 
 }  // namespace
 }  // namespace varitap

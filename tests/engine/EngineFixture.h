@@ -1,16 +1,108 @@
-// A DelayEngine on a fake host with host-sized channel buffers.
+// Driving the engine without the VST layer: a fake plug-in instance, host
+// channel buffers and the patches the tests share.
 #pragma once
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <string>
 #include <vector>
 
-#include "FakeEngineHost.h"
 #include "engine/DelayEngine.h"
+#include "engine/EngineHost.h"
+#include "engine/ParameterLayout.h"
+#include "persistence/SystemInfo.h"
 
 namespace varitap::test {
+
+// A plug-in instance stand-in: scripted time information and pin
+// connections, parameters routed to the engine (or kept in `values` without
+// one), writes counted. Allocates nothing after construction.
+class FakeEngineHost : public EngineHost {
+public:
+    FakeEngineHost() {
+        std::fill(std::begin(inputConnected), std::end(inputConnected), true);
+        std::fill(std::begin(outputConnected), std::end(outputConnected), true);
+    }
+
+    const HostTimeInfo* getTimeInfo(int32_t requestFlags) override {
+        lastRequestFlags = requestFlags;
+        return hasTimeInfo ? &timeInfo : nullptr;
+    }
+    bool isInputConnected(int32_t i) override { return i >= 0 && i < kMaxChannels && inputConnected[i]; }
+    bool isOutputConnected(int32_t i) override { return i >= 0 && i < kMaxChannels && outputConnected[i]; }
+    float getSampleRate() const override { return sampleRate; }
+
+    float getParameter(int32_t index) override {
+        if (engine) return engine->getParameter(index);
+        return index >= 0 && index < kParameterCount ? values[index] : 0.0f;
+    }
+    void setParameter(int32_t index, float value) override {
+        ++plainWrites;
+        store(index, value);
+    }
+    void setParameterAutomated(int32_t index, float value) override {
+        ++automatedWrites;
+        store(index, value);
+    }
+    void getParameterName(int32_t index, char* text) override {
+        // Enough of the real naming for the modulator's "Index" display.
+        if (index == kWetDryParameter) std::strcpy(text, "Wet/Dry Mix Volume");
+    }
+
+    void setTime(double tempo, double samplePos, int32_t flags) {
+        hasTimeInfo = true;
+        timeInfo.tempo = tempo;
+        timeInfo.samplePos = samplePos;
+        timeInfo.sampleRate = sampleRate;
+        timeInfo.flags = flags | HostTimeInfo::kTempoValid;
+    }
+
+    DelayEngine* engine = nullptr;
+    HostTimeInfo timeInfo;
+    bool hasTimeInfo = false;
+    float sampleRate = 44100.0f;
+    bool inputConnected[kMaxChannels];
+    bool outputConnected[kMaxChannels];
+    float values[kParameterCount] = {};
+    int32_t lastRequestFlags = 0;
+    int plainWrites = 0;
+    int automatedWrites = 0;
+    int32_t lastIndex = -1;
+    float lastValue = 0.0f;
+
+private:
+    void store(int32_t index, float value) {
+        lastIndex = index;
+        lastValue = value;
+        if (engine)
+            engine->setParameter(index, value);
+        else if (index >= 0 && index < kParameterCount)
+            values[index] = value;
+    }
+};
+
+// Forces the scalar loops for one scope.
+class ScalarScope {
+public:
+    explicit ScalarScope(bool scalar) { forceScalarForTesting(scalar); }
+    ~ScalarScope() { forceScalarForTesting(false); }
+};
+
+// Names the instances of a suite parameterised on "scalar loops forced".
+inline std::string scalarOrVector(const testing::TestParamInfo<bool>& info) {
+    return info.param ? "Scalar" : "Vector";
+}
+
+// A parameter text read through a buffer prefilled with "untouched".
+template <class T>
+std::string display(T& object, int index) {
+    char text[64] = "untouched";
+    object.getParameterDisplay(index, text);
+    return text;
+}
 
 // Host channel arrays. Copies get their own pointers; set() copies samples
 // in, so the pointers handed to the engine stay valid.

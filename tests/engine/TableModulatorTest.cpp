@@ -3,10 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstring>
-#include <string>
 
-#include "FakeEngineHost.h"
+#include "EngineFixture.h"
 
 namespace varitap {
 namespace {
@@ -195,55 +193,15 @@ TEST_F(TableModulatorTest, TableSineAtItsTopReadsTheLastEntry) {
     EXPECT_EQ(value(), 7.0f / 8.0f);
     modulator.process(0.0, 2.0 * d, 1, true, false);
     EXPECT_EQ(value(), 0.0f);
-    // Negative and huge song positions stay inside the table.
+    // Negative and huge song positions stay inside the table; a NaN
+    // "Index" is parameter 0.
     modulator.setType(LfoModulator::kSteps);
     for (double song : {-5.0e9, 3.0e38, 1.0e300, -1.0}) {
         modulator.process(0.0, song, 1, true, false);
         EXPECT_TRUE(std::isfinite(value()));
     }
-}
-
-TEST_F(TableModulatorTest, ParameterRows) {
-    char text[64];
-    auto display = [&](int index) {
-        std::strcpy(text, "untouched");
-        modulator.getParameterDisplay(index, text);
-        return std::string(text);
-    };
-    auto name = [&](int index) {
-        std::strcpy(text, "untouched");
-        modulator.getParameterName(index, text);
-        return std::string(text);
-    };
-    EXPECT_EQ(name(kModulatorType), "Type");
-    EXPECT_EQ(name(kModulatorPower), "Power");
-    EXPECT_EQ(name(14), "untouched");
-    EXPECT_EQ(display(kModulatorType), "untouched");
-    EXPECT_EQ(display(kModulatorTableFirst), "untouched");
-
-    // "Index" carries the parameter number itself and shows its name.
-    modulator.setParameter(kModulatorIndex, 21.7f);
-    EXPECT_EQ(modulator.getParameter(kModulatorIndex), 21.0f);
-    modulator.setParameter(kModulatorIndex, 20.0f);
-    EXPECT_EQ(display(kModulatorIndex), "Wet/Dry Mix Volume");
     modulator.setParameter(kModulatorIndex, std::nanf(""));
     EXPECT_EQ(modulator.getIndex(), 0);
-
-    modulator.setParameter(kModulatorSpeed, 0.55f);
-    EXPECT_EQ(display(kModulatorSpeed), "1/4");
-    modulator.setParameter(kModulatorMin, 0.25f);
-    EXPECT_EQ(display(kModulatorMin), "0.250000");
-
-    // "Power" shows the sync flag: "Off" while powered but free, "On" while
-    // synchronised whatever the power.
-    modulator.setParameter(kModulatorSync, 0.4f);
-    modulator.setParameter(kModulatorPower, 1.0f);
-    EXPECT_EQ(display(kModulatorSync), "No");
-    EXPECT_EQ(display(kModulatorPower), "Off");
-    modulator.setParameter(kModulatorSync, 1.0f);
-    modulator.setParameter(kModulatorPower, 0.0f);
-    EXPECT_EQ(modulator.getParameter(kModulatorPower), 0.0f);
-    EXPECT_EQ(display(kModulatorPower), "On");
 }
 
 }  // namespace

@@ -37,10 +37,18 @@ TEST(TapFilterTest, CornerFrequenciesAndCoefficients) {
     EXPECT_DOUBLE_EQ(TapFilter::cornerFrequency(TapFilter::kOff, 1.0), 88140.0);
     EXPECT_DOUBLE_EQ(TapFilter::cornerFrequency(9, 0.0), 40.0);
 
+    // Coefficients exist from construction: "Notch" at cutoff 0 (20 Hz),
+    // resonance 0.
     TapFilter filter(44100.0f);
+    EXPECT_EQ(filter.type(), TapFilter::kNotch);
+    TapFilter::Coefficients c = filter.coefficients();
+    EXPECT_DOUBLE_EQ(c.frequency, 2.0 * std::sin(kPi * 20.0 / 88200.0));
+    EXPECT_DOUBLE_EQ(c.damping, 2.0);
+    EXPECT_EQ(c.drive, 0.0);
+
     filter.setParameter(TapFilter::kType, 0.5f);  // "LowPass"
     filter.setParameter(TapFilter::kCutoff, 1.0f);
-    TapFilter::Coefficients c = filter.coefficients();
+    c = filter.coefficients();
     EXPECT_DOUBLE_EQ(c.frequency, 2.0 * std::sin(kPi * 7160.0 / 88200.0));
     // Resonance 0: q is 2 unless the stability bound is lower.
     EXPECT_DOUBLE_EQ(c.damping, std::min(2.0, 2.0 / c.frequency - c.frequency / 2.0));
@@ -61,16 +69,6 @@ TEST(TapFilterTest, CornerFrequenciesAndCoefficients) {
     fast.setSampleRate(0.0f);
     EXPECT_TRUE(std::isfinite(fast.coefficients().frequency));
     EXPECT_TRUE(std::isfinite(fast.coefficients().damping));
-}
-
-TEST(TapFilterTest, CoefficientsExistFromConstruction) {
-    // The default: "Notch" with cutoff 0, a notch at 20 Hz, resonance 0.
-    TapFilter filter(44100.0f);
-    EXPECT_EQ(filter.type(), TapFilter::kNotch);
-    const TapFilter::Coefficients c = filter.coefficients();
-    EXPECT_DOUBLE_EQ(c.frequency, 2.0 * std::sin(kPi * 20.0 / 88200.0));
-    EXPECT_DOUBLE_EQ(c.damping, 2.0);
-    EXPECT_EQ(c.drive, 0.0);
 }
 
 TEST(TapFilterTest, MeasuredGainsAtTheCorners) {

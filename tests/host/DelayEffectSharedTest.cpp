@@ -51,59 +51,40 @@ protected:
     }
 };
 
-TEST_F(DelayEffectShared, TwoInstancesShareTheSingletonsUntilTheLastCloses) {
-    ASSERT_EQ(ScratchPool::current(), nullptr);
-    ASSERT_EQ(Preferences::current(), nullptr);
-    ASSERT_EQ(SystemInfo::current(), nullptr);
-    ASSERT_EQ(PresetLibrary::current(), nullptr);
+// The process-wide shared objects, each with its retain count.
+using Singletons = std::vector<std::pair<const void*, int32_t>>;
+Singletons singletons() {
+    auto entry = [](auto* object) {
+        return std::make_pair(static_cast<const void*>(object), object ? object->retainCount() : 0);
+    };
+    return {entry(ScratchPool::current()), entry(Preferences::current()), entry(SystemInfo::current()),
+            entry(PresetLibrary::current())};
+}
 
+TEST_F(DelayEffectShared, TwoInstancesShareTheSingletonsUntilTheLastCloses) {
+    const Singletons none = singletons();
+    for (const auto& single : none) ASSERT_EQ(single.first, nullptr);
     DelayEffect* first = make();
     ASSERT_NE(first, nullptr);
-    ScratchPool* pool = ScratchPool::current();
-    Preferences* preferences = Preferences::current();
-    SystemInfo* systemInfo = SystemInfo::current();
-    ASSERT_NE(pool, nullptr);
-    ASSERT_NE(preferences, nullptr);
-    ASSERT_NE(systemInfo, nullptr);
-    PresetLibrary* library = PresetLibrary::current();
-    ASSERT_NE(library, nullptr);
-    const int32_t libraryCount = library->retainCount();
-    const int32_t poolCount = pool->retainCount();
-    const int32_t preferencesCount = preferences->retainCount();
-    const int32_t systemInfoCount = systemInfo->retainCount();
-
+    const Singletons one = singletons();
+    for (const auto& single : one) ASSERT_NE(single.first, nullptr);
     DelayEffect* second = make();
     ASSERT_NE(second, nullptr);
-    EXPECT_EQ(ScratchPool::current(), pool);
-    EXPECT_EQ(Preferences::current(), preferences);
-    EXPECT_EQ(SystemInfo::current(), systemInfo);
-    EXPECT_EQ(pool->retainCount(), 2 * poolCount);
-    EXPECT_EQ(preferences->retainCount(), 2 * preferencesCount);
-    EXPECT_EQ(systemInfo->retainCount(), 2 * systemInfoCount);
-    EXPECT_EQ(PresetLibrary::current(), library);
-    EXPECT_EQ(library->retainCount(), 2 * libraryCount);
-
-    // Both instances process with the one pool.
-    std::vector<std::vector<float>> in(2, std::vector<float>(256, 0.1f));
-    std::vector<std::vector<float>> out(2, std::vector<float>(256, 0.0f));
-    for (DelayEffect* effect : {first, second}) {
-        float* i[2] = {in[0].data(), in[1].data()};
-        float* o[2] = {out[0].data(), out[1].data()};
-        effect->getAeffect()->processReplacing(effect->getAeffect(), i, o, 256);
+    const Singletons two = singletons();
+    for (size_t i = 0; i < one.size(); ++i) {
+        EXPECT_EQ(two[i].first, one[i].first) << i;
+        EXPECT_EQ(two[i].second, 2 * one[i].second) << i;
     }
+    // Both instances process with the one pool.
+    std::vector<float> in(512, 0.1f), out(512, 0.0f);
+    float* i[2] = {in.data(), in.data() + 256};
+    float* o[2] = {out.data(), out.data() + 256};
+    for (DelayEffect* effect : {first, second}) effect->getAeffect()->processReplacing(effect->getAeffect(), i, o, 256);
 
     close(first);
-    EXPECT_EQ(ScratchPool::current(), pool);
-    EXPECT_EQ(Preferences::current(), preferences);
-    EXPECT_EQ(SystemInfo::current(), systemInfo);
-    EXPECT_EQ(pool->retainCount(), poolCount);
-    EXPECT_EQ(PresetLibrary::current(), library);
-
+    EXPECT_EQ(singletons(), one);
     close(second);
-    EXPECT_EQ(PresetLibrary::current(), nullptr);
-    EXPECT_EQ(ScratchPool::current(), nullptr);
-    EXPECT_EQ(Preferences::current(), nullptr);
-    EXPECT_EQ(SystemInfo::current(), nullptr);
+    EXPECT_EQ(singletons(), none);
 }
 
 TEST_F(DelayEffectShared, UserOptionsAreReadAtConstruction) {

@@ -106,8 +106,6 @@ BundleLibrary::~BundleLibrary() {
     if (handle_) dlclose(handle_);
 }
 
-void* BundleLibrary::symbol(const char* name) const { return handle_ ? dlsym(handle_, name) : nullptr; }
-
 Plugin::Plugin(const BundleLibrary& library, FakeHost&) {
     if (library.entry()) effect_ = library.entry()(&FakeHost::callback);
 }
@@ -129,26 +127,11 @@ std::string Plugin::text(int32_t opcode, int32_t index) {
     return buffer;
 }
 
-namespace {
-std::vector<float*> pointers(std::vector<std::vector<float>>& channels) {
-    std::vector<float*> p;
-    for (auto& c : channels) p.push_back(c.data());
-    return p;
-}
-}  // namespace
-
-void Plugin::processReplacing(std::vector<std::vector<float>>& in,
-                              std::vector<std::vector<float>>& out, int32_t frames) {
-    auto i = pointers(in);
-    auto o = pointers(out);
-    effect_->processReplacing(effect_, i.data(), o.data(), frames);
-}
-
-void Plugin::processAccumulating(std::vector<std::vector<float>>& in,
-                                 std::vector<std::vector<float>>& out, int32_t frames) {
-    auto i = pointers(in);
-    auto o = pointers(out);
-    effect_->process(effect_, i.data(), o.data(), frames);
+void Plugin::run(AEffectProcessProc process, Buffers& in, Buffers& out, int32_t frames) {
+    std::vector<float*> i, o;
+    for (auto& c : in) i.push_back(c.data());
+    for (auto& c : out) o.push_back(c.data());
+    process(effect_, i.data(), o.data(), frames);
 }
 
 Arrangement::Arrangement(int32_t type, int32_t channels) {

@@ -58,7 +58,6 @@ public:
     static std::string path();
     bool loaded() const { return handle_ != nullptr && entry_ != nullptr; }
     MainProc entry() const { return entry_; }
-    void* symbol(const char* name) const;
 
 private:
     void* handle_ = nullptr;
@@ -91,13 +90,13 @@ public:
     std::string programName() { return text(vst::effGetProgramName, 0); }
     std::string text(int32_t opcode, int32_t index);
 
-    // Runs processReplacing (or process) on stereo-or-wider buffers.
-    void processReplacing(std::vector<std::vector<float>>& in, std::vector<std::vector<float>>& out,
-                          int32_t frames);
-    void processAccumulating(std::vector<std::vector<float>>& in,
-                             std::vector<std::vector<float>>& out, int32_t frames);
+    // Runs processReplacing (or process) on the host's channel arrays.
+    using Buffers = std::vector<std::vector<float>>;
+    void processReplacing(Buffers& in, Buffers& out, int32_t frames) { run(effect_->processReplacing, in, out, frames); }
+    void processAccumulating(Buffers& in, Buffers& out, int32_t frames) { run(effect_->process, in, out, frames); }
 
 private:
+    void run(vst::AEffectProcessProc process, Buffers& in, Buffers& out, int32_t frames);
     AEffect* effect_ = nullptr;
 };
 

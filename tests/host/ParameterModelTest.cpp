@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <initializer_list>
 #include <memory>
 #include <set>
 #include <string>
@@ -68,105 +69,80 @@ TEST_F(ParameterModelTest, NamesFollowTheLayout) {
     EXPECT_EQ(names.size(), static_cast<size_t>(written));
 }
 
+// Set, read back and shown, in order: {index, value set, value read, display}.
+struct Row {
+    int32_t index;
+    float set, get;
+    const char* display;
+};
+
+void expectRows(Plugin& p, std::initializer_list<Row> rows) {
+    for (const Row& row : rows) {
+        p.set(row.index, row.set);
+        EXPECT_FLOAT_EQ(p.get(row.index), row.get) << row.index << " " << row.set;
+        EXPECT_EQ(p.display(row.index), row.display) << row.index << " " << row.set;
+    }
+}
+
 TEST_F(ParameterModelTest, ChannelSelectorsShowSevenPlaceNumbers) {
-    Plugin& p = *plugin;
-    p.set(2, 0.5f);
-    EXPECT_EQ(p.display(2), "     22");
-    p.set(0, 1.0f);
-    EXPECT_EQ(p.display(0), "     44");  // Intern 4
-    p.set(0, 0.99f);
-    EXPECT_EQ(p.display(0), "     43");
-    p.set(9, 0.0f);
-    EXPECT_EQ(p.display(9), "      0");
-    p.set(10, 1.0f);
-    EXPECT_EQ(p.display(10), "     24");
-    p.set(19, 0.5f);
-    EXPECT_EQ(p.display(19), "     12");
-    EXPECT_FLOAT_EQ(p.get(19), 0.5f);
+    expectRows(*plugin, {{2, 0.5f, 0.5f, "     22"},
+                         {0, 1.0f, 1.0f, "     44"},  // Intern 4
+                         {0, 0.99f, 0.99f, "     43"},
+                         {9, 0.0f, 0.0f, "      0"},
+                         {10, 1.0f, 1.0f, "     24"},
+                         {19, 0.5f, 0.5f, "     12"},
+                         {20, 0.25f, 0.25f, "0.250000"}});
     // Routing and the mix have no label.
-    for (int32_t i : {0, 10, 20}) EXPECT_EQ(p.label(i), kUntouched) << i;
-    p.set(20, 0.25f);
-    EXPECT_EQ(p.display(20), "0.250000");
-    EXPECT_FLOAT_EQ(p.get(20), 0.25f);
+    for (int32_t i : {0, 10, 20}) EXPECT_EQ(plugin->label(i), kUntouched) << i;
 }
 
 TEST_F(ParameterModelTest, TapTextsComeFromTheTaps) {
     Plugin& p = *plugin;
     const int tap3 = 21 + 2 * 7;
     // "Init" leaves tap 3 free at length 0; its full 56000-sample line is
-    // 1269.8 ms, cut to "1269".
+    // 1269.8 ms, cut to "1269". Volume 0 in decibels; filter type names;
+    // cutoff and resonance show nothing.
     EXPECT_EQ(p.display(tap3), "0.0");
-    p.set(tap3, 1.0f);
-    EXPECT_EQ(p.display(tap3), "1269");
+    expectRows(p, {{tap3, 1.0f, 1.0f, "1269"},
+                   {tap3 + 1, 0.0f, 0.0f, "-oo"},
+                   {tap3 + 4, 0.0f, 0.0f, "***"},
+                   {tap3 + 4, 0.5f, 0.5f, "LowPass"},
+                   {tap3 + 5, 0.5f, 0.5f, kUntouched},
+                   {tap3 + 6, 0.5f, 0.5f, kUntouched}});
     EXPECT_EQ(p.label(tap3), "Samples");
-    EXPECT_FLOAT_EQ(p.get(tap3), 1.0f);
     p.set(tap3, 0.5f);
     EXPECT_FLOAT_EQ(p.get(tap3), 0.5f);  // 28000 samples
     p.set(tap3 + 3, 1.0f);
     EXPECT_EQ(p.label(tap3), "Tempo");
     p.set(tap3, 0.0f);
     EXPECT_EQ(p.display(tap3), "1/256");
-    // Volume 0 in decibels.
-    p.set(tap3 + 1, 0.0f);
-    EXPECT_EQ(p.display(tap3 + 1), "-oo");
-    // Filter type names; cutoff and resonance show nothing, filter rows have
-    // no label.
-    p.set(tap3 + 4, 0.0f);
-    EXPECT_EQ(p.display(tap3 + 4), "***");
-    p.set(tap3 + 4, 0.5f);
-    EXPECT_EQ(p.display(tap3 + 4), "LowPass");
-    EXPECT_EQ(p.display(tap3 + 5), kUntouched);
-    EXPECT_EQ(p.display(tap3 + 6), kUntouched);
-    EXPECT_EQ(p.label(tap3 + 4), kUntouched);
+    EXPECT_EQ(p.label(tap3 + 4), kUntouched);  // filter rows have no label
 }
 
 TEST_F(ParameterModelTest, ModulatorRowsKeepTheirOddities) {
     Plugin& p = *plugin;
-    const int m1 = 91;
-    // "Index" carries a raw parameter number and shows its name.
-    p.set(m1 + 1, 21.7f);
-    EXPECT_FLOAT_EQ(p.get(m1 + 1), 21.0f);
-    EXPECT_EQ(p.display(m1 + 1), "#1: Delay");
-    p.set(m1 + 1, 20.0f);
-    EXPECT_EQ(p.display(m1 + 1), "Wet/Dry Mix Volume");
-    // "Power" shows the sync flag, not the power.
-    p.set(m1 + 5, 1.0f);
-    p.set(m1 + 6, 0.0f);
-    EXPECT_EQ(p.display(m1 + 5), "Yes");
-    EXPECT_EQ(p.display(m1 + 6), "On");
-    EXPECT_FLOAT_EQ(p.get(m1 + 6), 0.0f);
-    p.set(m1 + 5, 0.0f);
-    p.set(m1 + 6, 1.0f);
-    EXPECT_EQ(p.display(m1 + 5), "No");
-    EXPECT_EQ(p.display(m1 + 6), "Off");
-    EXPECT_FLOAT_EQ(p.get(m1 + 6), 1.0f);
-    p.set(m1 + 6, 0.0f);
-    // "Speed" shows a note value.
-    p.set(m1 + 2, 0.0f);
-    EXPECT_EQ(p.display(m1 + 2), "1/256");
-    p.set(m1 + 2, 0.55f);
-    EXPECT_EQ(p.display(m1 + 2), "1/4");
-    p.set(m1 + 2, 1.0f);
-    EXPECT_EQ(p.display(m1 + 2), "4");
-    // "Min" and "Max" are numbers.
-    p.set(m1 + 3, 0.5f);
-    EXPECT_EQ(p.display(m1 + 3), "0.500000");
-    EXPECT_FLOAT_EQ(p.get(m1 + 3), 0.5f);
-    // "Type" maps to 0..3 and shows nothing; the table steps show nothing.
-    p.set(m1, 1.0f);
-    EXPECT_FLOAT_EQ(p.get(m1), 1.0f);
-    p.set(m1, 0.5f);
-    EXPECT_FLOAT_EQ(p.get(m1), 1.0f / 3.0f);
-    EXPECT_EQ(p.display(m1), kUntouched);
-    // The last modulator's table: "Init" sets every step to 0.
-    const int m10 = 91 + 9 * 15;
-    for (int s = 7; s < 15; ++s) EXPECT_FLOAT_EQ(p.get(m10 + s), 0.0f);
-    p.set(m10 + 8, 0.125f);
-    EXPECT_FLOAT_EQ(p.get(m10 + 8), 0.125f);
-    EXPECT_FLOAT_EQ(p.get(m10 + 9), 0.0f);
-    p.set(240, 0.3f);
-    EXPECT_FLOAT_EQ(p.get(240), 0.3f);
-    EXPECT_EQ(p.display(240), kUntouched);
+    const int m1 = 91, m10 = 91 + 9 * 15;
+    expectRows(p, {// "Index" carries a raw parameter number and shows its name.
+                   {m1 + 1, 21.7f, 21.0f, "#1: Delay"},
+                   {m1 + 1, 20.0f, 20.0f, "Wet/Dry Mix Volume"},
+                   // "Power" shows the sync flag, not the power.
+                   {m1 + 5, 1.0f, 1.0f, "Yes"},
+                   {m1 + 6, 0.0f, 0.0f, "On"},
+                   {m1 + 5, 0.0f, 0.0f, "No"},
+                   {m1 + 6, 1.0f, 1.0f, "Off"},
+                   {m1 + 6, 0.0f, 0.0f, "Off"},
+                   // "Speed" shows a note value, "Min" and "Max" numbers.
+                   {m1 + 2, 0.0f, 0.0f, "1/256"},
+                   {m1 + 2, 0.55f, 0.55f, "1/4"},
+                   {m1 + 2, 1.0f, 1.0f, "4"},
+                   {m1 + 3, 0.5f, 0.5f, "0.500000"},
+                   // "Type" maps to 0..3 and shows nothing, nor do the steps.
+                   {m1, 1.0f, 1.0f, kUntouched},
+                   {m1, 0.5f, 1.0f / 3.0f, kUntouched},
+                   {m10 + 8, 0.125f, 0.125f, kUntouched},
+                   {240, 0.3f, 0.3f, kUntouched}});
+    // The other steps of the last table keep the 0 of "Init".
+    for (int s : {7, 9, 10, 11, 12, 13}) EXPECT_FLOAT_EQ(p.get(m10 + s), 0.0f) << s;
     EXPECT_EQ(p.label(240), kUntouched);
 }
 
