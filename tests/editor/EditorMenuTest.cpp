@@ -4,15 +4,14 @@
 #include <sys/stat.h>
 #include <xkbcommon/xkbcommon-keysyms.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <fstream>
-#include <sstream>
 #include <thread>
 
 #include "EditorTestSupport.h"
-#include "editor/BackgroundBitmap.h"
 #include "editor/DelayEditor.h"
 #include "editor/EditorDialogs.h"
 #include "gui/OptionMenu.h"
@@ -40,13 +39,6 @@ int indexOf(const OptionMenu& menu, const std::string& text) {
         if (!(menu.entryFlags(i) & gui::kMenuSeparator) && text == menu.entry(i)) return i;
     }
     return -1;
-}
-
-std::string readFile(const std::string& path) {
-    std::ifstream in(path);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
 }
 
 class EditorMenuTest : public ::testing::Test {
@@ -125,12 +117,6 @@ TEST_F(EditorMenuTest, TreeShowsFoldersOptionsAndBackgroundsAsTheyAreNow) {
     EXPECT_TRUE(menu.options->isCheckEntry(0));
     EXPECT_FALSE(menu.options->isCheckEntry(1));
     EXPECT_EQ(menu.options->submenu(2), menu.background.get());
-    ASSERT_EQ(static_cast<uint32_t>(menu.background->nbEntries()), editor().backgrounds().count());
-    const int current = indexOf(*menu.background, "default");
-    ASSERT_GE(current, 0);
-    for (int i = 0; i < menu.background->nbEntries(); ++i) {
-        EXPECT_EQ(menu.background->isCheckEntry(i), i == current);
-    }
 
     // A current preset adds its removal at the end.
     host.effect()->lastUserPreset = mine->presetAt(1);
@@ -165,10 +151,7 @@ TEST_F(EditorMenuTest, CommandsAreMatchedByTextAndPresetsApply) {
     EXPECT_EQ(host.effect()->lastUserPreset, nullptr);
     EXPECT_EQ(indexOf(*editor().buildContextMenu(Point{}).presets, "Remove Preset 'Quarter'"), -1);
     // "Add Preset ..." opens the name dialog: cancelled, nothing is added.
-    std::thread user([&] {
-        const xcb_window_t dialog = waitForDialog(host.display());
-        if (dialog) pressKey(host.display(), dialog, XKB_KEY_Escape);
-    });
+    std::thread user = answerDialog(host.display(), nullptr, XKB_KEY_Escape);
     EXPECT_TRUE(editor().carryOutChoice(again, otherMenu, 0));
     user.join();
     EXPECT_EQ(other->presetCount(), 1u);
@@ -198,24 +181,24 @@ TEST_F(EditorMenuTest, OptionsAreWrittenAndTakeEffect) {
     host.aeffect()->setParameter(host.aeffect(), tapParameterIndex(tap, kTapDelay), 0.5f);
     const std::string milliseconds = editor().delayText(tap);
 
+    auto stored = [](const auto& key) {
+        long number = -1;
+        Preferences::current()->getNumber(key, &number, 0);
+        return number;
+    };
     ContextMenu menu = editor().buildContextMenu(Point{10, 100});
     editor().carryOutChoice(menu, menu.options.get(), 1);  // Show Delay Time in Samples
-    long number = 0;
-    Preferences::current()->getNumber(kOptionDelayTimeInSamples, &number, 0);
-    EXPECT_EQ(number, 1);
+    EXPECT_EQ(stored(kOptionDelayTimeInSamples), 1);
     EXPECT_NE(editor().delayText(tap), milliseconds);
     EXPECT_EQ(editor().delayText(tap).find('.'), std::string::npos);  // whole samples
 
     ContextMenu again = editor().buildContextMenu(Point{10, 100});
     EXPECT_TRUE(again.options->isCheckEntry(1));
     editor().carryOutChoice(again, again.options.get(), 1);
-    Preferences::current()->getNumber(kOptionDelayTimeInSamples, &number, 0);
-    EXPECT_EQ(number, 0);
+    EXPECT_EQ(stored(kOptionDelayTimeInSamples), 0);
     EXPECT_EQ(editor().delayText(tap), milliseconds);
-
     editor().carryOutChoice(again, again.options.get(), 0);  // Resample, unchecked before
-    Preferences::current()->getNumber(kOptionDelayTimeResample, &number, 0);
-    EXPECT_EQ(number, 1);
+    EXPECT_EQ(stored(kOptionDelayTimeResample), 1);
 }
 
 TEST_F(EditorMenuTest, DismissedMenuChangesNothing) {
@@ -235,7 +218,7 @@ TEST_F(EditorMenuTest, DismissedMenuChangesNothing) {
         if (!waitForMenus(host.display(), 3)) return;
         gui::test::waitFor([] { return false; }, 150);
         const Point at = host.display().rootPosition(host.hostWindow());
-        menuShot = grabScreen(host.display(), Rect(at.x, at.y, at.x + 865, at.y + 400));
+        menuShot = host.display().grab(host.display().root(), Rect(at.x, at.y, at.x + 865, at.y + 400));
         pressKey(host.display(), top, XKB_KEY_Escape);
     });
     EXPECT_FALSE(about);
@@ -282,10 +265,7 @@ TEST_F(EditorMenuTest, AddFolderAndPresetThroughTheNameDialog) {
 
     // An empty confirmed name adds nothing.
     ContextMenu again = editor().buildContextMenu(Point{10, 100});
-    std::thread empty([&] {
-        const xcb_window_t dialog = waitForDialog(host.display());
-        if (dialog) pressKey(host.display(), dialog, XKB_KEY_Return);
-    });
+    std::thread empty = answerDialog(host.display(), nullptr, XKB_KEY_Return);
     editor().carryOutChoice(again, again.presets.get(), indexOf(*again.presets, "Add Folder ..."));
     empty.join();
     EXPECT_EQ(library->folderCount(), folders + 1);
@@ -294,12 +274,7 @@ TEST_F(EditorMenuTest, AddFolderAndPresetThroughTheNameDialog) {
     host.aeffect()->setParameter(host.aeffect(), 20, 0.125f);
     ContextMenu third = editor().buildContextMenu(Point{10, 100});
     OptionMenu* folderMenu = third.folders.back().get();
-    std::thread named([&] {
-        const xcb_window_t dialog = waitForDialog(host.display());
-        if (!dialog) return;
-        host.display().typeText(dialog, "Slapback");
-        pressKey(host.display(), dialog, XKB_KEY_Return);
-    });
+    std::thread named = answerDialog(host.display(), "Slapback", XKB_KEY_Return);
     editor().carryOutChoice(third, folderMenu, indexOf(*folderMenu, "Add Preset ..."));
     named.join();
     ASSERT_EQ(added->presetCount(), 1u);
@@ -308,67 +283,53 @@ TEST_F(EditorMenuTest, AddFolderAndPresetThroughTheNameDialog) {
 }
 
 TEST_F(EditorMenuTest, NameDialogAnswersOkCancelAndEmpty) {
-    auto run = [&](const char* defaultText, std::function<void(xcb_window_t)> user, char* result) {
-        std::thread t([&] {
-            const xcb_window_t dialog = waitForDialog(host.display());
-            if (dialog) user(dialog);
-        });
+    auto run = [&](const char* defaultText, uint32_t key, char* result) {
+        std::thread user = answerDialog(host.display(), nullptr, key);
         const bool ok = runNameDialog("Varitap", "Name:", defaultText, result, host.hostWindow());
-        t.join();
+        user.join();
         return ok;
     };
     char result[kNameBufferSize];
     std::memset(result, 'x', sizeof result);
     // Pre-filled text is confirmed as it is, terminated.
-    EXPECT_TRUE(run("Tape Echo", [&](xcb_window_t d) { pressKey(host.display(), d, XKB_KEY_Return); },
-                    result));
+    EXPECT_TRUE(run("Tape Echo", XKB_KEY_Return, result));
     EXPECT_STREQ(result, "Tape Echo");
     // Escape cancels and leaves the buffer alone.
     std::strcpy(result, "unchanged");
-    EXPECT_FALSE(run("Tape Echo", [&](xcb_window_t d) { pressKey(host.display(), d, XKB_KEY_Escape); },
-                     result));
+    EXPECT_FALSE(run("Tape Echo", XKB_KEY_Escape, result));
     EXPECT_STREQ(result, "unchanged");
     // Return on an empty field confirms an empty name.
-    EXPECT_TRUE(run(nullptr, [&](xcb_window_t d) { pressKey(host.display(), d, XKB_KEY_Return); },
-                    result));
+    EXPECT_TRUE(run(nullptr, XKB_KEY_Return, result));
     EXPECT_STREQ(result, "");
     // No buffer: nothing to fill, no window.
     EXPECT_FALSE(runNameDialog("Varitap", "Name:", nullptr, nullptr, 0));
 }
 
-class AboutBoxTest : public EditorMenuTest {
-protected:
-    void SetUp() override {
-        EditorMenuTest::SetUp();
-        if (IsSkipped()) return;
-        // A stand-in xdg-open that writes the address it is given.
-        urlFile = tools.path() + "/opened.txt";
-        const std::string script = tools.path() + "/xdg-open";
-        std::ofstream(script) << "#!/bin/sh\necho \"$1\" >> '" << urlFile << "'\n";
-        chmod(script.c_str(), 0755);
-        oldPath = getenv("PATH") ? getenv("PATH") : "";
-        setenv("PATH", (tools.path() + ":" + oldPath).c_str(), 1);
-    }
-    void TearDown() override {
-        if (!oldPath.empty()) setenv("PATH", oldPath.c_str(), 1);
-    }
-    std::string openedAddresses() {
-        std::string text;
-        gui::test::waitFor(
-            [&] {
-                text = readFile(urlFile);
-                return !text.empty();
-            },
-            3000);
-        return text;
-    }
-
+TEST_F(EditorMenuTest, AboutBoxAndHomepageHandTheAddressToTheBrowser) {
+    // A stand-in xdg-open that writes the address it is given.
     gui::test::TempDir tools;
-    std::string urlFile;
-    std::string oldPath;
-};
+    const std::string urlFile = tools.path() + "/opened.txt";
+    const std::string script = tools.path() + "/xdg-open";
+    std::ofstream(script) << "#!/bin/sh\necho \"$1\" >> '" << urlFile << "'\n";
+    chmod(script.c_str(), 0755);
+    const std::string oldPath = getenv("PATH") ? getenv("PATH") : "";
+    setenv("PATH", (tools.path() + ":" + oldPath).c_str(), 1);
+    auto opened = [&] {  // the addresses handed over since the last call
+        std::string text;
+        gui::test::waitFor([&] { return !(text = readFile(urlFile)).empty(); }, 3000);
+        std::remove(urlFile.c_str());
+        return text;
+    };
 
-TEST_F(AboutBoxTest, AboutBoxShowsAndItsLinkOpensTheHomePage) {
+    ContextMenu menu = editor().buildContextMenu(Point{10, 100});
+    EXPECT_TRUE(editor().carryOutChoice(menu, menu.top.get(), 4));  // "Visit Homepage ..."
+    EXPECT_EQ(opened(), std::string(kHomePageAddress) + "\n");
+    // "About ..." is the one choice that answers false.
+    EXPECT_FALSE(editor().carryOutChoice(menu, menu.top.get(), 5));
+    // Nothing chosen, or an index past the menu: nothing happens.
+    EXPECT_TRUE(editor().carryOutChoice(menu, nullptr, -1));
+    EXPECT_TRUE(editor().carryOutChoice(menu, menu.background.get(), 99));
+
     ASSERT_TRUE(host.openEditor());
     const Image before = host.grabEditor();
     const bool shown = clickMenuStrip([&] {
@@ -388,7 +349,7 @@ TEST_F(AboutBoxTest, AboutBoxShowsAndItsLinkOpensTheHomePage) {
 
     // A click on the link opens the page and leaves the box up.
     host.click(432, 162);
-    EXPECT_EQ(openedAddresses(), std::string(kHomePageAddress) + "\n");
+    EXPECT_EQ(opened(), std::string(kHomePageAddress) + "\n");
     EXPECT_TRUE(editor().aboutOverlay()->aboutShown());
     // A click anywhere else closes it; the editor shows again.
     host.click(600, 300);
@@ -398,17 +359,7 @@ TEST_F(AboutBoxTest, AboutBoxShowsAndItsLinkOpensTheHomePage) {
     // While hidden, a press outside the menu strip does not reach the overlay.
     host.click(600, 300);
     EXPECT_FALSE(editor().aboutOverlay()->aboutShown());
-}
-
-TEST_F(AboutBoxTest, VisitHomepageHandsTheAddressToTheBrowser) {
-    ContextMenu menu = editor().buildContextMenu(Point{10, 100});
-    EXPECT_TRUE(editor().carryOutChoice(menu, menu.top.get(), 4));
-    EXPECT_EQ(openedAddresses(), std::string(kHomePageAddress) + "\n");
-    // "About ..." is the one choice that answers false.
-    EXPECT_FALSE(editor().carryOutChoice(menu, menu.top.get(), 5));
-    // Nothing chosen, or an index past the menu: nothing happens.
-    EXPECT_TRUE(editor().carryOutChoice(menu, nullptr, -1));
-    EXPECT_TRUE(editor().carryOutChoice(menu, menu.background.get(), 99));
+    setenv("PATH", oldPath.c_str(), 1);
 }
 
 }  // namespace

@@ -28,9 +28,10 @@ vst::VstTimeInfo gTime = [] {
 
 }  // namespace
 
-void HostLog::add(const std::string& event) {
+void HostLog::add(const std::string& event, int32_t index, float value) {
     std::lock_guard<std::mutex> lock(mutex_);
     events_.push_back(event);
+    if (index >= 0) automated_.emplace_back(index, value);
 }
 
 std::vector<std::string> HostLog::events() {
@@ -65,12 +66,9 @@ vst::VstIntPtr hostCallback(vst::AEffect* effect, int32_t opcode, int32_t index,
     switch (opcode) {
         case vst::audioMasterVersion:
             return gHostVersion;
-        case vst::audioMasterAutomate: {
-            std::lock_guard<std::mutex> lock(log.mutex_);
-            log.events_.push_back("auto " + std::to_string(index));
-            log.automated_.emplace_back(index, opt);
+        case vst::audioMasterAutomate:
+            log.add("auto " + std::to_string(index), index, opt);
             return 0;
-        }
         case vst::audioMasterBeginEdit:
             log.add("begin " + std::to_string(index));
             return 1;
@@ -100,8 +98,8 @@ ConfigHome::~ConfigHome() {
     }
 }
 
-std::string ConfigHome::readOptions() const {
-    std::ifstream in(optionsFile());
+std::string readFile(const std::string& path) {
+    std::ifstream in(path);
     std::stringstream s;
     s << in.rdbuf();
     return s.str();
@@ -235,8 +233,6 @@ void pressKey(HostDisplay& display, xcb_window_t w, uint32_t keysym, int times) 
     for (int i = 0; i < times; ++i) display.key(w, keysym);
 }
 
-Image grabScreen(HostDisplay& display, const gui::Rect& r) { return display.grab(display.root(), r); }
-
 bool writePng(const Image& image, const std::string& path) {
     if (image.width <= 0 || image.height <= 0) return false;
     cairo_surface_t* s = cairo_image_surface_create(CAIRO_FORMAT_RGB24, image.width, image.height);
@@ -256,36 +252,34 @@ bool writePng(const Image& image, const std::string& path) {
 }
 
 Image readPng(const std::string& path) {
+    // Our PNGs are opaque: cairo's RGB24 and ARGB32 rows then hold the same words.
     Image image;
     cairo_surface_t* s = cairo_image_surface_create_from_png(path.c_str());
-    if (cairo_surface_status(s) != CAIRO_STATUS_SUCCESS) {
-        cairo_surface_destroy(s);
-        return image;
-    }
-    cairo_surface_t* rgb = cairo_image_surface_create(CAIRO_FORMAT_RGB24,
-                                                      cairo_image_surface_get_width(s),
-                                                      cairo_image_surface_get_height(s));
-    cairo_t* cr = cairo_create(rgb);
-    cairo_set_source_surface(cr, s, 0, 0);
-    cairo_paint(cr);
-    cairo_destroy(cr);
-    cairo_surface_flush(rgb);
-    image.width = cairo_image_surface_get_width(rgb);
-    image.height = cairo_image_surface_get_height(rgb);
-    image.pixels.resize(static_cast<size_t>(image.width * image.height));
-    const unsigned char* data = cairo_image_surface_get_data(rgb);
-    const int stride = cairo_image_surface_get_stride(rgb);
-    for (int y = 0; y < image.height; ++y) {
-        const auto* row = reinterpret_cast<const uint32_t*>(data + y * stride);
-        for (int x = 0; x < image.width; ++x) {
-            image.pixels[static_cast<size_t>(y * image.width + x)] = gui::test::Pixel{
-                static_cast<uint8_t>(row[x] >> 16), static_cast<uint8_t>(row[x] >> 8),
-                static_cast<uint8_t>(row[x])};
+    if (cairo_surface_status(s) == CAIRO_STATUS_SUCCESS) {
+        image.width = cairo_image_surface_get_width(s);
+        image.height = cairo_image_surface_get_height(s);
+        image.pixels.resize(static_cast<size_t>(image.width * image.height));
+        const unsigned char* data = cairo_image_surface_get_data(s);
+        for (int y = 0; y < image.height; ++y) {
+            const auto* row = reinterpret_cast<const uint32_t*>(data + y * cairo_image_surface_get_stride(s));
+            for (int x = 0; x < image.width; ++x) {
+                image.pixels[static_cast<size_t>(y * image.width + x)] = gui::test::Pixel{
+                    static_cast<uint8_t>(row[x] >> 16), static_cast<uint8_t>(row[x] >> 8),
+                    static_cast<uint8_t>(row[x])};
+            }
         }
     }
-    cairo_surface_destroy(rgb);
     cairo_surface_destroy(s);
     return image;
+}
+
+std::thread answerDialog(HostDisplay& display, const char* text, uint32_t keysym) {
+    return std::thread([&display, text, keysym] {
+        const xcb_window_t dialog = waitForDialog(display);
+        if (!dialog) return;
+        if (text) display.typeText(dialog, text);
+        pressKey(display, dialog, keysym);
+    });
 }
 
 double differingFraction(const Image& a, const Image& b, int tolerance) {

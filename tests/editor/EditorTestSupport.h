@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "../gui/XServer.h"
@@ -24,20 +25,19 @@ namespace varitap::test {
 using gui::test::HostDisplay;
 using gui::test::Image;
 
-// What the plug-in told the host, in order: "begin 21", "auto 21", "end 21".
+// What the plug-in told the host, in order ("begin 21", "auto 21",
+// "end 21"), and the automated values.
 class HostLog {
 public:
-    void add(const std::string& event);
+    void add(const std::string& event, int32_t index = -1, float value = 0.0f);
     std::vector<std::string> events();
-    void clear();
     std::vector<std::pair<int32_t, float>> automated();
+    void clear();
 
 private:
     std::mutex mutex_;
     std::vector<std::string> events_;
     std::vector<std::pair<int32_t, float>> automated_;
-    friend vst::VstIntPtr hostCallback(vst::AEffect*, int32_t, int32_t, vst::VstIntPtr, void*,
-                                       float);
 };
 
 // The callback every instance made by EditorHost gets; answers as a VST 2.4
@@ -48,6 +48,9 @@ HostLog& hostLog();
 // The version the callback reports (2400 unless a test changes it).
 void setHostVersion(vst::VstIntPtr version);
 
+// A whole file's text ("" when it cannot be read).
+std::string readFile(const std::string& path);
+
 // A temporary XDG_CONFIG_HOME for the options and user presets of one test.
 class ConfigHome {
 public:
@@ -55,7 +58,7 @@ public:
     ~ConfigHome();
     const std::string& path() const { return dir_.path(); }
     std::string optionsFile() const { return path() + "/brelmo.varitap.conf"; }
-    std::string readOptions() const;
+    std::string readOptions() const { return readFile(optionsFile()); }
 
 private:
     gui::test::TempDir dir_;
@@ -105,9 +108,10 @@ xcb_window_t waitForMenus(HostDisplay& display, size_t n, int ms = 3000);
 xcb_window_t waitForDialog(HostDisplay& display, int ms = 3000);
 // Presses a key on the newest menu window `times` times.
 void pressKey(HostDisplay& display, xcb_window_t w, uint32_t keysym, int times = 1);
+// Plays the user on the next dialog from a thread: types text (unless null),
+// then presses a key. Join it after the call that runs the dialog.
+std::thread answerDialog(HostDisplay& display, const char* text, uint32_t keysym);
 
-// The whole screen area (root window) inside r.
-Image grabScreen(HostDisplay& display, const gui::Rect& r);
 // Writes an image as PNG; reads one back (empty image on failure).
 bool writePng(const Image& image, const std::string& path);
 Image readPng(const std::string& path);
