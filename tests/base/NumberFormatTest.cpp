@@ -42,11 +42,11 @@ void expectEveryExample() {
     // range the text is left as it was.
     const float inf = std::numeric_limits<float>::infinity();
     const std::pair<float, const char*> floats[] = {
-        {0.5f, "0.500000"},       {12.25f, "12.25000"},      {-3.0f, "-3.00000"},      {-0.5f, "-0.50000"},
-        {0.0f, "0.000000"},       {-0.0f, "0.000000"},       {1e-9f, "0.000000"},      {100.125f, "100.1250"},
-        {0.7f, "0.699999"},       {1234567.0f, "1234567."},  {12345678.0f, "2345678."}, {99999992.0f, "9999992."},
-        {-9999999.0f, "-999999."}, {123456789.0f, kUntouched}, {100000000.0f, kUntouched}, {-10000000.0f, kUntouched},
-        {inf, kUntouched},        {-inf, kUntouched},        {std::nanf(""), kUntouched},
+        {0.5f, "0.500000"},         {12.25f, "12.25000"},       {-3.0f, "-3.00000"},        {-0.5f, "-0.50000"},
+        {0.0f, "0.000000"},         {-0.0f, "0.000000"},        {1e-9f, "0.000000"},        {100.125f, "100.1250"},
+        {0.7f, "0.699999"},         {1234567.0f, "1234567."},   {12345678.0f, "2345678."},  {99999992.0f, "9999992."},
+        {-9999999.0f, "-999999."},  {123456789.0f, kUntouched}, {100000000.0f, kUntouched}, {-10000000.0f, kUntouched},
+        {inf, kUntouched},          {-inf, kUntouched},         {std::nanf(""), kUntouched},
     };
     for (const auto& [value, text] : floats) EXPECT_EQ(floatText(value), text) << value;
 
