@@ -4,7 +4,6 @@
 #include <stdlib.h>
 #include <xkbcommon/xkbcommon-keysyms.h>
 
-#include <atomic>
 #include <cstring>
 #include <fstream>
 #include <sstream>
@@ -17,7 +16,6 @@ namespace varitap::test {
 
 namespace {
 
-std::atomic<vst::VstIntPtr> gHostVersion{2400};
 vst::VstTimeInfo gTime = [] {
     vst::VstTimeInfo t{};
     t.sampleRate = 44100.0;
@@ -55,8 +53,6 @@ HostLog& hostLog() {
     return log;
 }
 
-void setHostVersion(vst::VstIntPtr version) { gHostVersion = version; }
-
 vst::VstIntPtr hostCallback(vst::AEffect* effect, int32_t opcode, int32_t index,
                             vst::VstIntPtr value, void* ptr, float opt) {
     (void)effect;
@@ -65,7 +61,7 @@ vst::VstIntPtr hostCallback(vst::AEffect* effect, int32_t opcode, int32_t index,
     HostLog& log = hostLog();
     switch (opcode) {
         case vst::audioMasterVersion:
-            return gHostVersion;
+            return 2400;
         case vst::audioMasterAutomate:
             log.add("auto " + std::to_string(index), index, opt);
             return 0;

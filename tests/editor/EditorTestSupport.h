@@ -40,13 +40,11 @@ private:
     std::vector<std::pair<int32_t, float>> automated_;
 };
 
-// The callback every instance made by EditorHost gets; answers as a VST 2.4
-// host and records automation and edit gestures in hostLog().
+// The callback of every instance made here: a VST 2.4 host that records
+// automation and edit gestures in hostLog().
 vst::VstIntPtr hostCallback(vst::AEffect* effect, int32_t opcode, int32_t index,
                             vst::VstIntPtr value, void* ptr, float opt);
 HostLog& hostLog();
-// The version the callback reports (2400 unless a test changes it).
-void setHostVersion(vst::VstIntPtr version);
 
 // A whole file's text ("" when it cannot be read).
 std::string readFile(const std::string& path);
