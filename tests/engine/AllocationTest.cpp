@@ -21,6 +21,8 @@ inline void noteAllocation() {
 }
 }  // namespace
 
+// Under AddressSanitizer the malloc family is the sanitizer's own: only
+// operator new is counted there.
 #if defined(__SANITIZE_ADDRESS__)
 #define VARITAP_COUNT_MALLOC 0
 #elif defined(__has_feature)
@@ -38,30 +40,13 @@ void* __libc_malloc(size_t);
 void* __libc_calloc(size_t, size_t);
 void* __libc_realloc(void*, size_t);
 void* __libc_memalign(size_t, size_t);
-
-void* malloc(size_t size) {
-    noteAllocation();
-    return __libc_malloc(size);
-}
-void* calloc(size_t n, size_t size) {
-    noteAllocation();
-    return __libc_calloc(n, size);
-}
-void* realloc(void* p, size_t size) {
-    noteAllocation();
-    return __libc_realloc(p, size);
-}
-void* aligned_alloc(size_t alignment, size_t size) {
-    noteAllocation();
-    return __libc_memalign(alignment, size);
-}
-void* memalign(size_t alignment, size_t size) {
-    noteAllocation();
-    return __libc_memalign(alignment, size);
-}
+void* malloc(size_t size) { return noteAllocation(), __libc_malloc(size); }
+void* calloc(size_t n, size_t size) { return noteAllocation(), __libc_calloc(n, size); }
+void* realloc(void* p, size_t size) { return noteAllocation(), __libc_realloc(p, size); }
+void* aligned_alloc(size_t alignment, size_t size) { return noteAllocation(), __libc_memalign(alignment, size); }
+void* memalign(size_t alignment, size_t size) { return noteAllocation(), __libc_memalign(alignment, size); }
 int posix_memalign(void** out, size_t alignment, size_t size) {
-    noteAllocation();
-    void* p = __libc_memalign(alignment, size);
+    void* p = (noteAllocation(), __libc_memalign(alignment, size));
     if (!p) return ENOMEM;
     *out = p;
     return 0;
@@ -75,10 +60,7 @@ void* operator new(size_t size) {
     throw std::bad_alloc();
 }
 void* operator new[](size_t size) { return operator new(size); }
-void* operator new(size_t size, const std::nothrow_t&) noexcept {
-    noteAllocation();
-    return std::malloc(size ? size : 1);
-}
+void* operator new(size_t size, const std::nothrow_t&) noexcept { return noteAllocation(), std::malloc(size ? size : 1); }
 void* operator new[](size_t size, const std::nothrow_t& tag) noexcept { return operator new(size, tag); }
 void operator delete(void* p) noexcept { std::free(p); }
 void operator delete[](void* p) noexcept { std::free(p); }

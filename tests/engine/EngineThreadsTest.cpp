@@ -4,8 +4,7 @@
 
 #include <atomic>
 #include <cmath>
-#include <condition_variable>
-#include <mutex>
+#include <future>
 #include <thread>
 
 #include "EngineFixture.h"
@@ -31,21 +30,14 @@ TEST(EngineThreadsTest, BusyModulatorLockSkipsOnlyTheModulators) {
     modulator.setSpeed(0.5f);
     modulator.setPower(true);
 
-    std::mutex m;
-    std::condition_variable cv;
-    bool held = false, done = false;
+    std::promise<void> held, done;
     std::thread restorer([&] {
         // As a preset restore does: the whole modulator state, waiting.
         ScopedLock lock(engine.modulatorLock());
-        std::unique_lock<std::mutex> guard(m);
-        held = true;
-        cv.notify_all();
-        cv.wait(guard, [&] { return done; });
+        held.set_value();
+        done.get_future().wait();
     });
-    {
-        std::unique_lock<std::mutex> guard(m);
-        cv.wait(guard, [&] { return held; });
-    }
+    held.get_future().wait();
     Channels in(2, 256), out(2, 256);
     in[0][0] = 1.0f;
     engine.processReplacing(in.get(), out.get(), 256);
@@ -53,11 +45,7 @@ TEST(EngineThreadsTest, BusyModulatorLockSkipsOnlyTheModulators) {
     EXPECT_EQ(out[0][10], 0.5f);
     EXPECT_EQ(modulator.phase(), 0.0f);
     EXPECT_EQ(host.plainWrites, 0);
-    {
-        std::lock_guard<std::mutex> guard(m);
-        done = true;
-    }
-    cv.notify_all();
+    done.set_value();
     restorer.join();
     engine.processReplacing(in.get(), out.get(), 256);
     EXPECT_EQ(modulator.phase(), 256.0f);

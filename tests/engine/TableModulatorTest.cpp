@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <utility>
 
 #include "EngineFixture.h"
 
@@ -65,16 +66,16 @@ TEST_F(TableModulatorTest, SynchronisedSineFollowsTheNoteValue) {
 TEST_F(TableModulatorTest, SmoothFactorQuantisesTheWrites) {
     modulator.setSync(false);
     modulator.setSpeed(0.5f);
-    auto writesOverOneCycle = [&] {
+    auto writes = [&](int blocks, uint32_t n) {
         modulator.restart();
         host.values[kTarget] = 0.0f;
         const int before = host.plainWrites;
-        for (int b = 0; b < 200; ++b) block(441);
+        for (int b = 0; b < blocks; ++b) block(n);
         return host.plainWrites - before;
     };
-    const int fine = writesOverOneCycle();
+    const int fine = writes(200, 441);  // one cycle
     setModulatorSmoothFactor(10);
-    const int coarse = writesOverOneCycle();
+    const int coarse = writes(200, 441);
     // Steps of 0.1 up and down: at most twenty writes.
     EXPECT_LE(coarse, 20);
     EXPECT_GE(coarse, 16);
@@ -83,13 +84,10 @@ TEST_F(TableModulatorTest, SmoothFactorQuantisesTheWrites) {
     setModulatorSmoothFactor(0);
     EXPECT_EQ(modulatorSmoothFactor(), 10);
 
-    // With S = 10000 a move of less than 1/10000 writes nothing.
+    // With S = 10000 a move of less than 1/10000 (the sine one sample off
+    // its minimum) writes nothing.
     setModulatorSmoothFactor(10000);
-    modulator.restart();
-    host.values[kTarget] = 0.0f;
-    const int before = host.plainWrites;
-    block(1);  // the sine has barely left its minimum
-    EXPECT_EQ(host.plainWrites, before);
+    EXPECT_EQ(writes(1, 1), 0);
 }
 
 TEST_F(TableModulatorTest, StandsStillWhenOffOrWithoutPeriod) {
@@ -150,13 +148,9 @@ TEST_F(TableModulatorTest, SquareAndRampWaves) {
 }
 
 TEST_F(TableModulatorTest, StepSequenceLastsOneNotePerStepWhenSynchronised) {
-    EXPECT_EQ(modulator.getTableValue(0), 0.0f);
-    EXPECT_EQ(modulator.getTableValue(1), 0.125f);
-    EXPECT_EQ(modulator.getTableValue(6), 0.0f);
-    EXPECT_EQ(modulator.getTableValue(7), 0.875f);
-    EXPECT_EQ(modulator.getTableValue(8), 0.0f);
-    modulator.setTableValue(8, 0.5f);  // ignored
-    EXPECT_EQ(modulator.getTableValue(8), 0.0f);
+    modulator.setTableValue(8, 0.5f);  // past the table: ignored
+    for (auto [step, value] : {std::pair<int, float>{0, 0.0f}, {1, 0.125f}, {6, 0.0f}, {7, 0.875f}, {8, 0.0f}})
+        EXPECT_EQ(modulator.getTableValue(step), value) << step;
 
     modulator.setParameter(kModulatorType, 1.0f);  // type 3
     EXPECT_EQ(modulator.getType(), 3);

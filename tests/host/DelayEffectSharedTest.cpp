@@ -88,12 +88,13 @@ TEST_F(DelayEffectShared, TwoInstancesShareTheSingletonsUntilTheLastCloses) {
 }
 
 TEST_F(DelayEffectShared, UserOptionsAreReadAtConstruction) {
-    {
+    auto setOptions = [](long resample, long smooth) {
         Preferences* options = Preferences::acquire(kPreferencesDomain);
-        options->setNumber(kOptionDelayTimeResample, 1);
-        options->setNumber(kOptionSmoothFactor, 500);
+        options->setNumber(kOptionDelayTimeResample, resample);
+        options->setNumber(kOptionSmoothFactor, smooth);
         options->release();
-    }
+    };
+    setOptions(1, 500);
     DelayEffect* effect = make();
     ASSERT_NE(effect, nullptr);
     for (int t = 0; t < kTapCount; ++t) EXPECT_TRUE(effect->engine().tap(t).isResampling()) << t;
@@ -108,11 +109,7 @@ TEST_F(DelayEffectShared, UserOptionsAreReadAtConstruction) {
     close(effect);
 
     // A zero option leaves the defaults.
-    {
-        Preferences* options = Preferences::acquire(kPreferencesDomain);
-        options->setNumber(kOptionSmoothFactor, 0);
-        options->release();
-    }
+    setOptions(0, 0);
     setModulatorSmoothFactor(kDefaultSmoothFactor);
     effect = make();
     ASSERT_NE(effect, nullptr);
