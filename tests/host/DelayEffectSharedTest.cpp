@@ -124,9 +124,12 @@ TEST_F(DelayEffectShared, ProgramZeroReappliesItsValuesOverTheEngine) {
     effect->engine().tap(0).setVolume(0.1f);
     effect->engine().setWetDry(0.9f);
     effect->engine().modulator(2).setIndex(33);
+    // Programs 1 and -1 do not exist; 0 re-applies the stored values.
     AEffect* e = effect->getAeffect();
     e->dispatcher(e, effSetProgram, 0, 1, nullptr, 0.0f);
+    e->dispatcher(e, effSetProgram, 0, -1, nullptr, 0.0f);
     EXPECT_FLOAT_EQ(effect->engine().tap(0).volume(), 0.1f);
+    EXPECT_EQ(e->dispatcher(e, effGetProgram, 0, 0, nullptr, 0.0f), 0);
     e->dispatcher(e, effSetProgram, 0, 0, nullptr, 0.0f);
     EXPECT_FLOAT_EQ(effect->engine().tap(0).volume(), 1.0f);
     EXPECT_FLOAT_EQ(effect->engine().wetDry(), 0.563636f);
