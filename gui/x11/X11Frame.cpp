@@ -114,6 +114,21 @@ bool X11Frame::createSurfaces(xcb_visualid_t visualId, const Rect& size) {
            cairo_surface_status(backBuffer_) == CAIRO_STATUS_SUCCESS;
 }
 
+// The common end of both kinds of opening: surfaces for the new window, the
+// window shown, the shared fonts held. Closes everything on failure.
+bool X11Frame::showWindow(xcb_visualid_t visual, const Rect& size, bool dialog) {
+    if (!createSurfaces(visual, size)) {
+        close();
+        return false;
+    }
+    xcb_map_window(connection_, window_);
+    xcb_flush(connection_);
+    retainFonts();
+    fontsHeld_ = true;
+    dialog_ = dialog;
+    return true;
+}
+
 bool X11Frame::openChild(uintptr_t parentId, const Rect& size) {
     close();
     if (size.isEmpty() || !connect()) return false;
@@ -146,15 +161,7 @@ bool X11Frame::openChild(uintptr_t parentId, const Rect& size) {
         disconnect();
         return false;
     }
-    if (!createSurfaces(visual, size)) {
-        close();
-        return false;
-    }
-    xcb_map_window(connection_, window_);
-    xcb_flush(connection_);
-    retainFonts();
-    fontsHeld_ = true;
-    dialog_ = false;
+    if (!showWindow(visual, size, false)) return false;
     lastIdleMs_ = nowMs();
     if (frame_.fallbackDelay() > 0) {
         timerStop_ = false;
@@ -236,16 +243,7 @@ bool X11Frame::openDialog(uintptr_t ownerId, const Rect& size, const char* title
     xcb_change_property(connection_, XCB_PROP_MODE_REPLACE, window_, XCB_ATOM_WM_NORMAL_HINTS,
                         XCB_ATOM_WM_SIZE_HINTS, 32, 18, hints);
 
-    if (!createSurfaces(screen_->root_visual, size)) {
-        close();
-        return false;
-    }
-    xcb_map_window(connection_, window_);
-    xcb_flush(connection_);
-    retainFonts();
-    fontsHeld_ = true;
-    dialog_ = true;
-    return true;
+    return showWindow(screen_->root_visual, size, true);
 }
 
 void X11Frame::disconnect() {

@@ -47,6 +47,7 @@ public:
 private:
     bool connect();
     bool createSurfaces(xcb_visualid_t visual, const Rect& size);
+    bool showWindow(xcb_visualid_t visual, const Rect& size, bool dialog);
     void timerLoop();
     xcb_atom_t atom(const char* name);
     xcb_window_t topLevelOf(xcb_window_t window);
