@@ -15,6 +15,7 @@ packages=(
   locales                             # locale sources: tests build a German (decimal comma) locale
   libgtest-dev googletest libgmock-dev libbenchmark-dev  # tests and benchmarks
   xvfb xauth x11-utils fonts-urw-base35 fonts-dejavu-core  # GUI tests under Xvfb
+  g++-aarch64-linux-gnu qemu-user     # the 64-bit Arm build and its emulated check
 )
 
 missing=()

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Builds Varitap and runs every test: in the optimised build, in the
-# ThreadSanitizer build (the tests labelled "threads" only), a short fuzzing
-# run of the presets reader, and in the AddressSanitizer + UndefinedBehaviorSanitizer build, which runs last so
+# ThreadSanitizer build (the tests labelled "threads" only), an aarch64
+# cross build with an emulated check, a short fuzzing run of the presets
+# reader, and in the AddressSanitizer + UndefinedBehaviorSanitizer build, which runs last so
 # that the output ends with its ctest summary. Installs missing Debian
 # packages first. Exits non-zero when any build or test failed.
 set -uo pipefail
@@ -55,6 +56,11 @@ if cmake --preset tsan >/dev/null; then
 else
   status=1
 fi
+
+# 64-bit Arm: the engine compiled for aarch64, its vector loops checked
+# against the scalar ones under emulation.
+echo "=== aarch64 ==="
+bash scripts/check-aarch64.sh || status=1
 
 # The presets reader under libFuzzer (clang, ASan+UBSan) for a fixed time.
 echo "=== presets fuzzing ==="
