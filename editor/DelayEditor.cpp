@@ -147,6 +147,7 @@ bool DelayEditor::open(void* parentWindow) {
     }
 
     ScopedLock lock(lock_);
+    frameThread_ = std::this_thread::get_id();
     for (auto& pending : pendingType_) pending = false;
     auto frame = makeRef<gui::Frame>(Rect(0, 0, kWidth, kHeight), this);
     if (background_ && background_->isLoaded()) frame->setBackground(background_.get());
@@ -372,9 +373,11 @@ void DelayEditor::idle() {
 void DelayEditor::showPendingTypes() {
     ScopedLock lock(lock_);
     if (!frame_) return;
+    // Hosts may idle the editor on another thread than the one that opened it.
+    frameThread_ = std::this_thread::get_id();
     for (int m = 0; m < kModulatorCount; ++m) {
         if (pendingType_[m].exchange(false)) {
-            showModulatorType(m, plugin_->getParameter(modulatorParameterIndex(m, kModulatorType)));
+            placeTableViews(m, plugin_->getParameter(modulatorParameterIndex(m, kModulatorType)));
         }
     }
 }
@@ -521,9 +524,17 @@ void DelayEditor::showParameter(int32_t index, float value) {
 }
 
 void DelayEditor::showModulatorType(int m, float value) {
-    gui::ViewContainer* panel = modulatorPanel_[m].get();
     typeSwitch_[m]->setValue(value);
-    // Never wait for the frame here: this may run on the audio thread.
+    if (std::this_thread::get_id() != frameThread_) {
+        pendingType_[m] = true;
+        return;
+    }
+    placeTableViews(m, value);
+}
+
+void DelayEditor::placeTableViews(int m, float value) {
+    gui::ViewContainer* panel = modulatorPanel_[m].get();
+    // Never wait for the frame: a menu's modal loop may hold it.
     std::unique_lock<std::recursive_mutex> guard;
     if (gui::Frame* f = panel->frame()) {
         guard = std::unique_lock<std::recursive_mutex>(f->guard(), std::try_to_lock);

@@ -11,6 +11,7 @@
 #include <atomic>
 #include <cstdint>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "engine/ParameterLayout.h"
@@ -194,6 +195,9 @@ private:
     // Puts a parameter's value on its widget (the editor's lock held).
     void showParameter(int32_t index, float value);
     void showModulatorType(int m, float value);
+    // Moves the table toggle and view in or out of panel m for a Type value;
+    // on the frame's own thread only.
+    void placeTableViews(int m, float value);
     // ui thread: the Type changes that found the frame busy, shown now.
     void showPendingTypes();
     void fillRoutingMenus();
@@ -241,10 +245,13 @@ private:
     RefPtr<gui::OnOffButton> tableToggle_[kModulatorCount];
 
     RecursiveMutex lock_;  // guards frame_ and every widget pointer
-    // A Type change moves views in and out of a panel, which needs the
-    // frame's guard; a caller that finds it busy (a menu is open, the timer
-    // draws) leaves the change to the next idle instead of waiting.
+    // A Type change moves views in and out of a panel. Only the thread that
+    // drives the frame (opens it and calls idle) does that, and only when the
+    // frame's guard is free; any other caller (the audio thread's modulators,
+    // another host thread) or a busy frame (a menu is open) leaves the change
+    // to the next idle, so nothing there allocates or waits.
     std::atomic<bool> pendingType_[kModulatorCount] = {};
+    std::thread::id frameThread_;  // under lock_
     RefPtr<gui::Knob> wetDry_;
     RefPtr<AboutOverlay> about_;
     ObjectList backgrounds_;  // BackgroundEntry, in the bundle's order

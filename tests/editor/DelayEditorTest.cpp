@@ -360,6 +360,25 @@ TEST_F(DelayEditorTest, TypeChangeWhileAMenuIsOpenWaitsForTheNextIdleWithoutBloc
     EXPECT_TRUE(panel->isChild(editor().tableToggle(m)));
 }
 
+// The audio thread's modulators write parameters too: off the frame's own
+// thread a Type change stores the switch value and leaves the panel to the
+// next idle, so adding a view never happens (or allocates) there.
+TEST_F(DelayEditorTest, TypeChangeFromAnotherThreadWaitsForTheNextIdle) {
+    const int m = 4;
+    ASSERT_TRUE(host.openEditor());
+    gui::ViewContainer* panel = editor().modulatorPanel(m);
+    bool shownAtOnce = true;
+    std::thread audio([&] {
+        hostSets(modulatorParameterIndex(m, kModulatorType), 1.0f);
+        shownAtOnce = panel->isChild(editor().tableToggle(m));
+    });
+    audio.join();
+    EXPECT_FALSE(shownAtOnce);
+    EXPECT_FLOAT_EQ(editor().typeSwitch(m)->value(), 1.0f);
+    host.settle(1);
+    EXPECT_TRUE(panel->isChild(editor().tableToggle(m)));
+}
+
 TEST_F(DelayEditorTest, SpeedDisplayShowsNanWhileTheSampleRateIsZero) {
     const int m = 2;
     hostSets(modulatorParameterIndex(m, kModulatorSync), 0.0f);
