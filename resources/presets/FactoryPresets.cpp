@@ -83,27 +83,27 @@ private:
     }
 };
 
-// A tempo-synchronised tap.
-Tap note(Note n, int in, int out, double volume, double feedback = 0.0) {
+// A tap from in to out with its delay as the "Delay" parameter's value.
+Tap routed(double delay, bool sync, int in, int out, double volume, double feedback) {
     Tap t;
     t.in = in;
     t.out = out;
-    t.delay = noteValue(n);
-    t.sync = true;
+    t.delay = delay;
+    t.sync = sync;
     t.volume = volume;
     t.feedback = feedback;
     return t;
 }
 
+// A tempo-synchronised tap.
+Tap note(Note n, int in, int out, double volume, double feedback = 0.0) {
+    return routed(noteValue(n), true, in, out, volume, feedback);
+}
+
 // A free tap, its delay in milliseconds at 44.1 kHz (the line counts samples).
 Tap ms(double milliseconds, int in, int out, double volume, double feedback = 0.0) {
-    Tap t;
-    t.in = in;
-    t.out = out;
-    t.delay = milliseconds * kSampleRate / 1000.0 / kLineCapacity;
-    t.volume = volume;
-    t.feedback = feedback;
-    return t;
+    return routed(milliseconds * kSampleRate / 1000.0 / kLineCapacity, false, in, out, volume,
+                  feedback);
 }
 
 // A tap that passes a bus on to an output one sample later: the listening end
