@@ -183,12 +183,12 @@ public:
     std::string feedbackText(int tap) const;
     std::string volumeText(int tap) const;
     std::string speedText(int m) const;
+
+private:
     // The speed display's text for a modulator: the note name when it is
     // synchronised, else "%.2f" of speed x 2.0 x (rate / rate), which shows
     // "nan" while the modulator's sample rate is 0.
     static std::string speedTextFor(const TableModulator& modulator);
-
-private:
     // One factory each for a tap strip and a modulator panel.
     void buildTapStrip(int tap, int left, int stripWidth, int stripHeight);
     void buildModulatorPanel(int m, int left, int top, int panelWidth, int panelHeight);
