@@ -1,0 +1,102 @@
+// The built bundle under a host's threads, as Ardour drives it: one thread
+// processes and suspends/resumes the plug-in between blocks (Ardour sends
+// effMainsChanged from its process thread when an export starts), while
+// another sets every parameter and reads names, displays, labels and values
+// back into 64-byte buffers, and the plug-in's modulators write automation
+// from the audio thread. Run under ThreadSanitizer too (label "threads").
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cmath>
+#include <cstring>
+#include <thread>
+
+#include "FakeHost.h"
+#include "engine/ParameterLayout.h"
+
+namespace varitap::test {
+namespace {
+
+using namespace vst;
+
+TEST(HostThreadsTest, ProcessAndMainsChangedOnOneThreadWhileAnotherAutomatesAndReads) {
+    BundleLibrary library;
+    ASSERT_TRUE(library.loaded()) << BundleLibrary::path();
+    FakeHost host;
+    host.time.tempo = 120.0;
+    host.time.sampleRate = 48000.0;
+    // Ardour reports automation writing: the modulators then write through
+    // the host (audioMasterAutomate) from the audio thread.
+    host.time.flags = kVstTransportPlaying | kVstTempoValid | kVstAutomationWriting;
+    Plugin plugin(library, host);
+    ASSERT_TRUE(plugin);
+    plugin.dispatch(effSetSampleRate, 0, 0, nullptr, 48000.0f);
+    plugin.dispatch(effSetBlockSize, 0, 512);
+    plugin.dispatch(effMainsChanged, 0, 1);
+
+    // Every modulator running, aimed at a tap's delay, volume or feedback.
+    for (int m = 0; m < kModulatorCount; ++m) {
+        const int target = tapParameterIndex(m, m % 3);
+        plugin.set(modulatorParameterIndex(m, kModulatorIndex), float(target));
+        plugin.set(modulatorParameterIndex(m, kModulatorSpeed), 0.9f);
+        plugin.set(modulatorParameterIndex(m, kModulatorSync), m % 2 ? 1.0f : 0.0f);
+        plugin.set(modulatorParameterIndex(m, kModulatorPower), 1.0f);
+    }
+    // Every tap routed from input 1 to output 1 (selector values 1/44, 1/24).
+    for (int t = 0; t < kTapCount; ++t) {
+        plugin.set(kTapInputParameterBase + t, 1.5f / kInputSelectorScale);
+        plugin.set(kTapOutputParameterBase + t, 1.5f / kOutputSelectorScale);
+    }
+
+    std::atomic<bool> stop{false};
+    std::atomic<long> reads{0};
+    std::thread automation([&] {
+        char text[64];
+        unsigned i = 0;
+        while (!stop.load()) {
+            const int32_t index = int32_t(i % kParameterCount);
+            const bool modulatorTarget = index >= kModulatorParameterBase &&
+                                         ((index - kModulatorParameterBase) % kModulatorParameterCount ==
+                                              kModulatorIndex ||
+                                          (index - kModulatorParameterBase) % kModulatorParameterCount ==
+                                              kModulatorPower);
+            // Synchronised lengths up to the longest note value make the
+            // audio thread grow the lines while this thread sets them.
+            if (!modulatorTarget) plugin.set(index, float((i * 7) % 101) / 100.0f);
+            for (int32_t opcode : {effGetParamName, effGetParamDisplay, effGetParamLabel}) {
+                // Cleared first as Ardour does (where nothing is written the
+                // text stays empty); every text fits 31 characters.
+                std::memset(text, 0, sizeof text);
+                plugin.dispatch(opcode, index, 0, text);
+                ASSERT_LE(strnlen(text, sizeof text), size_t(kNameTextMax)) << "opcode " << opcode << " index " << index;
+            }
+            EXPECT_TRUE(std::isfinite(plugin.get(index)));
+            plugin.dispatch(effGetProgramName, 0, 0, text);
+            ++i;
+            reads.fetch_add(1);
+        }
+    });
+
+    Plugin::Buffers in(2, std::vector<float>(512)), out(2, std::vector<float>(512));
+    // At least 600 blocks, and on until the other thread went twice through
+    // every parameter.
+    for (int b = 0; b < 600 || (reads.load() < 2 * kParameterCount && b < 100000); ++b) {
+        for (int c = 0; c < 2; ++c)
+            for (int s = 0; s < 512; ++s) in[c][s] = std::sin(0.01f * float(s + 512 * b + c));
+        if (b % 100 == 50) {
+            plugin.dispatch(effMainsChanged, 0, 0);
+            plugin.dispatch(effMainsChanged, 0, 1);
+        }
+        host.time.samplePos = 512.0 * b;
+        plugin.processReplacing(in, out, 512);
+        for (int c = 0; c < 2; ++c)
+            for (float x : out[c]) ASSERT_TRUE(std::isfinite(x)) << "block " << b;
+    }
+    stop = true;
+    automation.join();
+    EXPECT_GE(reads.load(), 2 * kParameterCount);
+    EXPECT_FALSE(host.automated.empty()) << "the modulators wrote no automation";
+}
+
+}  // namespace
+}  // namespace varitap::test
