@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Installs the Debian packages Varitap needs to build, test and run its tools.
-# Does nothing when every package is already there. Needs root (or sudo) only
+# Installs the Debian packages Varitap needs to build, test and run its tools,
+# and any further packages named on the command line (the test command adds
+# the real host). Does nothing when every package is already there. Needs root (or sudo) only
 # when something is missing.
 set -euo pipefail
 
@@ -16,6 +17,7 @@ packages=(
   libgtest-dev googletest libgmock-dev libbenchmark-dev  # tests and benchmarks
   xvfb xauth x11-utils fonts-urw-base35 fonts-dejavu-core  # GUI tests under Xvfb
   g++-aarch64-linux-gnu qemu-user     # the 64-bit Arm build and its emulated check
+  "$@"
 )
 
 missing=()
