@@ -1,7 +1,6 @@
 // Opening and closing the editor again and again while the audio thread
 // processes (its modulators writing parameters) and the host automates every
 // parameter from a thread of its own. Run under ThreadSanitizer as well.
-#include <dirent.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -19,14 +18,7 @@
 namespace varitap::test {
 namespace {
 
-int openDescriptors() {
-    int n = 0;
-    if (DIR* d = opendir("/proc/self/fd")) {
-        while (readdir(d)) ++n;
-        closedir(d);
-    }
-    return n;
-}
+using gui::test::openDescriptors;
 
 int childWindows(HostDisplay& display, xcb_window_t w) {
     xcb_query_tree_reply_t* tree =

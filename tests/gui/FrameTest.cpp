@@ -3,7 +3,6 @@
 // opening, and the cost of idling and redrawing.
 #include "gui/Frame.h"
 
-#include <dirent.h>
 #include <gtest/gtest.h>
 #include <time.h>
 
@@ -30,15 +29,7 @@ using test::HostDisplay;
 using test::Image;
 using test::Recorder;
 using test::waitFor;
-
-int openDescriptors() {
-    int n = 0;
-    if (DIR* d = opendir("/proc/self/fd")) {
-        while (readdir(d)) ++n;
-        closedir(d);
-    }
-    return n;
-}
+using test::openDescriptors;
 
 double cpuSeconds() {
     timespec ts{};

@@ -1,6 +1,7 @@
 #include "XServer.h"
 
 #include <cairo.h>
+#include <dirent.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -80,6 +81,15 @@ private:
 }  // namespace
 
 bool haveDisplay() { return XvfbEnvironment::running; }
+
+int openDescriptors() {
+    int n = 0;
+    if (DIR* d = opendir("/proc/self/fd")) {
+        while (readdir(d)) ++n;
+        closedir(d);
+    }
+    return n;
+}
 
 bool Pixel::near(uint8_t R, uint8_t G, uint8_t B, int tol) const {
     return std::abs(r - R) <= tol && std::abs(g - G) <= tol && std::abs(b - B) <= tol;

@@ -17,6 +17,10 @@ namespace varitap::gui::test {
 // True once the private server runs (DISPLAY points at it).
 bool haveDisplay();
 
+// File descriptors this process has open (for leak checks over many
+// open/close cycles).
+int openDescriptors();
+
 struct Pixel {
     uint8_t r = 0, g = 0, b = 0;
     bool near(uint8_t R, uint8_t G, uint8_t B, int tol = 40) const;
