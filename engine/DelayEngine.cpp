@@ -21,10 +21,66 @@ float* allocateBus() {
     return static_cast<float*>(memory);
 }
 
+// Rows of the waves' working memory, kChunkFrames floats each.
+constexpr uint32_t kLaneRow = kTapCount;                         // interleaved filter lanes
+constexpr uint32_t kGainRow = kLaneRow + FilterLanes::kMaxLanes;  // one tap's gain ramp
+constexpr uint32_t kSilenceRow = kGainRow + 1;                    // zeros
+constexpr uint32_t kWaveRows = kSilenceRow + 1;
+
+float* allocateWaveMemory() {
+    void* memory = nullptr;
+    const size_t bytes = size_t(kWaveRows) * DelayEngine::kChunkFrames * sizeof(float);
+    if (posix_memalign(&memory, 32, bytes) != 0) return nullptr;
+    std::memset(memory, 0, bytes);
+    return static_cast<float*>(memory);
+}
+
+bool allZero(const float* samples, uint32_t n) {
+    for (uint32_t i = 0; i < n; ++i)
+        if (samples[i] != 0.0f) return false;
+    return true;
+}
+
+bool contains(const float* const* list, int count, const float* buffer) {
+    for (int i = 0; i < count; ++i)
+        if (list[i] == buffer) return true;
+    return false;
+}
+
+// The state a filter type outputs.
+FilterLanes::Output laneOutput(int32_t type) {
+    switch (type) {
+        case TapFilter::kLowPass: return FilterLanes::kLow;
+        case TapFilter::kHighPass: return FilterLanes::kHigh;
+        case TapFilter::kBandPass: return FilterLanes::kBand;
+        default: return FilterLanes::kNotch;
+    }
+}
+
 }  // namespace
+
+// One tap's part in a block run in waves.
+struct DelayEngine::TapJob {
+    bool running;           // false: skipped (silent) for the whole block
+    bool silenceSource;     // reads the silence row (no chunk offset)
+    bool inputSilent;       // every source sample is an exact zero
+    bool filtered;          // the filter is on
+    bool compareRamp;       // the gain stops at the volume (tapLoopScalar's ramp)
+    bool ramp;              // the gain moves during the block
+    float* source;
+    float* destination;     // null: the signal is discarded
+    TapBlock block;
+    uint32_t position;      // the head, carried from chunk to chunk
+    float gain;             // the next sample's gain
+    float step;             // its increment
+    int32_t type;           // filter type
+    TapFilter::Coefficients coefficients;
+    TapFilter::State state;
+};
 
 DelayEngine::DelayEngine(EngineHost& host)
     : host_(host), pool_(ScratchPool::acquire()), systemInfo_(SystemInfo::acquire()) {
+    waveMemory_ = allocateWaveMemory();
     scratchBus_ = allocateBus();
     for (float*& bus : internalBuses_) bus = allocateBus();
     for (auto& tap : taps_) {
@@ -51,6 +107,7 @@ DelayEngine::DelayEngine(EngineHost& host)
 DelayEngine::~DelayEngine() {
     freeWetBuses();
     std::free(scratchBus_);
+    std::free(waveMemory_);
     for (float* bus : internalBuses_) std::free(bus);
     if (systemInfo_) systemInfo_->release();
     // ScratchPool::release(void*) hides the reference release.
@@ -242,12 +299,10 @@ void DelayEngine::run(float** inputs, float** outputs, int32_t sampleFrames, boo
         }
     }
 
-    for (int t = 0; t < kTapCount; ++t) {
-        float* destination = resolveDestination(tapOutputSelector_[t]);
-        float* source = resolveSource(tapInputSelector_[t], inputs);
-        taps_[t]->process(source, destination, n, samplesPerBeat, automationWriting, songPosition);
-        if (source == scratchBus_ || destination == scratchBus_) std::memset(scratchBus_, 0, bytes);
-    }
+    if (schedule_ == TapSchedule::kWaves)
+        runTapsInWaves(inputs, n, samplesPerBeat, automationWriting, songPosition);
+    else
+        runTapsSequential(inputs, n, samplesPerBeat, automationWriting, songPosition);
 
     const MixReplace mix = kernels().mixReplace;
     const float wetDry = wetDry_;
@@ -262,6 +317,215 @@ void DelayEngine::run(float** inputs, float** outputs, int32_t sampleFrames, boo
             mix(wet, dry, destination, n, wetDry);
         else
             mixAccumulate(wet, destination, n, wetDry);
+    }
+}
+
+void DelayEngine::runTapsSequential(float** inputs, uint32_t n, float samplesPerBeat,
+                                    bool alignToSong, double songPosition) {
+    const size_t bytes = n * sizeof(float);
+    for (int t = 0; t < kTapCount; ++t) {
+        float* destination = resolveDestination(tapOutputSelector_[t]);
+        float* source = resolveSource(tapInputSelector_[t], inputs);
+        taps_[t]->process(source, destination, n, samplesPerBeat, alignToSong, songPosition);
+        if (source == scratchBus_ || destination == scratchBus_) std::memset(scratchBus_, 0, bytes);
+    }
+}
+
+// The taps in waves: a wave is a run of taps in index order in which no tap
+// reads a bus that an earlier tap of the wave adds into. Within a wave every
+// tap's line runs first (so every source is read before anything is added),
+// then the wave's filters run side by side, then each tap's signal is added
+// into its destination in tap order, so every sum rounds as it would tap by
+// tap. The block is cut into chunks of kChunkFrames; each sample depends
+// only on earlier samples, so the order of chunks changes nothing.
+//
+// The scratch bus is cleared after each tap that uses it in the plain form:
+// the first tap to use it reads what it held, every later reader reads
+// silence, and what is added into it is never heard.
+void DelayEngine::runTapsInWaves(float** inputs, uint32_t n, float samplesPerBeat,
+                                 bool alignToSong, double songPosition) {
+    bool filterFirst = false;
+    for (auto& tap : taps_) filterFirst = filterFirst || tap->isFilterFirst();
+    if (!waveMemory_ || filterFirst) {
+        runTapsSequential(inputs, n, samplesPerBeat, alignToSong, songPosition);
+        return;
+    }
+    const bool compareRamp = kernels().tapLoop == tapLoopScalar;
+    float* silence = waveMemory_ + size_t(kSilenceRow) * kChunkFrames;
+    TapJob jobs[kTapCount];
+    // Buffers that running taps add into (or scale in place), so far.
+    const float* written[2 * kTapCount];
+    int writtenCount = 0;
+    bool scratchUsed = false;
+    bool silenceScaled = false;
+    for (int t = 0; t < kTapCount; ++t) {
+        TapJob& job = jobs[t];
+        FilteredDelayTap& tap = *taps_[t];
+        float* destination = resolveDestination(tapOutputSelector_[t]);
+        float* source = resolveSource(tapInputSelector_[t], inputs);
+        job.silenceSource = source == scratchBus_ && scratchUsed;
+        scratchUsed = scratchUsed || source == scratchBus_ || destination == scratchBus_;
+        job.source = job.silenceSource ? silence : source;
+        job.destination = destination == scratchBus_ ? nullptr : destination;
+        job.block = tap.beginBlock(n, samplesPerBeat, alignToSong, songPosition);
+        job.position = job.block.position;
+        // Buses are cleared at the start of the block: one that no earlier
+        // tap has added into is silent without looking.
+        bool clearedBus = false;
+        for (float* bus : internalBuses_) clearedBus = clearedBus || source == bus;
+        for (int32_t i = 0; i < numOutputs_; ++i) clearedBus = clearedBus || source == wetBuses_[i];
+        job.inputSilent = job.silenceSource ||
+                          (!contains(written, writtenCount, source) && (clearedBus || allZero(source, n)));
+        const TapBlock& block = job.block;
+        job.running = true;
+        if (!block.line) {
+            // Passing the input through scales it in place.
+            if (job.silenceSource)
+                silenceScaled = true;
+            else
+                written[writtenCount++] = source;
+        } else if (job.inputSilent && tap.isLineSilent() && std::isfinite(block.feedback) &&
+                   std::isfinite(block.appliedVolume) && std::isfinite(block.volume)) {
+            // Silence in, silence in the line: nothing to hear, nothing to
+            // filter; only the head moves.
+            tap.skipBlock(block, n);
+            job.running = false;
+            continue;
+        }
+        TapFilter& filter = tap.filter();
+        job.type = filter.type();
+        job.filtered = job.type != TapFilter::kOff;
+        if (job.filtered) {
+            job.coefficients = filter.coefficients();  // under the filter's lock
+            job.state = filter.state();
+        }
+        // The gain ramp of the loop the plain form runs: tapLoopScalar's
+        // stops at the volume; the vector routine's tail starts at
+        // appliedVolume + step * 0 and adds step every sample.
+        job.compareRamp = compareRamp || block.length == 0;
+        job.step = (block.volume - block.appliedVolume) / static_cast<float>(n);
+        job.gain = job.compareRamp ? block.appliedVolume : block.appliedVolume + job.step * 0.0f;
+        job.ramp = job.step != 0.0f;
+        if (job.destination) written[writtenCount++] = job.destination;
+    }
+
+    // Waves: cut where a tap reads what an earlier tap of the wave adds to.
+    int waveStart[kTapCount + 1];
+    int waves = 0;
+    const float* waveWrites[kTapCount];
+    int waveWriteCount = 0;
+    for (int t = 0; t < kTapCount; ++t) {
+        if (!jobs[t].running) continue;
+        if (waves == 0 || contains(waveWrites, waveWriteCount, jobs[t].source)) {
+            waveStart[waves++] = t;
+            waveWriteCount = 0;
+        }
+        if (jobs[t].destination) waveWrites[waveWriteCount++] = jobs[t].destination;
+    }
+    waveStart[waves] = kTapCount;
+
+    for (uint32_t offset = 0; offset < n; offset += kChunkFrames) {
+        const uint32_t count = n - offset < kChunkFrames ? n - offset : kChunkFrames;
+        for (int w = 0; w < waves; ++w) runWave(jobs, waveStart[w], waveStart[w + 1], offset, count);
+        if (silenceScaled) std::memset(silence, 0, kChunkFrames * sizeof(float));
+    }
+
+    for (int t = 0; t < kTapCount; ++t) {
+        const TapJob& job = jobs[t];
+        if (!job.running) continue;
+        if (job.block.line) taps_[t]->endBlock(job.block, n, job.position, job.inputSilent);
+        if (job.filtered) taps_[t]->filter().setState(job.state);
+    }
+    if (scratchUsed) std::memset(scratchBus_, 0, n * sizeof(float));
+}
+
+void DelayEngine::runWave(TapJob* jobs, int first, int end, uint32_t offset, uint32_t count) {
+    const Kernels& k = kernels();
+    auto row = [this](uint32_t r) { return waveMemory_ + size_t(r) * kChunkFrames; };
+    float* gains = row(kGainRow);
+
+    // Every line of the wave, each into its own row.
+    for (int t = first; t < end; ++t) {
+        TapJob& job = jobs[t];
+        if (!job.running) continue;
+        float* out = row(uint32_t(t));
+        float* source = job.silenceSource ? job.source : job.source + offset;
+        const TapBlock& block = job.block;
+        if (!block.line) {
+            std::memset(out, 0, count * sizeof(float));
+            DelayTap::addUndelayed(source, out, count, block.volume);
+            continue;
+        }
+        if (job.ramp) {
+            float gain = job.gain;
+            if (job.compareRamp) {
+                for (uint32_t i = 0; i < count; ++i) {
+                    gains[i] = gain;
+                    if (gain != block.volume) gain += job.step;
+                }
+            } else {
+                for (uint32_t i = 0; i < count; ++i) {
+                    gains[i] = gain;
+                    gain += job.step;
+                }
+            }
+            job.gain = gain;
+        }
+        job.position = k.tapDelay(block.line, job.position, block.length, source, out, count,
+                                  block.feedback, job.ramp ? gains : nullptr, job.gain);
+    }
+
+    // The wave's filters side by side, one tap per lane.
+    int lanes[FilterLanes::kMaxLanes];
+    int laneCount = 0;
+    for (int t = first; t < end; ++t)
+        if (jobs[t].running && jobs[t].filtered) lanes[laneCount++] = t;
+    if (laneCount > 0) {
+        const uint32_t stride = (uint32_t(laneCount) + k.laneWidth - 1) / k.laneWidth * k.laneWidth;
+        FilterLanes filter;
+        filter.output = laneOutput(jobs[lanes[0]].type);
+        for (uint32_t l = 0; l < stride; ++l) {
+            const bool used = l < uint32_t(laneCount);
+            const TapJob* job = used ? &jobs[lanes[l]] : nullptr;
+            const FilterLanes::Output output = used ? laneOutput(job->type) : FilterLanes::kBand;
+            if (used && output != filter.output) filter.output = FilterLanes::kMixed;
+            // Padding lanes: no coefficients, so their state stays at zero.
+            filter.frequency[l] = used ? job->coefficients.frequency : 0.0;
+            filter.damping[l] = used ? job->coefficients.damping : 0.0;
+            filter.drive[l] = used ? job->coefficients.drive : 0.0;
+            filter.notch[l] = used ? job->state.notch : 0.0;
+            filter.low[l] = used ? job->state.low : 0.0;
+            filter.high[l] = used ? job->state.high : 0.0;
+            filter.band[l] = used ? job->state.band : 0.0;
+            filter.pickNotch[l] = output == FilterLanes::kNotch ? ~uint64_t(0) : 0;
+            filter.pickLow[l] = output == FilterLanes::kLow ? ~uint64_t(0) : 0;
+            filter.pickHigh[l] = output == FilterLanes::kHigh ? ~uint64_t(0) : 0;
+        }
+        float* interleaved = row(kLaneRow);
+        for (uint32_t l = 0; l < stride; ++l) {
+            // Padding lanes are fed a nonzero sample, so that no lane of
+            // theirs is ever taken for silence.
+            const float* lane = l < uint32_t(laneCount) ? row(uint32_t(lanes[l])) : nullptr;
+            for (uint32_t i = 0; i < count; ++i) interleaved[i * stride + l] = lane ? lane[i] : 1.0f;
+        }
+        k.filterLanes(interleaved, count, stride, filter);
+        for (int l = 0; l < laneCount; ++l) {
+            float* lane = row(uint32_t(lanes[l]));
+            for (uint32_t i = 0; i < count; ++i) lane[i] = interleaved[i * stride + uint32_t(l)];
+            TapFilter::State& state = jobs[lanes[l]].state;
+            state.notch = filter.notch[l];
+            state.low = filter.low[l];
+            state.high = filter.high[l];
+            state.band = filter.band[l];
+        }
+    }
+
+    // Into the destinations, in tap order.
+    for (int t = first; t < end; ++t) {
+        const TapJob& job = jobs[t];
+        if (!job.running || !job.destination) continue;
+        float* destination = job.destination + offset;
+        k.vadd(row(uint32_t(t)), destination, destination, count);
     }
 }
 

@@ -97,6 +97,15 @@ public:
     // saving and restoring presets; the block operations only try it.
     RecursiveMutex& modulatorLock() { return modulatorLock_; }
 
+    // audio or ui thread, between blocks. How the taps of a block are run:
+    // kWaves (the default) groups them into waves by their routing and runs
+    // each wave's filters side by side in vector lanes; kSequential runs
+    // them one after another, each whole (the plain form the waves are
+    // compared with sample for sample). Both give the same samples.
+    enum class TapSchedule { kWaves, kSequential };
+    void setTapSchedule(TapSchedule schedule) { schedule_ = schedule; }
+    TapSchedule tapSchedule() const { return schedule_; }
+
     // Read-outs for tests: the buses and the values derived from the last
     // time information.
     const float* wetBus(int i) const;
@@ -110,8 +119,18 @@ public:
     // (no tempo means lengths of a few samples, never an infinite one).
     static float samplesPerBeatFor(double tempo, float sampleRate);
 
+    // Frames the waves run at a time: the scratch of ten taps and their
+    // filter lanes stays in the first-level cache.
+    static constexpr uint32_t kChunkFrames = 256;
+
 private:
+    struct TapJob;
     void run(float** inputs, float** outputs, int32_t sampleFrames, bool replacing);
+    void runTapsSequential(float** inputs, uint32_t n, float samplesPerBeat, bool alignToSong,
+                           double songPosition);
+    void runTapsInWaves(float** inputs, uint32_t n, float samplesPerBeat, bool alignToSong,
+                        double songPosition);
+    void runWave(TapJob* jobs, int first, int end, uint32_t offset, uint32_t count);
     float* resolveSource(int32_t selector, float** inputs);
     float* resolveDestination(int32_t selector);
     void freeWetBuses();
@@ -125,6 +144,11 @@ private:
     int32_t numHostOutputs_ = 2;         // host output arrays that may be written
     float* scratchBus_ = nullptr;        // no connection: silence source and discard sink
     float* internalBuses_[kInternalBusCount] = {};  // "Intern 1..4"
+    // The waves' working memory (audio thread), kChunkFrames per row: one
+    // row per tap, kMaxLanes rows of interleaved filter lanes, a row of gains
+    // and a row of silence.
+    float* waveMemory_ = nullptr;
+    TapSchedule schedule_ = TapSchedule::kWaves;
     Relaxed<float> wetDry_{0.0f};        // dry share of the output
     RefPtr<FilteredDelayTap> taps_[kTapCount];      // run in index order
     RefPtr<TableModulator> modulators_[kModulatorCount];

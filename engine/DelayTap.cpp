@@ -94,6 +94,8 @@ DelayTap::~DelayTap() { std::free(buffer_); }
 
 void DelayTap::clearBuffer() {
     if (buffer_) std::memset(buffer_, 0, (size_t(capacity_) + kGuardSamples) * sizeof(float));
+    dirtyEnd_ = 0;
+    zeroRun_ = 0;
 }
 
 void DelayTap::resetPosition() { position_ = 0; }
@@ -157,6 +159,19 @@ uint32_t DelayTap::syncedLength(float samplesPerBeat) const {
 
 void DelayTap::process(float* input, float* output, uint32_t count, float samplesPerBeat,
                        bool alignToSong, double songPositionSamples) {
+    const TapBlock block = beginBlock(count, samplesPerBeat, alignToSong, songPositionSamples);
+    if (!block.line) {
+        addUndelayed(input, output, count, block.volume);
+        return;
+    }
+    const TapLoop loop = block.length == 0 ? tapLoopScalar : kernels().tapLoop;
+    const uint32_t position = loop(block.line, block.position, block.length, input, output, count,
+                                   block.feedback, block.appliedVolume, block.volume);
+    endBlock(block, count, position, false);
+}
+
+TapBlock DelayTap::beginBlock(uint32_t count, float samplesPerBeat, bool alignToSong,
+                              double songPositionSamples) {
     const float fb = feedback_;
     const float vol = volume_;
     uint32_t len = delaySamples_;
@@ -182,32 +197,87 @@ void DelayTap::process(float* input, float* output, uint32_t count, float sample
     if (position_ > len) position_ = 0;
     if (capacity_ < len) setBufferSize(len);
 
-    if (capacity_ < len || !buffer_) {
-        // No line for this length: the undelayed input, without a ramp.
-        if (hasVectorUnit()) {
-            vsmul(input, vol, input, count);
-            vadd(input, output, output, count);
-        } else {
-            for (uint32_t i = 0; i < count; ++i) output[i] += input[i] * vol;
-        }
-        return;
-    }
+    // No line for this length: the undelayed input, without a ramp.
+    if (capacity_ < len || !buffer_) return TapBlock{nullptr, position_, len, fb, appliedVolume_, vol};
 
+    // A jump of the head or a new length ends the run of zeros.
+    if (position_ != lastEnd_ || len != lastLength_) zeroRun_ = 0;
     if (resample_) {
         if (previousLength_ != 0 && previousLength_ != len) resamplePending_ = true;
         // A line that was shrunk below the stored signal's length cannot be
         // stretched from it.
         if (previousLength_ > capacity_) resamplePending_ = false;
-        if (resamplePending_) stretch(len, count);
+        if (resamplePending_) {
+            stretch(len, count);
+            // Moved signal may land anywhere in the line.
+            if (dirtyEnd_ != 0) {
+                dirtyEnd_ = capacity_ + kGuardSamples;
+                zeroRun_ = 0;
+            }
+        }
         if (uint64_t(position_) + count > len) {
             previousLength_ = len;
             resamplePending_ = false;
         }
     }
+    return TapBlock{buffer_, position_, len, fb, appliedVolume_, vol};
+}
 
-    const TapLoop loop = len == 0 ? tapLoopScalar : kernels().tapLoop;
-    position_ = loop(buffer_, position_, len, input, output, count, fb, appliedVolume_, vol);
-    appliedVolume_ = vol;
+void DelayTap::endBlock(const TapBlock& block, uint32_t count, uint32_t position, bool inputSilent) {
+    const uint32_t len = block.length;
+    // Written where the loop went: 0..len, the sample at len only when the
+    // head started there.
+    const uint32_t end = block.position >= len ? len + 1 : len;
+    if (!inputSilent || block.position >= len) {
+        if (dirtyEnd_ < end) dirtyEnd_ = end;
+        zeroRun_ = 0;
+    } else {
+        // The zeros this block left, walking back from the head over what it
+        // wrote (at most one turn of the line).
+        const uint32_t limit = count < len ? count : len;
+        uint32_t zeros = 0;
+        for (uint32_t p = position; zeros < limit; ++zeros) {
+            p = p == 0 ? len - 1 : p - 1;
+            if (block.line[p] != 0.0f) break;
+        }
+        if (zeros < limit && dirtyEnd_ < end) dirtyEnd_ = end;
+        zeroRun_ = zeros == count && zeroRun_ < 0xffffffffu - count ? zeroRun_ + count : zeros;
+        // Zeros over a whole turn of a line that held nothing beyond it.
+        if (zeroRun_ >= len && dirtyEnd_ <= len) dirtyEnd_ = 0;
+    }
+    finishBlock(block, position);
+}
+
+void DelayTap::skipBlock(const TapBlock& block, uint32_t count) {
+    finishBlock(block, advance(block.position, block.length, count));
+}
+
+void DelayTap::finishBlock(const TapBlock& block, uint32_t position) {
+    position_ = position;
+    appliedVolume_ = block.volume;
+    lastEnd_ = position;
+    lastLength_ = block.length;
+}
+
+void DelayTap::addUndelayed(float* input, float* output, uint32_t count, float volume) {
+    if (hasVectorUnit()) {
+        vsmul(input, volume, input, count);
+        vadd(input, output, output, count);
+    } else {
+        for (uint32_t i = 0; i < count; ++i) output[i] += input[i] * volume;
+    }
+}
+
+uint32_t DelayTap::advance(uint32_t position, uint32_t length, uint32_t count) {
+    if (count == 0) return position;
+    if (position >= length) {
+        // The first sample is read at the end of the line (or at 0 for a
+        // length of 0); the head then starts again at 0.
+        position = 0;
+        --count;
+        if (length == 0) return 0;
+    }
+    return uint32_t((uint64_t(position) + count) % length);
 }
 
 void DelayTap::moveSamples(uint32_t from, uint32_t to, uint32_t n) {

@@ -13,6 +13,18 @@ namespace varitap {
 
 class DelayTap;
 
+// What one block of a tap's line needs, as beginBlock leaves it: the line
+// (null when there is none for this length; the tap then passes its input
+// through), the head, the length and the gains.
+struct TapBlock {
+    float* line;
+    uint32_t position;
+    uint32_t length;
+    float feedback;
+    float appliedVolume;
+    float volume;
+};
+
 // One row of a tap's parameter table. A null label or display writes nothing
 // (the caller's text is left as it was).
 struct DelayTapParameter {
@@ -78,6 +90,29 @@ public:
     virtual void getParameterDisplay(int index, char* text) const;
     virtual void getParameterName(int index, char* text) const;
 
+    // audio thread. process in three steps, for an engine that runs the
+    // loops of several taps itself: beginBlock places the head (song
+    // alignment), sets the length (growing the line for a synchronised one)
+    // and runs the resample step; then either the line's loop over count
+    // samples from block.position, or, without a line, addUndelayed; then
+    // endBlock with the head the loop left (not called without a line).
+    // inputSilent says that every input sample was an exact zero, which lets
+    // the tap learn when its line is all zero again.
+    TapBlock beginBlock(uint32_t count, float samplesPerBeat, bool alignToSong,
+                        double songPositionSamples);
+    void endBlock(const TapBlock& block, uint32_t count, uint32_t position, bool inputSilent);
+    // In place of the loop and endBlock for a silent line fed silence (with
+    // finite gains): the line stays all zero, only the head moves.
+    void skipBlock(const TapBlock& block, uint32_t count);
+    // output += input * volume (the vector form scales input in place first).
+    static void addUndelayed(float* input, float* output, uint32_t count, float volume);
+    // The head after count samples of the loop from position (what the loop
+    // returns, without running it).
+    static uint32_t advance(uint32_t position, uint32_t length, uint32_t count);
+    // audio thread. True when every sample the line can be read at is an
+    // exact zero (after clearBuffer, or once silence has filled the line).
+    bool isLineSilent() const { return dirtyEnd_ == 0; }
+
     // any thread. Resample mode ("Delay Time Resample").
     void setResample(bool on) { resample_ = on; }
     bool isResampling() const { return resample_; }
@@ -103,6 +138,7 @@ public:
 private:
     void stretch(uint32_t length, uint32_t count);
     void moveSamples(uint32_t from, uint32_t to, uint32_t n);
+    void finishBlock(const TapBlock& block, uint32_t position);
 
     float* buffer_ = nullptr;             // the line, 16-byte aligned, with guard samples
     uint32_t position_ = 0;               // read and write index
@@ -118,6 +154,11 @@ private:
     bool resamplePending_ = false;        // a stretch is in progress
     RefPtr<BlockResampler> resampler_;    // does the stretching
     Relaxed<float> sampleRate_{44100.0f};  // for the millisecond display only
+    // What the line may hold (audio thread; clearBuffer resets it too):
+    Relaxed<uint32_t> dirtyEnd_{0};       // samples past this index are zero; 0: all zero
+    uint32_t zeroRun_ = 0;                // zeros written last, at consecutive positions
+    uint32_t lastEnd_ = 0;                // head and length when the last block ended,
+    uint32_t lastLength_ = 0;             //   so a jump can end the zero run
 };
 
 }  // namespace varitap

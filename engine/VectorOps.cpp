@@ -1,7 +1,9 @@
 #include "engine/VectorOps.h"
 
+#include <atomic>
 #include <cstring>
 
+#include "engine/LaneKernels.h"
 #include "persistence/SystemInfo.h"
 
 #if defined(__SSE2__)
@@ -43,14 +45,167 @@ inline Vec4 mul4(Vec4 a, Vec4 b) { return vmulq_f32(a, b); }
 inline bool aligned16(const void* p) { return (reinterpret_cast<uintptr_t>(p) & 15u) == 0; }
 #endif
 
-const Kernels kScalar = {vaddScalar, vsmulScalar, tapLoopScalar, mixReplaceScalar};
-const Kernels kVector = {vaddVector, vsmulVector, tapLoopVector, mixReplaceVector};
+// The packs of LaneKernels.h. One float or one double: the scalar forms.
+struct ScalarFloats {
+    using V = float;
+    static constexpr uint32_t W = 1;
+    static V loadu(const float* p) { return *p; }
+    static void storeu(float* p, V v) { *p = v; }
+    static V splat(float x) { return x; }
+    static V add(V a, V b) { return a + b; }
+    static V mul(V a, V b) { return a * b; }
+};
+
+struct ScalarDoubles {
+    using D = double;
+    using M = bool;
+    static constexpr int W = 1;
+    static D load(const float* p) { return *p; }
+    static void store(float* p, D y) { *p = static_cast<float>(y); }
+    static void storeKeeping(float* p, D y, M keep) {
+        if (!keep) *p = static_cast<float>(y);
+    }
+    static D loadd(const double* p) { return *p; }
+    static void stored(double* p, D v) { *p = v; }
+    static M loadMask(const uint64_t* p) { return *p != 0; }
+    static D splat(double x) { return x; }
+    static D add(D a, D b) { return a + b; }
+    static D sub(D a, D b) { return a - b; }
+    static D mul(D a, D b) { return a * b; }
+    static M isZero(D x) { return x == 0.0; }
+    static bool any(M m) { return m; }
+    static D select(M m, D a, D b) { return m ? a : b; }
+};
+
+#if VARITAP_SSE2
+struct VectorFloats {
+    using V = __m128;
+    static constexpr uint32_t W = 4;
+    static V loadu(const float* p) { return _mm_loadu_ps(p); }
+    static void storeu(float* p, V v) { _mm_storeu_ps(p, v); }
+    static V splat(float x) { return _mm_set1_ps(x); }
+    static V add(V a, V b) { return _mm_add_ps(a, b); }
+    static V mul(V a, V b) { return _mm_mul_ps(a, b); }
+};
+
+struct VectorDoubles {
+    using D = __m128d;
+    using M = __m128d;
+    static constexpr int W = 2;
+    static __m128 loadPair(const float* p) {
+        return _mm_castsi128_ps(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p)));
+    }
+    static void storePair(float* p, __m128 v) {
+        _mm_storel_epi64(reinterpret_cast<__m128i*>(p), _mm_castps_si128(v));
+    }
+    static D load(const float* p) { return _mm_cvtps_pd(loadPair(p)); }
+    static void store(float* p, D y) { storePair(p, _mm_cvtpd_ps(y)); }
+    static void storeKeeping(float* p, D y, M keep) {
+        const __m128 k = _mm_castpd_ps(keep);
+        const __m128 mask = _mm_shuffle_ps(k, k, _MM_SHUFFLE(2, 0, 2, 0));
+        storePair(p, _mm_or_ps(_mm_and_ps(mask, loadPair(p)), _mm_andnot_ps(mask, _mm_cvtpd_ps(y))));
+    }
+    static D loadd(const double* p) { return _mm_loadu_pd(p); }
+    static void stored(double* p, D v) { _mm_storeu_pd(p, v); }
+    static M loadMask(const uint64_t* p) {
+        return _mm_castsi128_pd(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)));
+    }
+    static D splat(double x) { return _mm_set1_pd(x); }
+    static D add(D a, D b) { return _mm_add_pd(a, b); }
+    static D sub(D a, D b) { return _mm_sub_pd(a, b); }
+    static D mul(D a, D b) { return _mm_mul_pd(a, b); }
+    static M isZero(D x) { return _mm_cmpeq_pd(x, _mm_setzero_pd()); }
+    static bool any(M m) { return _mm_movemask_pd(m) != 0; }
+    static D select(M m, D a, D b) { return _mm_or_pd(_mm_and_pd(m, a), _mm_andnot_pd(m, b)); }
+};
+#elif VARITAP_NEON
+struct VectorFloats {
+    using V = float32x4_t;
+    static constexpr uint32_t W = 4;
+    static V loadu(const float* p) { return vld1q_f32(p); }
+    static void storeu(float* p, V v) { vst1q_f32(p, v); }
+    static V splat(float x) { return vdupq_n_f32(x); }
+    static V add(V a, V b) { return vaddq_f32(a, b); }
+    static V mul(V a, V b) { return vmulq_f32(a, b); }
+};
+
+struct VectorDoubles {
+    using D = float64x2_t;
+    using M = uint64x2_t;
+    static constexpr int W = 2;
+    static D load(const float* p) { return vcvt_f64_f32(vld1_f32(p)); }
+    static void store(float* p, D y) { vst1_f32(p, vcvt_f32_f64(y)); }
+    static void storeKeeping(float* p, D y, M keep) {
+        vst1_f32(p, vbsl_f32(vmovn_u64(keep), vld1_f32(p), vcvt_f32_f64(y)));
+    }
+    static D loadd(const double* p) { return vld1q_f64(p); }
+    static void stored(double* p, D v) { vst1q_f64(p, v); }
+    static M loadMask(const uint64_t* p) { return vld1q_u64(p); }
+    static D splat(double x) { return vdupq_n_f64(x); }
+    static D add(D a, D b) { return vaddq_f64(a, b); }
+    static D sub(D a, D b) { return vsubq_f64(a, b); }
+    static D mul(D a, D b) { return vmulq_f64(a, b); }
+    static M isZero(D x) { return vceqq_f64(x, vdupq_n_f64(0.0)); }
+    static bool any(M m) { return vmaxvq_u32(vreinterpretq_u32_u64(m)) != 0; }
+    static D select(M m, D a, D b) { return vbslq_f64(m, a, b); }
+};
+#else
+using VectorFloats = ScalarFloats;
+using VectorDoubles = ScalarDoubles;
+#endif
+
+const Kernels kScalar = {vaddScalar,      vsmulScalar,       tapLoopScalar, mixReplaceScalar,
+                         tapDelayScalar,  filterLanesScalar, 1};
+const Kernels kVector = {vaddVector,     vsmulVector,       tapLoopVector, mixReplaceVector,
+                         tapDelayVector, filterLanesVector, uint32_t(VectorDoubles::W)};
+
+#if defined(__x86_64__)
+const Kernels kAvx2 = {vaddVector, vsmulVector, tapLoopVector, mixReplaceVector,
+                       tapDelayAvx2, filterLanesAvx2, 4};
+bool processorHasAvx2() { return __builtin_cpu_supports("avx2"); }
+const bool gProcessorAvx2 = processorHasAvx2();
+#endif
+std::atomic<bool> gAllowAvx2{true};
 
 }  // namespace
 
 const Kernels& scalarKernels() { return kScalar; }
 const Kernels& vectorKernels() { return kVector; }
-const Kernels& kernels() { return hasVectorUnit() ? kVector : kScalar; }
+
+const Kernels* avx2Kernels() {
+#if defined(__x86_64__)
+    return gProcessorAvx2 ? &kAvx2 : nullptr;
+#else
+    return nullptr;
+#endif
+}
+
+void allowAvx2ForTesting(bool allowed) { gAllowAvx2.store(allowed, std::memory_order_relaxed); }
+
+const Kernels& kernels() {
+    if (!hasVectorUnit()) return kScalar;
+    if (const Kernels* avx2 = avx2Kernels(); avx2 && gAllowAvx2.load(std::memory_order_relaxed))
+        return *avx2;
+    return kVector;
+}
+
+uint32_t tapDelayScalar(float* line, uint32_t position, uint32_t length, const float* input,
+                        float* out, uint32_t count, float feedback, const float* gains, float gain) {
+    return lanes::tapDelay<ScalarFloats>(line, position, length, input, out, count, feedback, gains, gain);
+}
+
+uint32_t tapDelayVector(float* line, uint32_t position, uint32_t length, const float* input,
+                        float* out, uint32_t count, float feedback, const float* gains, float gain) {
+    return lanes::tapDelay<VectorFloats>(line, position, length, input, out, count, feedback, gains, gain);
+}
+
+void filterLanesScalar(float* samples, uint32_t count, uint32_t stride, FilterLanes& lanes) {
+    lanes::filterLanesFor<ScalarDoubles>(samples, count, stride, lanes);
+}
+
+void filterLanesVector(float* samples, uint32_t count, uint32_t stride, FilterLanes& lanes) {
+    lanes::filterLanesFor<VectorDoubles>(samples, count, stride, lanes);
+}
 
 void vadd(const float* a, const float* b, float* c, uint32_t n) { kernels().vadd(a, b, c, n); }
 void vsmul(const float* a, float s, float* c, uint32_t n) { kernels().vsmul(a, s, c, n); }

@@ -3,10 +3,18 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstring>
 #include <memory>
+#include <random>
 #include <vector>
 
+#include "engine/VectorOps.h"
+
 #include "EngineFixture.h"
+
+#if defined(__SSE2__)
+#include <xmmintrin.h>
+#endif
 
 namespace varitap {
 namespace {
@@ -282,6 +290,156 @@ TEST(DelayEngineVectorTest, ScalarVectorAndInPlaceBlocksAreEqual) {
         }
         for (int e = 1; e < 4; ++e) ASSERT_EQ(heard[e], heard[0]) << "block " << b << " engine " << e;
     }
+}
+
+// The waves against the plain form (taps one after another, each whole),
+// sample for sample, for a few hundred random states: routings that chain
+// taps through the internal and wet buses, unconnected pins (the scratch
+// bus), every filter type, synchronised lengths that grow the lines, resample
+// mode, modulators writing anything (other modulators included), silence
+// that lets lines fall idle, and blocks of 1 to 4096 frames. Under flush to
+// zero, in every kernel set the processor has: the scalar set against its
+// plain form, and the SSE2 and AVX2 sets against the vector plain form and
+// each other.
+class RandomPatch {
+public:
+    explicit RandomPatch(unsigned seed) : random_(seed) {}
+
+    float unit() { return std::uniform_real_distribution<float>(0.0f, 1.0f)(random_); }
+    int below(int n) { return std::uniform_int_distribution<int>(0, n - 1)(random_); }
+    bool chance(float p) { return unit() < p; }
+
+    // A value for parameter index, biased towards the interesting ones.
+    float value(int index) {
+        if (index < kTapOutputParameterBase) {
+            static const int kSources[] = {0, 1, 2, 3, 21, 22, 23, 41, 42, 43, 44};
+            return inputValue(chance(0.1f) ? below(45) : kSources[below(11)]);
+        }
+        if (index < kWetDryParameter) {
+            static const int kDestinations[] = {0, 1, 2, 3, 21, 22, 23, 24};
+            return outputValue(kDestinations[below(8)]);
+        }
+        if (index >= kModulatorParameterBase) {
+            const int sub = (index - kModulatorParameterBase) % kModulatorParameterCount;
+            if (sub == kModulatorIndex) return float(below(kParameterCount));
+            if (sub == kModulatorPower) return chance(0.4f) ? 1.0f : 0.0f;
+            return unit();
+        }
+        if (index == kWetDryParameter) return unit();
+        const int sub = (index - kTapParameterBase) % kTapParameterCount;
+        switch (sub) {
+            case kTapDelay:
+                // Short lines wrap within a block; long ones do not.
+                return chance(0.3f) ? float(below(40)) / 56000.0f : chance(0.3f) ? unit() * 0.05f : unit();
+            case kTapSync: return chance(0.3f) ? 1.0f : 0.0f;
+            case kTapFeedback: return chance(0.3f) ? 0.0f : unit();
+            default: return unit();
+        }
+    }
+
+    std::mt19937 random_;
+};
+
+// Flush to zero and denormals as zero, as the plug-in sets them for a block.
+class FlushToZero {
+public:
+#if defined(__SSE2__)
+    FlushToZero() : saved_(_mm_getcsr()) { _mm_setcsr(saved_ | 0x8040u); }
+    ~FlushToZero() { _mm_setcsr(saved_); }
+
+private:
+    unsigned saved_;
+#endif
+};
+
+TEST(DelayEngineWavesTest, WavesMatchThePlainFormInEveryKernelSet) {
+    FlushToZero flush;
+    struct Form {
+        bool scalar;
+        bool avx2;
+        DelayEngine::TapSchedule schedule;
+    };
+    std::vector<Form> forms = {{true, false, DelayEngine::TapSchedule::kSequential},
+                               {true, false, DelayEngine::TapSchedule::kWaves},
+                               {false, false, DelayEngine::TapSchedule::kSequential},
+                               {false, false, DelayEngine::TapSchedule::kWaves}};
+    if (avx2Kernels()) forms.push_back({false, true, DelayEngine::TapSchedule::kWaves});
+    const size_t count = forms.size();
+    int checkedBlocks = 0;
+    for (unsigned state = 0; state < 300; ++state) {
+        SCOPED_TRACE("state " + std::to_string(state));
+        RandomPatch patch(state);
+        std::vector<FakeEngineHost> hosts(count);
+        std::vector<std::unique_ptr<DelayEngine>> engines(count);
+        // Tempo (slow ones grow synchronised lines), transport, pins.
+        const double tempo = patch.chance(0.3f) ? 20.0 + 30.0 * patch.unit() : 60.0 + 120.0 * patch.unit();
+        const bool playing = patch.chance(0.5f);
+        const bool writing = patch.chance(0.3f);
+        const bool resample = patch.chance(0.3f);
+        const int unconnected = patch.chance(0.3f) ? patch.below(2) : -1;
+        const int outputs = patch.chance(0.2f) ? 3 : 2;
+        float values[kParameterCount];
+        for (int i = 0; i < kParameterCount; ++i) values[i] = patch.value(i);
+        for (size_t e = 0; e < count; ++e) {
+            engines[e] = std::make_unique<DelayEngine>(hosts[e]);
+            hosts[e].engine = engines[e].get();
+            hosts[e].setTime(tempo, 0.0, (playing ? HostTimeInfo::kTransportPlaying : 0) |
+                                             (writing ? HostTimeInfo::kAutomationWriting : 0));
+            if (unconnected >= 0) hosts[e].outputConnected[unconnected] = false;
+            engines[e]->setOutputChannelCount(outputs);
+            engines[e]->setResample(resample);
+            engines[e]->setTapSchedule(forms[e].schedule);
+            for (int i = 0; i < kParameterCount; ++i) engines[e]->setParameter(i, values[i]);
+        }
+        double songPosition = 0.0;
+        for (int block = 0; block < 6; ++block) {
+            // Mostly sizes up to 600, sometimes up to 4096; odd ones often.
+            const uint32_t n = patch.chance(0.15f) ? 1 + uint32_t(patch.below(4096))
+                                                   : 1 + uint32_t(patch.below(600));
+            Channels in(2, n);
+            // Noise, or silence (so that lines can fall idle), or a burst.
+            for (int c = 0; c < 2; ++c) {
+                const int kind = patch.below(3);
+                if (kind == 0) in.set(c, noise(n, state * 31 + unsigned(block * 2 + c)));
+                if (kind == 2) in[c][patch.below(int(n))] = 0.5f;
+            }
+            // A few parameters move between blocks (ramps, routing, lengths).
+            const int changes = patch.below(4);
+            int changed[3];
+            float changedValues[3];
+            for (int i = 0; i < changes && i < 3; ++i) {
+                changed[i] = patch.below(kParameterCount);
+                changedValues[i] = patch.value(changed[i]);
+            }
+            std::vector<std::vector<float>> heard(count);
+            for (size_t e = 0; e < count; ++e) {
+                ScalarScope scalar(forms[e].scalar);
+                allowAvx2ForTesting(forms[e].avx2);
+                for (int i = 0; i < changes && i < 3; ++i) engines[e]->setParameter(changed[i], changedValues[i]);
+                hosts[e].timeInfo.samplePos = songPosition;
+                Channels input = in, out(outputs, n, 7.0f);
+                engines[e]->processReplacing(input.get(), out.get(), int32_t(n));
+                for (int c = 0; c < outputs; ++c) heard[e].insert(heard[e].end(), out[c].begin(), out[c].end());
+                for (int b = 0; b < 4; ++b)
+                    heard[e].insert(heard[e].end(), engines[e]->internalBus(b), engines[e]->internalBus(b) + n);
+                // The heads too: a silent line's head is heard only later,
+                // when a length changes.
+                for (int t = 0; t < kTapCount; ++t) {
+                    heard[e].push_back(float(engines[e]->tap(t).position()));
+                    heard[e].push_back(engines[e]->tap(t).appliedVolume());
+                }
+            }
+            allowAvx2ForTesting(true);
+            songPosition += n;
+            for (size_t e = 1; e < count; ++e) {
+                const size_t reference = forms[e].scalar ? 0 : 2;
+                ASSERT_EQ(0, std::memcmp(heard[e].data(), heard[reference].data(), heard[e].size() * sizeof(float)))
+                    << "block " << block << " of " << n << " frames, form " << e;
+            }
+            ++checkedBlocks;
+        }
+    }
+    EXPECT_EQ(checkedBlocks, 1800);
 }
 
 }  // namespace
