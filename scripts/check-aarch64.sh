@@ -2,7 +2,8 @@
 # 64-bit Arm: compiles the platform-independent layers (object base, locks,
 # options-free services, delay engine, filters, modulators) with Debian's
 # aarch64 cross compiler and our warning flags, then runs the vector-against-
-# scalar check of the per-block loops under qemu's user-mode emulation.
+# scalar check of the per-block loops (lane kernels included, with and
+# without flush to zero) under qemu's user-mode emulation.
 # Skips (exit 0 with a message) when the cross compiler or qemu is missing.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -26,6 +27,6 @@ for source in "${sources[@]}"; do
   objects+=("$object")
 done
 echo "aarch64: ${#sources[@]} files compiled"
-"$cxx" "${flags[@]}" -static tests/cross/VectorKernelsCheck.cpp engine/VectorOps.cpp \
+"$cxx" "${flags[@]}" -static tests/cross/VectorKernelsCheck.cpp engine/VectorOps.cpp engine/VectorOpsAvx2.cpp \
   persistence/SystemInfo.cpp persistence/RefObject.cpp -o "$out/vector-kernels-check"
 qemu-aarch64 "$out/vector-kernels-check"

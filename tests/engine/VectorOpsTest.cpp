@@ -1,9 +1,11 @@
 #include "engine/VectorOps.h"
+#include "modulation/TapFilter.h"
 #include "persistence/SystemInfo.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <cstring>
 #include <random>
 #include <vector>
 
@@ -145,6 +147,132 @@ TEST(VectorOpsTest, TapVectorRoutineMatchesItsScalarModel) {
                             ASSERT_EQ(line3.copy(), line1.copy());
                         }
                     }
+                }
+            }
+        }
+    }
+}
+
+// The sets whose lane kernels must equal the scalar set's: SSE2 (or NEON)
+// and, where the processor has it, AVX2.
+std::vector<const Kernels*> laneSets() {
+    std::vector<const Kernels*> sets = {&vectorKernels()};
+    if (avx2Kernels()) sets.push_back(avx2Kernels());
+    return sets;
+}
+
+// The tap delay kernel: every set against the scalar one, and the scalar one
+// against the tap's vector routine (its tail, as the engine's aligned scratch
+// takes it) over lengths that wrap within the block, including 0 and a head
+// at the end of the line; constant gains and a ramp.
+TEST(VectorOpsTest, TapDelayFormsMatchTheTapRoutine) {
+    const uint32_t lengths[] = {0, 1, 2, 3, 5, 8, 13, 64, 1000};
+    for (uint32_t count : kCounts) {
+        for (uint32_t length : lengths) {
+            for (uint32_t start : {0u, 2u, length ? length - 1 : 0u, length}) {
+                if (start > length) continue;
+                for (uint32_t offset : {0u, 1u}) {
+                    for (bool ramp : {false, true}) {
+                        SCOPED_TRACE(testing::Message() << "count " << count << " len " << length << " start "
+                                                        << start << " offset " << offset << " ramp " << ramp);
+                        const float applied = 0.5f, volume = ramp ? 0.8f : 0.5f;
+                        const float step = (volume - applied) / float(count ? count : 1);
+                        std::vector<float> gains(count);
+                        float g = applied + step * 0.0f;
+                        for (float& x : gains) x = g, g += step;
+                        Guarded input(count, offset, 40 + count);
+                        Guarded reference(count, 0, 1), line0(length + 4, 0, 50 + length);
+                        std::fill(reference.data(), reference.data() + count, 0.0f);
+                        const uint32_t p0 = tapLoopVector(line0.data(), start, length ? length : 1, input.data(),
+                                                          reference.data(), count, 0.3f, applied, volume);
+                        Guarded out1(count, offset, 2), line1(length + 4, 0, 50 + length);
+                        const uint32_t p1 =
+                            tapDelayScalar(line1.data(), start, length ? length : 1, input.data(), out1.data(),
+                                           count, 0.3f, ramp ? gains.data() : nullptr, applied);
+                        ASSERT_EQ(p1, p0);
+                        ASSERT_EQ(out1.copy(), reference.copy());
+                        ASSERT_EQ(line1.copy(), line0.copy());
+                        for (const Kernels* set : laneSets()) {
+                            Guarded out2(count, offset, 3), line2(length + 4, 0, 50 + length);
+                            Guarded out3(count, offset, 3), line3(length + 4, 0, 50 + length);
+                            const float* g2 = ramp ? gains.data() : nullptr;
+                            ASSERT_EQ(set->tapDelay(line2.data(), start, length, input.data(), out2.data(), count,
+                                                    0.3f, g2, applied),
+                                      tapDelayScalar(line3.data(), start, length, input.data(), out3.data(), count,
+                                                     0.3f, g2, applied));
+                            ASSERT_EQ(out2.copy(), out3.copy());
+                            ASSERT_EQ(line2.copy(), line3.copy());
+                            ASSERT_TRUE(out2.guardsIntact() && line2.guardsIntact() && input.guardsIntact());
+                        }
+                    }
+                }
+            }
+        }
+    }
+}
+
+// Filter lanes: the scalar set's lanes against TapFilter's own loop, one
+// lane at a time, and every set against the scalar one, bit for bit, for
+// every lane count, each output type alone and mixed, with exact zeros
+// (including whole silent lanes) in the input.
+TEST(VectorOpsTest, FilterLanesMatchTheFilterLoop) {
+    std::mt19937 random(7);
+    std::uniform_real_distribution<float> dist(-1.0f, 1.0f);
+    for (uint32_t count : kCounts) {
+        for (uint32_t lanes = 1; lanes <= uint32_t(FilterLanes::kMaxLanes); ++lanes) {
+            for (int output = FilterLanes::kNotch; output <= FilterLanes::kMixed; ++output) {
+                SCOPED_TRACE(testing::Message() << "count " << count << " lanes " << lanes << " output " << output);
+                FilterLanes filter{};
+                int32_t types[FilterLanes::kMaxLanes];
+                for (uint32_t l = 0; l < lanes; ++l) {
+                    // TapFilter's types 1..4 output notch, low, high, band.
+                    const int pick = output == FilterLanes::kMixed ? int(random() % 4) : output;
+                    types[l] = TapFilter::kNotch + pick;
+                    const TapFilter::Coefficients c = TapFilter::computeCoefficients(
+                        types[l], (dist(random) + 1.0f) / 2.0f, (dist(random) + 1.0f) / 2.0f,
+                        l % 3 == 0 ? 0.05 : 0.0, 44100.0);
+                    filter.frequency[l] = c.frequency;
+                    filter.damping[l] = c.damping;
+                    filter.drive[l] = c.drive;
+                    filter.notch[l] = dist(random);
+                    filter.low[l] = dist(random);
+                    filter.high[l] = dist(random);
+                    filter.band[l] = dist(random);
+                    filter.pickNotch[l] = pick == 0 ? ~uint64_t(0) : 0;
+                    filter.pickLow[l] = pick == 1 ? ~uint64_t(0) : 0;
+                    filter.pickHigh[l] = pick == 2 ? ~uint64_t(0) : 0;
+                }
+                filter.output = FilterLanes::Output(output);
+                std::vector<float> samples(size_t(count) * lanes);
+                for (size_t i = 0; i < samples.size(); ++i) {
+                    const uint32_t lane = uint32_t(i % lanes);
+                    samples[i] = lane == 4 || random() % 5 == 0 ? 0.0f : dist(random);
+                }
+                // The plain filter, lane by lane.
+                std::vector<float> expected = samples;
+                for (uint32_t l = 0; l < lanes; ++l) {
+                    std::vector<float> lane(count);
+                    for (uint32_t i = 0; i < count; ++i) lane[i] = samples[i * lanes + l];
+                    TapFilter::State state{filter.notch[l], filter.low[l], filter.high[l], filter.band[l]};
+                    TapFilter::run(lane.data(), lane.data(), count, types[l],
+                                   TapFilter::Coefficients{filter.frequency[l], filter.damping[l], filter.drive[l]},
+                                   state);
+                    for (uint32_t i = 0; i < count; ++i) expected[i * lanes + l] = lane[i];
+                }
+                FilterLanes scalar = filter;
+                std::vector<float> scalarSamples = samples;
+                filterLanesScalar(scalarSamples.data(), count, lanes, scalar);
+                ASSERT_EQ(scalarSamples, expected);
+                for (const Kernels* set : laneSets()) {
+                    if (lanes % set->laneWidth != 0) continue;
+                    FilterLanes vector = filter;
+                    std::vector<float> vectorSamples = samples;
+                    set->filterLanes(vectorSamples.data(), count, lanes, vector);
+                    ASSERT_EQ(vectorSamples, expected) << "width " << set->laneWidth;
+                    ASSERT_EQ(0, std::memcmp(vector.band, scalar.band, sizeof scalar.band));
+                    ASSERT_EQ(0, std::memcmp(vector.low, scalar.low, sizeof scalar.low));
+                    ASSERT_EQ(0, std::memcmp(vector.notch, scalar.notch, sizeof scalar.notch));
+                    ASSERT_EQ(0, std::memcmp(vector.high, scalar.high, sizeof scalar.high));
                 }
             }
         }
