@@ -1,8 +1,14 @@
-// The engine's cost per frame: the full block (ten taps reading the inputs,
-// each filtered, feedback 0.5, ten modulators on, stereo, 512-frame blocks at
-// 44.1 kHz) in its vector and scalar forms, and one tap's delay loop and
-// filter loop alone.
+// The engine's cost per frame. The worst case: ten taps reading the host
+// inputs and adding into the wet buses, synchronised, feedback 0.5,
+// band-pass filters, ten powered sine modulators moving the cutoffs; stereo,
+// 512-frame blocks at 44.1 kHz, in the vector (AVX2 where the processor has
+// it), SSE2 and scalar forms and the plain tap-by-tap form. Then the cost
+// table of bench/README.md (active taps, filters, modulators, block size),
+// all taps idle, and one tap's delay loop and filter loop alone. Blocks run
+// under flush to zero, as the plug-in runs them.
 #include <benchmark/benchmark.h>
+
+#include <xmmintrin.h>
 
 #include <cstdlib>
 #include <vector>
@@ -40,58 +46,125 @@ std::vector<float> noise(size_t n, unsigned seed) {
     return x;
 }
 
-void setUpBusyEngine(DelayEngine& engine) {
+// taps taps routed In 1/In 2 -> Out 1/Out 2 (the rest idle, routed to
+// "***"), synchronised to note values of 1/16 to 1/2T (0.125 to 0.67 s at
+// 120 bpm),
+// feedback 0.5; band-pass filters when filters is set; one powered sine per
+// active tap moving its cutoff when modulators is set.
+void setUpEngine(DelayEngine& engine, int taps, bool filters, bool modulators) {
     for (int t = 0; t < kTapCount; ++t) {
-        engine.setInputChannel(t, (1.5f + float(t % 2)) / 44.0f);   // In 1 / In 2
-        engine.setOutputChannel(t, (1.5f + float(t % 2)) / 24.0f);  // Out 1 / Out 2
+        const bool active = t < taps;
+        engine.setInputChannel(t, active ? (1.5f + float(t % 2)) / 44.0f : 0.0f);   // In 1 / In 2
+        engine.setOutputChannel(t, active ? (1.5f + float(t % 2)) / 24.0f : 0.0f);  // Out 1 / Out 2
         FilteredDelayTap& tap = engine.tap(t);
-        tap.setDelaySamples(2000 + 1500 * uint32_t(t));
+        tap.setSync(true);
+        tap.setParameter(kTapDelay, 0.3f + 0.04f * float(t));
         tap.setFeedback(0.5f);
-        tap.setParameter(kTapFilterType, float(1 + t % 4) / 4.0f);
+        tap.setParameter(kTapFilterType, filters ? 1.0f : 0.0f);  // "BandPass" or "***"
         tap.setParameter(kTapCutoff, 0.2f + 0.05f * float(t));
         tap.setParameter(kTapResonance, 0.3f);
     }
     for (int m = 0; m < kModulatorCount; ++m) {
         TableModulator& modulator = engine.modulator(m);
-        modulator.setIndex(tapParameterIndex(m, m % 2 ? kTapCutoff : kTapVolume));
-        modulator.setType(m % 4);
+        modulator.setIndex(tapParameterIndex(m, kTapCutoff));
+        modulator.setType(0);  // sine
         modulator.setSync(false);
         modulator.setSpeed(0.2f + 0.05f * float(m));
-        modulator.setMin(0.3f);
-        modulator.setMax(0.7f);
-        modulator.setPower(true);
+        modulator.setMin(0.1f);
+        modulator.setMax(0.9f);
+        modulator.setPower(modulators && m < taps);
     }
     engine.setWetDry(0.5f);
 }
 
-void fullBlock(benchmark::State& state, bool scalar) {
-    forceScalarForTesting(scalar);
+// Flush to zero and denormals as zero for the whole run.
+class FlushToZero {
+public:
+    FlushToZero() : saved_(_mm_getcsr()) { _mm_setcsr(saved_ | 0x8040u); }
+    ~FlushToZero() { _mm_setcsr(saved_); }
+
+private:
+    unsigned saved_;
+};
+
+struct Setup {
+    int taps = kTapCount;
+    bool filters = true;
+    bool modulators = true;
+    uint32_t frames = kFrames;
+    bool scalar = false;
+    bool avx2 = true;
+    DelayEngine::TapSchedule schedule = DelayEngine::TapSchedule::kWaves;
+};
+
+void runEngine(benchmark::State& state, const Setup& setup) {
+    FlushToZero flush;
+    forceScalarForTesting(setup.scalar);
+    allowAvx2ForTesting(setup.avx2);
     BenchHost host;
     host.info.tempo = 120.0;
     host.info.flags = HostTimeInfo::kTempoValid;
     DelayEngine engine(host);
     host.engine = &engine;
-    setUpBusyEngine(engine);
-    const std::vector<float> source0 = noise(kFrames, 1), source1 = noise(kFrames, 2);
-    std::vector<float> in0(kFrames), in1(kFrames), out0(kFrames), out1(kFrames);
+    engine.setTapSchedule(setup.schedule);
+    setUpEngine(engine, setup.taps, setup.filters, setup.modulators);
+    const uint32_t n = setup.frames;
+    // Stereo noise, a fresh stretch each block.
+    const std::vector<float> source0 = noise(size_t(n) * 64, 1), source1 = noise(size_t(n) * 64, 2);
+    std::vector<float> in0(n), in1(n), out0(n), out1(n);
     float* inputs[2] = {in0.data(), in1.data()};
     float* outputs[2] = {out0.data(), out1.data()};
+    size_t block = 0;
     for (auto _ : state) {
         // Fresh inputs each block, as a host gives them (the vector mix
         // scales them in place).
-        std::copy(source0.begin(), source0.end(), in0.begin());
-        std::copy(source1.begin(), source1.end(), in1.begin());
-        engine.processReplacing(inputs, outputs, int32_t(kFrames));
+        const size_t at = (block++ % 64) * n;
+        std::copy(source0.begin() + at, source0.begin() + at + n, in0.begin());
+        std::copy(source1.begin() + at, source1.begin() + at + n, in1.begin());
+        engine.processReplacing(inputs, outputs, int32_t(n));
         benchmark::DoNotOptimize(out0.data());
     }
     // Seconds per frame, shown with an SI prefix ("121n" is 121 ns).
     state.counters["time_per_frame"] = benchmark::Counter(
-        double(kFrames), benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+        double(n), benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
     forceScalarForTesting(false);
+    allowAvx2ForTesting(true);
 }
 
-void BM_FullBlockVector(benchmark::State& state) { fullBlock(state, false); }
-void BM_FullBlockScalar(benchmark::State& state) { fullBlock(state, true); }
+// The worst case in each form.
+void BM_WorstCase(benchmark::State& state) { runEngine(state, Setup{}); }
+void BM_WorstCaseSse2(benchmark::State& state) {
+    Setup setup;
+    setup.avx2 = false;
+    runEngine(state, setup);
+}
+void BM_WorstCaseScalar(benchmark::State& state) {
+    Setup setup;
+    setup.scalar = true;
+    runEngine(state, setup);
+}
+void BM_WorstCasePlain(benchmark::State& state) {
+    Setup setup;
+    setup.schedule = DelayEngine::TapSchedule::kSequential;
+    runEngine(state, setup);
+}
+
+// The cost table: {active taps, filters, modulators, block frames}.
+void BM_Cost(benchmark::State& state) {
+    Setup setup;
+    setup.taps = int(state.range(0));
+    setup.filters = state.range(1) != 0;
+    setup.modulators = state.range(2) != 0;
+    setup.frames = uint32_t(state.range(3));
+    runEngine(state, setup);
+}
+
+// Every tap idle: routed to "***" (no source, no destination), lines silent.
+void BM_AllTapsIdle(benchmark::State& state) {
+    Setup setup;
+    setup.taps = 0;
+    runEngine(state, setup);
+}
 
 void delayLoop(benchmark::State& state, TapLoop loop, uint32_t outputOffset) {
     const uint32_t length = 22050;
@@ -135,8 +208,12 @@ void BM_TapFilterLoop(benchmark::State& state) {
         double(kFrames), benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
 }
 
-BENCHMARK(BM_FullBlockVector);
-BENCHMARK(BM_FullBlockScalar);
+BENCHMARK(BM_WorstCase);
+BENCHMARK(BM_WorstCaseSse2);
+BENCHMARK(BM_WorstCaseScalar);
+BENCHMARK(BM_WorstCasePlain);
+BENCHMARK(BM_AllTapsIdle);
+BENCHMARK(BM_Cost)->ArgsProduct({{1, 2, 5, 10}, {0, 1}, {0, 1}, {16, 64, 512, 4096}});
 BENCHMARK(BM_TapDelayLoopScalar);
 BENCHMARK(BM_TapDelayLoopVector);
 BENCHMARK(BM_TapDelayLoopVectorLanes);

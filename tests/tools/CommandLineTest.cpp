@@ -45,7 +45,7 @@ TEST(CommandLineTest, OptionsTakeValuesInBothFormsAndRefuseBadOnes) {
     std::string error;
     ASSERT_TRUE(parse({"in.flac", "--tempo", "93.5", "--block=64", "--tail", "0", "--set", "1=0.5",
                        "--set=#2: Sync=1", "--plot", "p.png", "--no-spectrogram", "--bench", "b.so",
-                       "--rounds", "3", "-q"},
+                       "--bench-set", "Low Cut 1=1", "--rounds", "3", "-q"},
                       options, error))
         << error;
     EXPECT_EQ(options.input, "in.flac");
@@ -58,6 +58,8 @@ TEST(CommandLineTest, OptionsTakeValuesInBothFormsAndRefuseBadOnes) {
     EXPECT_EQ(options.plot, "p.png");
     EXPECT_FALSE(options.spectrogram);
     EXPECT_EQ(options.benchPlugin, "b.so");
+    ASSERT_EQ(options.benchSettings.size(), 1u);
+    EXPECT_EQ(options.benchSettings[0].target, "Low Cut 1");
     EXPECT_EQ(options.benchRounds, 3);
     EXPECT_TRUE(options.quiet);
 

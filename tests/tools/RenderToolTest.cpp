@@ -185,6 +185,14 @@ TEST_F(RenderToolTest, BenchPrintsEveryRunAndTheCostRatio) {
     EXPECT_NE(result.out.find("B: TestDelay (" TEST_DELAY_MAIN_SO ")"), std::string::npos) << result.out;
     EXPECT_EQ(dir.entries(), inputs);  // a bench writes no audio
 
+    // --bench-set sets plug-in B's parameters by its own names ("Gain" is
+    // TestDelay's, not Varitap's), and refuses names B does not have.
+    result = run({"in.wav", "--bench", TEST_DELAY_MAIN_SO, "--rounds", "1", "--bench-set", "Gain=0.25"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    result = run({"in.wav", "--bench", TEST_DELAY_MAIN_SO, "--bench-set", "#1: Delay=0.5"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_NE(result.err.find("#1: Delay"), std::string::npos) << result.err;
+
     result = run({"in.wav", "--bench", NOT_A_PLUGIN_SO});
     EXPECT_EQ(result.status, 1);
     EXPECT_NE(result.err.find(NOT_A_PLUGIN_SO ": not a VST2 plug-in"), std::string::npos) << result.err;

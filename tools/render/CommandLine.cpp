@@ -53,7 +53,8 @@ const char* usageText() {
            "  --list-params         print index, name, display and label of every parameter\n"
            "  --list-presets        print the presets as FOLDER/NAME\n"
            "  --bench PLUGIN_B      time the plug-in (A, with its preset and settings) against\n"
-           "                        PLUGIN_B (as it starts), alternating A B A B; writes no audio\n"
+           "                        PLUGIN_B, alternating A B A B; writes no audio\n"
+           "  --bench-set NAME=VALUE  set a parameter of PLUGIN_B, as --set does for A (repeatable)\n"
            "  --rounds N            runs of each plug-in in --bench (default 4)\n"
            "  -q, --quiet           print nothing but errors\n"
            "  -h, --help            this text\n";
@@ -144,11 +145,11 @@ bool parseCommandLine(int argc, const char* const* argv, Options& options, std::
             if (!value(options.plugin)) return false;
         } else if (arg == "--preset") {
             if (!value(options.preset)) return false;
-        } else if (arg == "--set") {
+        } else if (arg == "--set" || arg == "--bench-set") {
             std::string text;
             ParameterSetting setting;
             if (!value(text) || !parseSetting(text, setting, error)) return false;
-            options.settings.push_back(setting);
+            (arg == "--set" ? options.settings : options.benchSettings).push_back(setting);
         } else if (arg == "--tempo") {
             if (!number(options.tempo, 1.0, 999.0, "1..999 beats per minute")) return false;
         } else if (arg == "--block") {

@@ -29,6 +29,7 @@ struct Options {
     bool listParams = false;
     bool listPresets = false;
     std::string benchPlugin;  // plug-in B of --bench
+    std::vector<ParameterSetting> benchSettings;  // --bench-set: plug-in B's parameters
     int benchRounds = 4;
     bool quiet = false;
     bool help = false;

@@ -207,6 +207,10 @@ int runRenderTool(int argc, const char* const* argv) {
         std::unique_ptr<PluginInstance> other = PluginInstance::load(options.benchPlugin, error);
         if (!other) return fail(options.benchPlugin, error);
         if (other->numOutputs() < 1) return fail(options.benchPlugin, "the plug-in has no audio outputs");
+        if (!applySettings(*other, options.benchSettings, error)) {
+            std::fprintf(stderr, "varitap-render: %s\n", error.c_str());
+            return kExitFailure;
+        }
         std::unique_ptr<MemorySource> memory;
         if (auto* file = dynamic_cast<FileSource*>(source.get()))
             memory = file->readAll();
@@ -214,7 +218,7 @@ int runRenderTool(int argc, const char* const* argv) {
             memory.reset(static_cast<MemorySource*>(source.release()));
         BenchResult bench = benchmark(*plugin, *other, *memory, settings, options.benchRounds);
         if (bench.secondsA.empty() || bench.secondsB.empty()) return fail("--bench", "a plug-in failed to render");
-        std::printf("bench: %s, %.2f s of audio, block %d, %d runs each (A B A B ...)\n",
+        std::printf("bench: %s, %.2f s of audio, block %d, %d runs each (A B A B ...), processor time in the process calls\n",
                     inputName.c_str(), bench.audioSeconds, settings.blockSize, options.benchRounds);
         std::printf("A: %s\n", describePlugin(*plugin).c_str());
         std::printf("B: %s\n", describePlugin(*other).c_str());

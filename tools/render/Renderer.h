@@ -27,6 +27,7 @@ struct RenderResult {
     int64_t frames = 0;           // frames rendered, tail included
     double audioSeconds = 0.0;    // their duration
     double processSeconds = 0.0;  // time spent inside the plug-in's process calls
+    double processCpuSeconds = 0.0;  // the same as this thread's processor time
     double wallSeconds = 0.0;     // the whole loop, reading and sinks included
     double realTimeFactor() const { return processSeconds > 0.0 ? audioSeconds / processSeconds : 0.0; }
 };
@@ -47,7 +48,7 @@ bool renderSource(PluginInstance& plugin, AudioSource& source, const RenderSetti
                   std::string& error);
 
 struct BenchResult {
-    std::vector<double> secondsA, secondsB;  // process time of each run, in run order
+    std::vector<double> secondsA, secondsB;  // processor time in the process calls of each run, in run order
     double bestA = 0.0, bestB = 0.0;         // fastest run of each
     double ratio = 0.0;                      // bestA / bestB: how much A costs relative to B
     double audioSeconds = 0.0;
