@@ -25,14 +25,58 @@ float* allocateBus() {
 constexpr uint32_t kLaneRow = kTapCount;                         // interleaved filter lanes
 constexpr uint32_t kGainRow = kLaneRow + FilterLanes::kMaxLanes;  // one tap's gain ramp
 constexpr uint32_t kSilenceRow = kGainRow + 1;                    // zeros
-constexpr uint32_t kWaveRows = kSilenceRow + 1;
+constexpr uint32_t kOnesRow = kSilenceRow + 1;                     // ones
+constexpr uint32_t kWaveRows = kOnesRow + 1;
 
 float* allocateWaveMemory() {
     void* memory = nullptr;
     const size_t bytes = size_t(kWaveRows) * DelayEngine::kChunkFrames * sizeof(float);
     if (posix_memalign(&memory, 32, bytes) != 0) return nullptr;
     std::memset(memory, 0, bytes);
-    return static_cast<float*>(memory);
+    float* rows = static_cast<float*>(memory);
+    std::fill_n(rows + size_t(kOnesRow) * DelayEngine::kChunkFrames, DelayEngine::kChunkFrames, 1.0f);
+    return rows;
+}
+
+// lanes rows of count samples into samples[i * lanes + l], four rows at a
+// time, and back (the first `used` rows).
+void interleave(const float* const* rows, uint32_t lanes, float* samples, uint32_t count) {
+    uint32_t l = 0;
+    for (; l + 4 <= lanes; l += 4) {
+        const float *r0 = rows[l], *r1 = rows[l + 1], *r2 = rows[l + 2], *r3 = rows[l + 3];
+        float* out = samples + l;
+        for (uint32_t i = 0; i < count; ++i, out += lanes) {
+            out[0] = r0[i];
+            out[1] = r1[i];
+            out[2] = r2[i];
+            out[3] = r3[i];
+        }
+    }
+    for (; l < lanes; ++l) {
+        const float* r = rows[l];
+        float* out = samples + l;
+        for (uint32_t i = 0; i < count; ++i, out += lanes) *out = r[i];
+    }
+}
+
+void deinterleave(const float* samples, uint32_t lanes, float* const* rows, uint32_t used,
+                  uint32_t count) {
+    uint32_t l = 0;
+    for (; l + 4 <= used; l += 4) {
+        float *r0 = rows[l], *r1 = rows[l + 1], *r2 = rows[l + 2], *r3 = rows[l + 3];
+        const float* in = samples + l;
+        for (uint32_t i = 0; i < count; ++i, in += lanes) {
+            r0[i] = in[0];
+            r1[i] = in[1];
+            r2[i] = in[2];
+            r3[i] = in[3];
+        }
+    }
+    for (; l < used; ++l) {
+        float* r = rows[l];
+        const float* in = samples + l;
+        for (uint32_t i = 0; i < count; ++i, in += lanes) r[i] = *in;
+    }
 }
 
 bool allZero(const float* samples, uint32_t n) {
@@ -501,17 +545,16 @@ void DelayEngine::runWave(TapJob* jobs, int first, int end, uint32_t offset, uin
             filter.pickLow[l] = output == FilterLanes::kLow ? ~uint64_t(0) : 0;
             filter.pickHigh[l] = output == FilterLanes::kHigh ? ~uint64_t(0) : 0;
         }
+        // Padding lanes read a row of ones: a nonzero sample, so that no
+        // lane of theirs is ever taken for silence.
+        float* rows[FilterLanes::kMaxLanes];
+        for (uint32_t l = 0; l < stride; ++l)
+            rows[l] = l < uint32_t(laneCount) ? row(uint32_t(lanes[l])) : row(kOnesRow);
         float* interleaved = row(kLaneRow);
-        for (uint32_t l = 0; l < stride; ++l) {
-            // Padding lanes are fed a nonzero sample, so that no lane of
-            // theirs is ever taken for silence.
-            const float* lane = l < uint32_t(laneCount) ? row(uint32_t(lanes[l])) : nullptr;
-            for (uint32_t i = 0; i < count; ++i) interleaved[i * stride + l] = lane ? lane[i] : 1.0f;
-        }
+        interleave(rows, stride, interleaved, count);
         k.filterLanes(interleaved, count, stride, filter);
+        deinterleave(interleaved, stride, rows, uint32_t(laneCount), count);
         for (int l = 0; l < laneCount; ++l) {
-            float* lane = row(uint32_t(lanes[l]));
-            for (uint32_t i = 0; i < count; ++i) lane[i] = interleaved[i * stride + uint32_t(l)];
             TapFilter::State& state = jobs[lanes[l]].state;
             state.notch = filter.notch[l];
             state.low = filter.low[l];

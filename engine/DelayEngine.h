@@ -145,8 +145,8 @@ private:
     float* scratchBus_ = nullptr;        // no connection: silence source and discard sink
     float* internalBuses_[kInternalBusCount] = {};  // "Intern 1..4"
     // The waves' working memory (audio thread), kChunkFrames per row: one
-    // row per tap, kMaxLanes rows of interleaved filter lanes, a row of gains
-    // and a row of silence.
+    // row per tap, kMaxLanes rows of interleaved filter lanes, a row of gains,
+    // a row of silence and a row of ones.
     float* waveMemory_ = nullptr;
     TapSchedule schedule_ = TapSchedule::kWaves;
     Relaxed<float> wetDry_{0.0f};        // dry share of the output
