@@ -94,8 +94,9 @@ DelayTap::~DelayTap() { std::free(buffer_); }
 
 void DelayTap::clearBuffer() {
     if (buffer_) std::memset(buffer_, 0, (size_t(capacity_) + kGuardSamples) * sizeof(float));
+    // The run of zeros may be stale now; it only ever counts zeros, which
+    // a cleared line holds everywhere.
     dirtyEnd_ = 0;
-    zeroRun_ = 0;
 }
 
 void DelayTap::resetPosition() { position_ = 0; }
