@@ -1,5 +1,6 @@
 #include "engine/DelayEngine.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>

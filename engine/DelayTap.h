@@ -106,9 +106,6 @@ public:
     void skipBlock(const TapBlock& block, uint32_t count);
     // output += input * volume (the vector form scales input in place first).
     static void addUndelayed(float* input, float* output, uint32_t count, float volume);
-    // The head after count samples of the loop from position (what the loop
-    // returns, without running it).
-    static uint32_t advance(uint32_t position, uint32_t length, uint32_t count);
     // audio thread. True when every sample the line can be read at is an
     // exact zero (after clearBuffer, or once silence has filled the line).
     bool isLineSilent() const { return dirtyEnd_ == 0; }
@@ -139,6 +136,9 @@ private:
     void stretch(uint32_t length, uint32_t count);
     void moveSamples(uint32_t from, uint32_t to, uint32_t n);
     void finishBlock(const TapBlock& block, uint32_t position);
+    // The head after count samples of the loop from position (what the loop
+    // returns, without running it).
+    static uint32_t advance(uint32_t position, uint32_t length, uint32_t count);
 
     float* buffer_ = nullptr;             // the line, 16-byte aligned, with guard samples
     uint32_t position_ = 0;               // read and write index
@@ -154,7 +154,7 @@ private:
     bool resamplePending_ = false;        // a stretch is in progress
     RefPtr<BlockResampler> resampler_;    // does the stretching
     Relaxed<float> sampleRate_{44100.0f};  // for the millisecond display only
-    // What the line may hold (audio thread; clearBuffer resets it too):
+    // What the line may hold (audio thread; clearBuffer marks it silent):
     Relaxed<uint32_t> dirtyEnd_{0};       // samples past this index are zero; 0: all zero
     uint32_t zeroRun_ = 0;                // zeros written last, at consecutive positions
     uint32_t lastEnd_ = 0;                // head and length when the last block ended,
