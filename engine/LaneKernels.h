@@ -15,6 +15,11 @@
 
 #include "engine/VectorOps.h"
 
+// Pack operations and the per-sample pieces are inlined in every build: in
+// an unoptimised (debug) build a call per lane operation would cost many
+// times the operation itself.
+#define VARITAP_LANE_INLINE inline __attribute__((always_inline))
+
 namespace varitap::lanes {
 
 // One tap's line (see TapDelay): stretches from the head to the end of the
@@ -66,7 +71,7 @@ uint32_t tapDelay(float* line, uint32_t position, uint32_t length, const float* 
 }
 
 template <int Out, class P>
-inline typename P::D pick(typename P::D notch, typename P::D low, typename P::D high,
+VARITAP_LANE_INLINE typename P::D pick(typename P::D notch, typename P::D low, typename P::D high,
                           typename P::D band, [[maybe_unused]] typename P::M isNotch,
                           [[maybe_unused]] typename P::M isLow,
                           [[maybe_unused]] typename P::M isHigh) {

@@ -49,105 +49,105 @@ inline bool aligned16(const void* p) { return (reinterpret_cast<uintptr_t>(p) & 
 struct ScalarFloats {
     using V = float;
     static constexpr uint32_t W = 1;
-    static V loadu(const float* p) { return *p; }
-    static void storeu(float* p, V v) { *p = v; }
-    static V splat(float x) { return x; }
-    static V add(V a, V b) { return a + b; }
-    static V mul(V a, V b) { return a * b; }
+    static VARITAP_LANE_INLINE V loadu(const float* p) { return *p; }
+    static VARITAP_LANE_INLINE void storeu(float* p, V v) { *p = v; }
+    static VARITAP_LANE_INLINE V splat(float x) { return x; }
+    static VARITAP_LANE_INLINE V add(V a, V b) { return a + b; }
+    static VARITAP_LANE_INLINE V mul(V a, V b) { return a * b; }
 };
 
 struct ScalarDoubles {
     using D = double;
     using M = bool;
     static constexpr int W = 1;
-    static D load(const float* p) { return *p; }
-    static void store(float* p, D y) { *p = static_cast<float>(y); }
-    static void storeKeeping(float* p, D y, M keep) {
+    static VARITAP_LANE_INLINE D load(const float* p) { return *p; }
+    static VARITAP_LANE_INLINE void store(float* p, D y) { *p = static_cast<float>(y); }
+    static VARITAP_LANE_INLINE void storeKeeping(float* p, D y, M keep) {
         if (!keep) *p = static_cast<float>(y);
     }
-    static D loadd(const double* p) { return *p; }
-    static void stored(double* p, D v) { *p = v; }
-    static M loadMask(const uint64_t* p) { return *p != 0; }
-    static D splat(double x) { return x; }
-    static D add(D a, D b) { return a + b; }
-    static D sub(D a, D b) { return a - b; }
-    static D mul(D a, D b) { return a * b; }
-    static M isZero(D x) { return x == 0.0; }
-    static bool any(M m) { return m; }
-    static D select(M m, D a, D b) { return m ? a : b; }
+    static VARITAP_LANE_INLINE D loadd(const double* p) { return *p; }
+    static VARITAP_LANE_INLINE void stored(double* p, D v) { *p = v; }
+    static VARITAP_LANE_INLINE M loadMask(const uint64_t* p) { return *p != 0; }
+    static VARITAP_LANE_INLINE D splat(double x) { return x; }
+    static VARITAP_LANE_INLINE D add(D a, D b) { return a + b; }
+    static VARITAP_LANE_INLINE D sub(D a, D b) { return a - b; }
+    static VARITAP_LANE_INLINE D mul(D a, D b) { return a * b; }
+    static VARITAP_LANE_INLINE M isZero(D x) { return x == 0.0; }
+    static VARITAP_LANE_INLINE bool any(M m) { return m; }
+    static VARITAP_LANE_INLINE D select(M m, D a, D b) { return m ? a : b; }
 };
 
 #if VARITAP_SSE2
 struct VectorFloats {
     using V = __m128;
     static constexpr uint32_t W = 4;
-    static V loadu(const float* p) { return _mm_loadu_ps(p); }
-    static void storeu(float* p, V v) { _mm_storeu_ps(p, v); }
-    static V splat(float x) { return _mm_set1_ps(x); }
-    static V add(V a, V b) { return _mm_add_ps(a, b); }
-    static V mul(V a, V b) { return _mm_mul_ps(a, b); }
+    static VARITAP_LANE_INLINE V loadu(const float* p) { return _mm_loadu_ps(p); }
+    static VARITAP_LANE_INLINE void storeu(float* p, V v) { _mm_storeu_ps(p, v); }
+    static VARITAP_LANE_INLINE V splat(float x) { return _mm_set1_ps(x); }
+    static VARITAP_LANE_INLINE V add(V a, V b) { return _mm_add_ps(a, b); }
+    static VARITAP_LANE_INLINE V mul(V a, V b) { return _mm_mul_ps(a, b); }
 };
 
 struct VectorDoubles {
     using D = __m128d;
     using M = __m128d;
     static constexpr int W = 2;
-    static __m128 loadPair(const float* p) {
+    static VARITAP_LANE_INLINE __m128 loadPair(const float* p) {
         return _mm_castsi128_ps(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p)));
     }
-    static void storePair(float* p, __m128 v) {
+    static VARITAP_LANE_INLINE void storePair(float* p, __m128 v) {
         _mm_storel_epi64(reinterpret_cast<__m128i*>(p), _mm_castps_si128(v));
     }
-    static D load(const float* p) { return _mm_cvtps_pd(loadPair(p)); }
-    static void store(float* p, D y) { storePair(p, _mm_cvtpd_ps(y)); }
-    static void storeKeeping(float* p, D y, M keep) {
+    static VARITAP_LANE_INLINE D load(const float* p) { return _mm_cvtps_pd(loadPair(p)); }
+    static VARITAP_LANE_INLINE void store(float* p, D y) { storePair(p, _mm_cvtpd_ps(y)); }
+    static VARITAP_LANE_INLINE void storeKeeping(float* p, D y, M keep) {
         const __m128 k = _mm_castpd_ps(keep);
         const __m128 mask = _mm_shuffle_ps(k, k, _MM_SHUFFLE(2, 0, 2, 0));
         storePair(p, _mm_or_ps(_mm_and_ps(mask, loadPair(p)), _mm_andnot_ps(mask, _mm_cvtpd_ps(y))));
     }
-    static D loadd(const double* p) { return _mm_loadu_pd(p); }
-    static void stored(double* p, D v) { _mm_storeu_pd(p, v); }
-    static M loadMask(const uint64_t* p) {
+    static VARITAP_LANE_INLINE D loadd(const double* p) { return _mm_loadu_pd(p); }
+    static VARITAP_LANE_INLINE void stored(double* p, D v) { _mm_storeu_pd(p, v); }
+    static VARITAP_LANE_INLINE M loadMask(const uint64_t* p) {
         return _mm_castsi128_pd(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)));
     }
-    static D splat(double x) { return _mm_set1_pd(x); }
-    static D add(D a, D b) { return _mm_add_pd(a, b); }
-    static D sub(D a, D b) { return _mm_sub_pd(a, b); }
-    static D mul(D a, D b) { return _mm_mul_pd(a, b); }
-    static M isZero(D x) { return _mm_cmpeq_pd(x, _mm_setzero_pd()); }
-    static bool any(M m) { return _mm_movemask_pd(m) != 0; }
-    static D select(M m, D a, D b) { return _mm_or_pd(_mm_and_pd(m, a), _mm_andnot_pd(m, b)); }
+    static VARITAP_LANE_INLINE D splat(double x) { return _mm_set1_pd(x); }
+    static VARITAP_LANE_INLINE D add(D a, D b) { return _mm_add_pd(a, b); }
+    static VARITAP_LANE_INLINE D sub(D a, D b) { return _mm_sub_pd(a, b); }
+    static VARITAP_LANE_INLINE D mul(D a, D b) { return _mm_mul_pd(a, b); }
+    static VARITAP_LANE_INLINE M isZero(D x) { return _mm_cmpeq_pd(x, _mm_setzero_pd()); }
+    static VARITAP_LANE_INLINE bool any(M m) { return _mm_movemask_pd(m) != 0; }
+    static VARITAP_LANE_INLINE D select(M m, D a, D b) { return _mm_or_pd(_mm_and_pd(m, a), _mm_andnot_pd(m, b)); }
 };
 #elif VARITAP_NEON
 struct VectorFloats {
     using V = float32x4_t;
     static constexpr uint32_t W = 4;
-    static V loadu(const float* p) { return vld1q_f32(p); }
-    static void storeu(float* p, V v) { vst1q_f32(p, v); }
-    static V splat(float x) { return vdupq_n_f32(x); }
-    static V add(V a, V b) { return vaddq_f32(a, b); }
-    static V mul(V a, V b) { return vmulq_f32(a, b); }
+    static VARITAP_LANE_INLINE V loadu(const float* p) { return vld1q_f32(p); }
+    static VARITAP_LANE_INLINE void storeu(float* p, V v) { vst1q_f32(p, v); }
+    static VARITAP_LANE_INLINE V splat(float x) { return vdupq_n_f32(x); }
+    static VARITAP_LANE_INLINE V add(V a, V b) { return vaddq_f32(a, b); }
+    static VARITAP_LANE_INLINE V mul(V a, V b) { return vmulq_f32(a, b); }
 };
 
 struct VectorDoubles {
     using D = float64x2_t;
     using M = uint64x2_t;
     static constexpr int W = 2;
-    static D load(const float* p) { return vcvt_f64_f32(vld1_f32(p)); }
-    static void store(float* p, D y) { vst1_f32(p, vcvt_f32_f64(y)); }
-    static void storeKeeping(float* p, D y, M keep) {
+    static VARITAP_LANE_INLINE D load(const float* p) { return vcvt_f64_f32(vld1_f32(p)); }
+    static VARITAP_LANE_INLINE void store(float* p, D y) { vst1_f32(p, vcvt_f32_f64(y)); }
+    static VARITAP_LANE_INLINE void storeKeeping(float* p, D y, M keep) {
         vst1_f32(p, vbsl_f32(vmovn_u64(keep), vld1_f32(p), vcvt_f32_f64(y)));
     }
-    static D loadd(const double* p) { return vld1q_f64(p); }
-    static void stored(double* p, D v) { vst1q_f64(p, v); }
-    static M loadMask(const uint64_t* p) { return vld1q_u64(p); }
-    static D splat(double x) { return vdupq_n_f64(x); }
-    static D add(D a, D b) { return vaddq_f64(a, b); }
-    static D sub(D a, D b) { return vsubq_f64(a, b); }
-    static D mul(D a, D b) { return vmulq_f64(a, b); }
-    static M isZero(D x) { return vceqq_f64(x, vdupq_n_f64(0.0)); }
-    static bool any(M m) { return vmaxvq_u32(vreinterpretq_u32_u64(m)) != 0; }
-    static D select(M m, D a, D b) { return vbslq_f64(m, a, b); }
+    static VARITAP_LANE_INLINE D loadd(const double* p) { return vld1q_f64(p); }
+    static VARITAP_LANE_INLINE void stored(double* p, D v) { vst1q_f64(p, v); }
+    static VARITAP_LANE_INLINE M loadMask(const uint64_t* p) { return vld1q_u64(p); }
+    static VARITAP_LANE_INLINE D splat(double x) { return vdupq_n_f64(x); }
+    static VARITAP_LANE_INLINE D add(D a, D b) { return vaddq_f64(a, b); }
+    static VARITAP_LANE_INLINE D sub(D a, D b) { return vsubq_f64(a, b); }
+    static VARITAP_LANE_INLINE D mul(D a, D b) { return vmulq_f64(a, b); }
+    static VARITAP_LANE_INLINE M isZero(D x) { return vceqq_f64(x, vdupq_n_f64(0.0)); }
+    static VARITAP_LANE_INLINE bool any(M m) { return vmaxvq_u32(vreinterpretq_u32_u64(m)) != 0; }
+    static VARITAP_LANE_INLINE D select(M m, D a, D b) { return vbslq_f64(m, a, b); }
 };
 #else
 using VectorFloats = ScalarFloats;
