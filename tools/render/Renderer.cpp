@@ -99,11 +99,13 @@ bool renderSource(PluginInstance& plugin, AudioSource& source, const RenderSetti
             }
             for (int i = 0; i < frames; ++i) target[i] = input[static_cast<size_t>(i) * inChannels + channel];
         }
-        const Clock::time_point before = Clock::now();
+        // The wall clock inside (it is cheap to read); the thread's clock,
+        // a system call, outside.
         const double cpuBefore = threadSeconds();
+        const Clock::time_point before = Clock::now();
         plugin.process(frames);
-        result.processCpuSeconds += threadSeconds() - cpuBefore;
         result.processSeconds += secondsSince(before);
+        result.processCpuSeconds += threadSeconds() - cpuBefore;
         for (int c = 0; c < outputChannels; ++c)
             for (int i = 0; i < frames; ++i) output[static_cast<size_t>(i) * outputChannels + c] = out[c][i];
         if (sink && !sink(input.data(), output.data(), frames)) {
