@@ -162,7 +162,11 @@ const Kernels kVector = {vaddVector,     vsmulVector,       tapLoopVector, mixRe
 #if defined(__x86_64__)
 const Kernels kAvx2 = {vaddVector, vsmulVector, tapLoopVector, mixReplaceVector,
                        tapDelayAvx2, filterLanesAvx2, 4};
-bool processorHasAvx2() { return __builtin_cpu_supports("avx2"); }
+bool processorHasAvx2() {
+    // This may run before the runtime's own processor probe has: probe first.
+    __builtin_cpu_init();
+    return __builtin_cpu_supports("avx2");
+}
 const bool gProcessorAvx2 = processorHasAvx2();
 #endif
 std::atomic<bool> gAllowAvx2{true};
