@@ -23,7 +23,7 @@ float* allocateBus() {
 }
 
 // Rows of the waves' working memory, kChunkFrames floats each.
-constexpr uint32_t kLaneRow = kTapCount;                         // interleaved filter lanes
+constexpr uint32_t kLaneRow = 0;                                  // interleaved filter lanes
 constexpr uint32_t kGainRow = kLaneRow + FilterLanes::kMaxLanes;  // one tap's gain ramp
 constexpr uint32_t kSilenceRow = kGainRow + 1;                    // zeros
 constexpr uint32_t kOnesRow = kSilenceRow + 1;                     // ones
@@ -378,11 +378,10 @@ void DelayEngine::runTapsSequential(float** inputs, uint32_t n, float samplesPer
 
 // The taps in waves: a wave is a run of taps in index order in which no tap
 // reads a bus that an earlier tap of the wave adds into. Within a wave every
-// tap's line runs first (so every source is read before anything is added),
-// then the wave's filters run side by side, then each tap's signal is added
-// into its destination in tap order, so every sum rounds as it would tap by
-// tap. The block is cut into chunks of kChunkFrames; each sample depends
-// only on earlier samples, so the order of chunks changes nothing.
+// tap's line runs first over the whole block, each into its own row (so every
+// source is read before anything is added), then the wave's filters run side
+// by side, kChunkFrames at a time, then each tap's signal is added into its
+// destination in tap order, so every sum rounds as it would tap by tap.
 //
 // The scratch bus is cleared after each tap that uses it in the plain form:
 // the first tap to use it reads what it held, every later reader reads
@@ -391,7 +390,9 @@ void DelayEngine::runTapsInWaves(float** inputs, uint32_t n, float samplesPerBea
                                  bool alignToSong, double songPosition) {
     bool filterFirst = false;
     for (auto& tap : taps_) filterFirst = filterFirst || tap->isFilterFirst();
-    if (!waveMemory_ || filterFirst) {
+    // One row of n samples per tap: what each tap adds this block.
+    ScratchBlock signals(pool_, kTapCount * n);
+    if (!waveMemory_ || !signals || filterFirst) {
         runTapsSequential(inputs, n, samplesPerBeat, alignToSong, songPosition);
         return;
     }
@@ -402,7 +403,6 @@ void DelayEngine::runTapsInWaves(float** inputs, uint32_t n, float samplesPerBea
     const float* written[2 * kTapCount];
     int writtenCount = 0;
     bool scratchUsed = false;
-    bool silenceScaled = false;
     for (int t = 0; t < kTapCount; ++t) {
         TapJob& job = jobs[t];
         FilteredDelayTap& tap = *taps_[t];
@@ -425,10 +425,7 @@ void DelayEngine::runTapsInWaves(float** inputs, uint32_t n, float samplesPerBea
         job.running = true;
         if (!block.line) {
             // Passing the input through scales it in place.
-            if (job.silenceSource)
-                silenceScaled = true;
-            else
-                written[writtenCount++] = source;
+            if (!job.silenceSource) written[writtenCount++] = source;
         } else if (job.inputSilent && tap.isLineSilent() && std::isfinite(block.feedback) &&
                    std::isfinite(block.appliedVolume) && std::isfinite(block.volume)) {
             // Silence in, silence in the line: nothing to hear, nothing to
@@ -469,11 +466,7 @@ void DelayEngine::runTapsInWaves(float** inputs, uint32_t n, float samplesPerBea
     }
     waveStart[waves] = kTapCount;
 
-    for (uint32_t offset = 0; offset < n; offset += kChunkFrames) {
-        const uint32_t count = n - offset < kChunkFrames ? n - offset : kChunkFrames;
-        for (int w = 0; w < waves; ++w) runWave(jobs, waveStart[w], waveStart[w + 1], offset, count);
-        if (silenceScaled) std::memset(silence, 0, kChunkFrames * sizeof(float));
-    }
+    for (int w = 0; w < waves; ++w) runWave(jobs, waveStart[w], waveStart[w + 1], n, signals.data());
 
     for (int t = 0; t < kTapCount; ++t) {
         const TapJob& job = jobs[t];
@@ -484,40 +477,46 @@ void DelayEngine::runTapsInWaves(float** inputs, uint32_t n, float samplesPerBea
     if (scratchUsed) std::memset(scratchBus_, 0, n * sizeof(float));
 }
 
-void DelayEngine::runWave(TapJob* jobs, int first, int end, uint32_t offset, uint32_t count) {
+void DelayEngine::runWave(TapJob* jobs, int first, int end, uint32_t n, float* signals) {
     const Kernels& k = kernels();
     auto row = [this](uint32_t r) { return waveMemory_ + size_t(r) * kChunkFrames; };
+    auto signal = [signals, n](int t) { return signals + size_t(t) * n; };
     float* gains = row(kGainRow);
+    float* silence = row(kSilenceRow);
 
-    // Every line of the wave, each into its own row.
+    // Every line of the wave over the whole block, each into its own row.
     for (int t = first; t < end; ++t) {
         TapJob& job = jobs[t];
         if (!job.running) continue;
-        float* out = row(uint32_t(t));
-        float* source = job.silenceSource ? job.source : job.source + offset;
         const TapBlock& block = job.block;
-        if (!block.line) {
-            std::memset(out, 0, count * sizeof(float));
-            DelayTap::addUndelayed(source, out, count, block.volume);
-            continue;
-        }
-        if (job.ramp) {
-            float gain = job.gain;
-            if (job.compareRamp) {
-                for (uint32_t i = 0; i < count; ++i) {
-                    gains[i] = gain;
-                    if (gain != block.volume) gain += job.step;
-                }
-            } else {
-                for (uint32_t i = 0; i < count; ++i) {
-                    gains[i] = gain;
-                    gain += job.step;
-                }
+        for (uint32_t offset = 0; offset < n; offset += kChunkFrames) {
+            const uint32_t count = n - offset < kChunkFrames ? n - offset : kChunkFrames;
+            float* out = signal(t) + offset;
+            float* source = job.silenceSource ? silence : job.source + offset;
+            if (!block.line) {
+                std::memset(out, 0, count * sizeof(float));
+                DelayTap::addUndelayed(source, out, count, block.volume);
+                if (job.silenceSource) std::memset(silence, 0, kChunkFrames * sizeof(float));
+                continue;
             }
-            job.gain = gain;
+            if (job.ramp) {
+                float gain = job.gain;
+                if (job.compareRamp) {
+                    for (uint32_t i = 0; i < count; ++i) {
+                        gains[i] = gain;
+                        if (gain != block.volume) gain += job.step;
+                    }
+                } else {
+                    for (uint32_t i = 0; i < count; ++i) {
+                        gains[i] = gain;
+                        gain += job.step;
+                    }
+                }
+                job.gain = gain;
+            }
+            job.position = k.tapDelay(block.line, job.position, block.length, source, out, count,
+                                      block.feedback, job.ramp ? gains : nullptr, job.gain);
         }
-        job.position = k.tapDelay(block.line, job.position, block.length, source, out, count,
-                                  block.feedback, job.ramp ? gains : nullptr, job.gain);
     }
 
     // The wave's filters side by side, one tap per lane.
@@ -548,13 +547,16 @@ void DelayEngine::runWave(TapJob* jobs, int first, int end, uint32_t offset, uin
         }
         // Padding lanes read a row of ones: a nonzero sample, so that no
         // lane of theirs is ever taken for silence.
-        float* rows[FilterLanes::kMaxLanes];
-        for (uint32_t l = 0; l < stride; ++l)
-            rows[l] = l < uint32_t(laneCount) ? row(uint32_t(lanes[l])) : row(kOnesRow);
         float* interleaved = row(kLaneRow);
-        interleave(rows, stride, interleaved, count);
-        k.filterLanes(interleaved, count, stride, filter);
-        deinterleave(interleaved, stride, rows, uint32_t(laneCount), count);
+        for (uint32_t offset = 0; offset < n; offset += kChunkFrames) {
+            const uint32_t count = n - offset < kChunkFrames ? n - offset : kChunkFrames;
+            float* rows[FilterLanes::kMaxLanes];
+            for (uint32_t l = 0; l < stride; ++l)
+                rows[l] = l < uint32_t(laneCount) ? signal(lanes[l]) + offset : row(kOnesRow);
+            interleave(rows, stride, interleaved, count);
+            k.filterLanes(interleaved, count, stride, filter);
+            deinterleave(interleaved, stride, rows, uint32_t(laneCount), count);
+        }
         for (int l = 0; l < laneCount; ++l) {
             TapFilter::State& state = jobs[lanes[l]].state;
             state.notch = filter.notch[l];
@@ -568,8 +570,7 @@ void DelayEngine::runWave(TapJob* jobs, int first, int end, uint32_t offset, uin
     for (int t = first; t < end; ++t) {
         const TapJob& job = jobs[t];
         if (!job.running || !job.destination) continue;
-        float* destination = job.destination + offset;
-        k.vadd(row(uint32_t(t)), destination, destination, count);
+        k.vadd(signal(t), job.destination, job.destination, n);
     }
 }
 

@@ -119,8 +119,8 @@ public:
     // (no tempo means lengths of a few samples, never an infinite one).
     static float samplesPerBeatFor(double tempo, float sampleRate);
 
-    // Frames the waves run at a time: the scratch of ten taps and their
-    // filter lanes stays in the first-level cache.
+    // Frames the lines and filters of a wave run at a time: the interleaved
+    // filter lanes stay in the first-level cache.
     static constexpr uint32_t kChunkFrames = 256;
 
 private:
@@ -130,7 +130,7 @@ private:
                            double songPosition);
     void runTapsInWaves(float** inputs, uint32_t n, float samplesPerBeat, bool alignToSong,
                         double songPosition);
-    void runWave(TapJob* jobs, int first, int end, uint32_t offset, uint32_t count);
+    void runWave(TapJob* jobs, int first, int end, uint32_t n, float* signals);
     float* resolveSource(int32_t selector, float** inputs);
     float* resolveDestination(int32_t selector);
     void freeWetBuses();
@@ -144,9 +144,10 @@ private:
     int32_t numHostOutputs_ = 2;         // host output arrays that may be written
     float* scratchBus_ = nullptr;        // no connection: silence source and discard sink
     float* internalBuses_[kInternalBusCount] = {};  // "Intern 1..4"
-    // The waves' working memory (audio thread), kChunkFrames per row: one
-    // row per tap, kMaxLanes rows of interleaved filter lanes, a row of gains,
-    // a row of silence and a row of ones.
+    // The waves' working memory (audio thread), kChunkFrames per row:
+    // kMaxLanes rows of interleaved filter lanes, a row of gains, a row of
+    // silence and a row of ones. Each tap's signal for the block is in a
+    // ScratchPool block.
     float* waveMemory_ = nullptr;
     TapSchedule schedule_ = TapSchedule::kWaves;
     Relaxed<float> wetDry_{0.0f};        // dry share of the output
