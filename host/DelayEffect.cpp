@@ -8,6 +8,7 @@
 #include "modulation/ModulatorBase.h"
 #include "persistence/Preferences.h"
 #include "persistence/PresetLibrary.h"
+#include "persistence/PresetParameters.h"
 
 namespace varitap {
 
@@ -231,26 +232,11 @@ bool DelayEffect::getSpeakerArrangement(VstSpeakerArrangement** input, VstSpeake
 }
 
 void DelayEffect::clampRouting() {
-    // The comparisons are the product's own: an input selector of 20 is never
-    // clamped to nIn, and selectors 21..39 are compared with nOut rather than
-    // nOut + 20 (so with two outputs Out 1 moves to Out 2).
     const int32_t nIn = inputChannels();
     const int32_t nOut = outputChannels();
     for (int32_t i = 0; i < 2 * kTapCount; ++i) {
-        float v = getParameter(i);
-        if (i < kTapCount) {
-            int32_t s = static_cast<int32_t>(kInputSelectorScale * v);
-            if (s > nIn && s < 20) {
-                setParameterAutomated(i, static_cast<float>(nIn) / kInputSelectorScale);
-            } else if (s > nOut && s < 40) {
-                setParameterAutomated(i, static_cast<float>(nOut + 20) / kInputSelectorScale);
-            }
-        } else {
-            int32_t s = static_cast<int32_t>(kOutputSelectorScale * v);
-            if (s > nOut && s < 20) {
-                setParameterAutomated(i, static_cast<float>(nOut) / kOutputSelectorScale);
-            }
-        }
+        float clamped = 0.0f;
+        if (clampedRoutingValue(i, getParameter(i), nIn, nOut, &clamped)) setParameterAutomated(i, clamped);
     }
 }
 
