@@ -40,6 +40,7 @@ class BackgroundBitmap;
 class BackgroundEntry;
 class DelayEffect;
 class ModulatorTableView;
+class Preset;
 class PresetFolder;
 class TableModulator;
 
@@ -206,7 +207,10 @@ private:
     // picture.
     void applyBackground();
     bool runNameDialogOverEditor(const char* prompt, char* result);
-    // Command helpers of the context menu.
+    // Command helpers of the context menu. The current preset is the
+    // plug-in's last user preset while the library still lists it (another
+    // instance's menu may have removed it); null otherwise.
+    Preset* currentPreset() const;
     void removeCurrentPreset();
     void addPresetTo(PresetFolder* folder);
 

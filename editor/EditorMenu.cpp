@@ -91,7 +91,7 @@ ContextMenu DelayEditor::buildContextMenu(Point where) {
     }
     menu.presets->addEntry("-");
     menu.presets->addEntry(localized(kAddFolder).c_str());
-    if (Preset* current = plugin_->lastUserPreset) {
+    if (Preset* current = currentPreset()) {
         menu.removePresetText = removePresetText(current->getName());
         menu.presets->addEntry("-");
         menu.presets->addEntry(menu.removePresetText.c_str());
@@ -191,10 +191,9 @@ bool DelayEditor::carryOutChoice(ContextMenu& menu, OptionMenu* chosen, int inde
     if (folderIndex < 0 || static_cast<uint32_t>(folderIndex) >= snapshot.count()) return true;
     auto* folder = static_cast<PresetFolder*>(snapshot.getAt(static_cast<uint32_t>(folderIndex)));
     if (sameText(text, localized(kRemoveFolder))) {
-        // The folder's presets go with it: the current preset must not be
-        // left pointing at one of them (the next menu would read its name).
-        if (plugin_->lastUserPreset && folder->presets().contains(plugin_->lastUserPreset)) {
-            plugin_->lastUserPreset = nullptr;
+        // The folder's presets go with it, the current one among them.
+        if (plugin_->lastUserPreset && folder->presets().contains(plugin_->lastUserPreset.get())) {
+            plugin_->lastUserPreset.reset();
         }
         library->removeFolder(folder);
     } else if (sameText(text, localized(kAddPreset))) {
@@ -205,16 +204,26 @@ bool DelayEditor::carryOutChoice(ContextMenu& menu, OptionMenu* chosen, int inde
     return true;
 }
 
+Preset* DelayEditor::currentPreset() const {
+    PresetLibrary* library = PresetLibrary::current();
+    Preset* current = plugin_->lastUserPreset.get();
+    if (!library || !current) return nullptr;
+    for (uint32_t f = 0; f < library->folderCount(); ++f) {
+        if (library->folderAt(f)->presets().contains(current)) return current;
+    }
+    return nullptr;
+}
+
 void DelayEditor::removeCurrentPreset() {
     PresetLibrary* library = PresetLibrary::current();
-    Preset* current = plugin_->lastUserPreset;
+    RefPtr<Preset> current = plugin_->lastUserPreset;
     if (!library || !current) return;
     for (uint32_t f = 0; f < library->folderCount(); ++f) {
         PresetFolder* folder = library->folderAt(f);
         if (folder->flags() & kFactory) continue;
-        if (!folder->presets().contains(current)) continue;
-        plugin_->lastUserPreset = nullptr;
-        folder->removePreset(current);
+        if (!folder->presets().contains(current.get())) continue;
+        plugin_->lastUserPreset.reset();
+        folder->removePreset(current.get());
         break;
     }
 }

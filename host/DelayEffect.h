@@ -11,13 +11,13 @@
 #include "engine/EngineHost.h"
 #include "engine/ParameterLayout.h"
 #include "host/AudioEffectX.h"
+#include "persistence/Preset.h"
 
 namespace varitap {
 
 class AEffEditor;
 class DelayEffect;
 class Preferences;
-class Preset;
 
 // The editor is made through this hook so that the host layer does not
 // depend on the editor layer: the plug-in module installs the factory of its
@@ -111,8 +111,10 @@ public:
     // the instance.
     Preset* createPresetFromState(const char* name);
     void applyPreset(Preset* preset);
-    // The last user preset applied (not owned; may be null).
-    Preset* lastUserPreset = nullptr;
+    // The last user preset applied, or null. Held, so that it outlives its
+    // removal from the shared library (by this instance's menu or another's);
+    // the editor offers it only while the library still lists it.
+    RefPtr<Preset> lastUserPreset;
 
     // Read-outs for the editor, the preset bridge and tests.
     DelayEngine& engine() { return *engine_; }

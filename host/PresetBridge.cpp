@@ -70,7 +70,7 @@ void DelayEffect::applyPreset(Preset* preset) {
     clampRouting();
     copyProgramName(program(), preset->getName());
     updateDisplay();
-    if (!preset->isFactory()) lastUserPreset = preset;
+    if (!preset->isFactory()) lastUserPreset = hold;
 }
 
 }  // namespace varitap

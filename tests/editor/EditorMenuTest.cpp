@@ -119,7 +119,7 @@ TEST_F(EditorMenuTest, TreeShowsFoldersOptionsAndBackgroundsAsTheyAreNow) {
     EXPECT_EQ(menu.options->submenu(2), menu.background.get());
 
     // A current preset adds its removal at the end.
-    host.effect()->lastUserPreset = mine->presetAt(1);
+    host.effect()->lastUserPreset = RefPtr<Preset>(mine->presetAt(1));
     ContextMenu withPreset = editor().buildContextMenu(Point{10, 100});
     EXPECT_STREQ(withPreset.presets->entry(withPreset.presets->nbEntries() - 1),
                  "Remove Preset 'Cold'");
@@ -137,7 +137,7 @@ TEST_F(EditorMenuTest, CommandsAreMatchedByTextAndPresetsApply) {
     ContextMenu menu = editor().buildContextMenu(Point{10, 100});
     OptionMenu* mineMenu = menu.folders[static_cast<size_t>(folderIndex(mine))].get();
     EXPECT_TRUE(editor().carryOutChoice(menu, mineMenu, 0));
-    EXPECT_EQ(host.effect()->lastUserPreset, mine->presetAt(0));
+    EXPECT_EQ(host.effect()->lastUserPreset.get(), mine->presetAt(0));
     EXPECT_NEAR(host.effect()->program().values[delay], 0.25f, 1e-6f);
 
     // A preset named like a command carries out the command instead.
@@ -148,7 +148,7 @@ TEST_F(EditorMenuTest, CommandsAreMatchedByTextAndPresetsApply) {
     EXPECT_EQ(library->folderCount(), before - 1);
     EXPECT_EQ(folderIndex(mine), -1);
     // The current preset went with its folder and is no longer current.
-    EXPECT_EQ(host.effect()->lastUserPreset, nullptr);
+    EXPECT_EQ(host.effect()->lastUserPreset.get(), nullptr);
     EXPECT_EQ(indexOf(*editor().buildContextMenu(Point{}).presets, "Remove Preset 'Quarter'"), -1);
     // "Add Preset ..." opens the name dialog: cancelled, nothing is added.
     std::thread user = answerDialog(host.display(), nullptr, XKB_KEY_Escape);
@@ -157,21 +157,59 @@ TEST_F(EditorMenuTest, CommandsAreMatchedByTextAndPresetsApply) {
     EXPECT_EQ(other->presetCount(), 1u);
 
     // Removing the current preset looks only in writable folders.
-    host.effect()->lastUserPreset = other->presetAt(0);
+    host.effect()->lastUserPreset = RefPtr<Preset>(other->presetAt(0));
     ContextMenu third = editor().buildContextMenu(Point{10, 100});
     EXPECT_TRUE(editor().carryOutChoice(third, third.presets.get(),
                                         indexOf(*third.presets, "Remove Preset 'Add Preset ...'")));
     EXPECT_EQ(other->presetCount(), 0u);
-    EXPECT_EQ(host.effect()->lastUserPreset, nullptr);
+    EXPECT_EQ(host.effect()->lastUserPreset.get(), nullptr);
 
     Preset* factoryPreset = library->folderAt(0)->presetAt(0);
     ASSERT_NE(factoryPreset, nullptr);
-    host.effect()->lastUserPreset = factoryPreset;
+    host.effect()->lastUserPreset = RefPtr<Preset>(factoryPreset);
     ContextMenu fourth = editor().buildContextMenu(Point{10, 100});
     const uint32_t factoryCount = library->folderAt(0)->presetCount();
     editor().carryOutChoice(fourth, fourth.presets.get(), fourth.presets->nbEntries() - 1);
     EXPECT_EQ(library->folderAt(0)->presetCount(), factoryCount);
     EXPECT_EQ(library->folderAt(0)->presetAt(0), factoryPreset);
+}
+
+// Two instances in one process share the library. When the other instance's
+// menu removes the preset this one is using (with its folder, or as its own
+// current preset), this instance's menu no longer offers to remove it and
+// carries on working.
+TEST_F(EditorMenuTest, PresetRemovedByAnotherInstanceLeavesThisMenuWhole) {
+    EditorHost other;
+    ASSERT_NE(other.editor(), nullptr);
+    auto apply = [&](DelayEditor& editor, PresetFolder* folder) {
+        ContextMenu menu = editor.buildContextMenu(Point{10, 100});
+        editor.carryOutChoice(menu, menu.folders[static_cast<size_t>(folderIndex(folder))].get(), 0);
+    };
+    auto lastEntry = [](const OptionMenu& menu) { return std::string(menu.entry(menu.nbEntries() - 1)); };
+    for (const bool wholeFolder : {true, false}) {
+        SCOPED_TRACE(wholeFolder ? "Remove Folder" : "Remove Preset");
+        PresetFolder* shared = userFolder("Shared", {"Quarter"});
+        PresetFolder* kept = userFolder("Kept", {"Half"});
+        apply(editor(), shared);
+        apply(*other.editor(), shared);
+        ASSERT_EQ(lastEntry(*editor().buildContextMenu(Point{}).presets), "Remove Preset 'Quarter'");
+
+        ContextMenu theirs = other.editor()->buildContextMenu(Point{10, 100});
+        if (wholeFolder) {
+            OptionMenu* folderMenu = theirs.folders[static_cast<size_t>(folderIndex(shared))].get();
+            other.editor()->carryOutChoice(theirs, folderMenu, indexOf(*folderMenu, "Remove Folder"));
+        } else {
+            other.editor()->carryOutChoice(theirs, theirs.presets.get(),
+                                           indexOf(*theirs.presets, "Remove Preset 'Quarter'"));
+        }
+        EXPECT_EQ(lastEntry(*other.editor()->buildContextMenu(Point{}).presets), "Add Folder ...");
+
+        ContextMenu mine = editor().buildContextMenu(Point{10, 100});
+        EXPECT_EQ(indexOf(*mine.presets, "Remove Preset 'Quarter'"), -1);
+        EXPECT_EQ(lastEntry(*mine.presets), "Add Folder ...");
+        apply(editor(), kept);
+        EXPECT_EQ(lastEntry(*editor().buildContextMenu(Point{}).presets), "Remove Preset 'Half'");
+    }
 }
 
 TEST_F(EditorMenuTest, OptionsAreWrittenAndTakeEffect) {
