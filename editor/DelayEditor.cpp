@@ -120,8 +120,10 @@ DelayEditor::DelayEditor(DelayEffect* effect) : AEffEditor(effect), plugin_(effe
 DelayEditor::~DelayEditor() {
     close();
     // The choice is remembered by file name only now, so that trying
-    // backgrounds out does not rewrite the options file each time.
-    if (background_ && background_->entry()) {
+    // backgrounds out does not rewrite the options file each time, and only
+    // when it differs from the one the editor started with: an editor left as
+    // it was (a host's plug-in scan among them) writes nothing.
+    if (background_ && background_->entry() && background_->entry()->fileName() != firstBackground_) {
         if (Preferences* preferences = Preferences::current()) {
             preferences->setString(kOptionBackgroundBitmap, background_->entry()->fileName());
         }

@@ -259,6 +259,7 @@ private:
     RefPtr<gui::Knob> wetDry_;
     RefPtr<AboutOverlay> about_;
     ObjectList backgrounds_;  // BackgroundEntry, in the bundle's order
+    std::string firstBackground_;  // file name of the background loadBackgrounds chose
 };
 
 // The plug-in module's editor factory (see setEditorFactory).

@@ -1,11 +1,13 @@
 // DelayEffect through the built bundle: channel counts by host, speaker
 // arrangements, the routing clamp, the "Init" program, echoes and suspend.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <cmath>
 #include <map>
 
+#include "../base/TestSupport.h"
 #include "FakeHost.h"
 
 namespace varitap::test {
@@ -246,6 +248,53 @@ TEST_F(DelayEffectTest, SuspendClearsTheLinesInFlight) {
         else
             EXPECT_GT(peak, 0.9f);
     }
+}
+
+// A host's plug-in scan (load, open, a few questions, close, no editor)
+// leaves the user's configuration folder as it was: with nothing in it,
+// nothing appears; existing options and presets files are not rewritten.
+TEST_F(DelayEffectTest, ScanLeavesTheConfigurationAlone) {
+    TempDir config;
+    const std::string saved = getenv("XDG_CONFIG_HOME") ? getenv("XDG_CONFIG_HOME") : "";
+    setenv("XDG_CONFIG_HOME", config.path().c_str(), 1);
+    auto scan = [&] {
+        Plugin plugin(library, host);
+        ASSERT_TRUE(plugin);
+        plugin.dispatch(effOpen);
+        plugin.dispatch(effGetVendorString, 0, 0, std::vector<char>(256).data());
+        plugin.dispatch(effCanDo, 0, 0, const_cast<char*>("receiveVstTimeInfo"));
+        EXPECT_FALSE(plugin.name(21).empty());
+        plugin.close();
+    };
+    auto entries = [&] {
+        std::vector<std::string> names;
+        for (const auto& entry : std::filesystem::directory_iterator(config.path()))
+            names.push_back(entry.path());
+        std::sort(names.begin(), names.end());
+        return names;
+    };
+    scan();
+    EXPECT_EQ(entries(), std::vector<std::string>{});
+
+    const std::string presets = config / "brelmo.varitap.presets.xml";
+    const std::string options = config / "brelmo.varitap.conf";
+    writeFile(presets,
+              "<Presets version=\"1\">\n\t<array name=\"folder\">\n"
+              "\t\t<string name=\"name\" value=\"Mine\" />\n\t</array>\n</Presets>\n");
+    writeFile(options, "[brelmo.varitap]\nBackground Bitmap=default.png\n");
+    struct stat before[2], after[2];
+    ASSERT_EQ(stat(presets.c_str(), &before[0]), 0);
+    ASSERT_EQ(stat(options.c_str(), &before[1]), 0);
+    scan();
+    ASSERT_EQ(stat(presets.c_str(), &after[0]), 0);
+    ASSERT_EQ(stat(options.c_str(), &after[1]), 0);
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_EQ(after[i].st_ino, before[i].st_ino) << i;  // not replaced
+        EXPECT_EQ(after[i].st_mtim.tv_nsec, before[i].st_mtim.tv_nsec) << i;
+        EXPECT_EQ(after[i].st_mtim.tv_sec, before[i].st_mtim.tv_sec) << i;
+    }
+    EXPECT_EQ(entries(), (std::vector<std::string>{options, presets}));
+    setenv("XDG_CONFIG_HOME", saved.c_str(), 1);
 }
 
 }  // namespace
