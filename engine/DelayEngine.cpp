@@ -311,6 +311,13 @@ void DelayEngine::run(float** inputs, float** outputs, int32_t sampleFrames, boo
         else
             mixAccumulate(wet, destination, n, wetDry);
     }
+    // Host outputs past the wet buses (a mono arrangement on a stereo
+    // record): nothing feeds them, and a replacing block must still write
+    // them.
+    if (replacing && outputs) {
+        for (int32_t i = numOutputs_; i < numHostOutputs_; ++i)
+            if (outputs[i]) std::memset(outputs[i], 0, bytes);
+    }
 }
 
 }  // namespace varitap

@@ -48,7 +48,9 @@ public:
     // what suspend, resume and setSampleRate asked for. The block runs with
     // subnormals flushed to zero (FloatMode.h); the caller's mode is restored
     // before the call returns. Input samples that are not numbers or lie past
-    // kSampleCeiling are read as silence (VectorOps.h).
+    // kSampleCeiling are read as silence (VectorOps.h). processReplacing
+    // writes every host output below the host output count: outputs without
+    // a wet bus get silence.
     void processReplacing(float** inputs, float** outputs, int32_t sampleFrames);
     void process(float** inputs, float** outputs, int32_t sampleFrames);
 
