@@ -1,7 +1,7 @@
 // The engine's cost per frame: the full block (ten taps reading the inputs,
 // each filtered, feedback 0.5, ten modulators on, stereo, 512-frame blocks at
-// 44.1 kHz) in its vector and scalar forms, and one tap's delay loop and
-// filter loop alone.
+// 44.1 kHz) in its vector and scalar forms, and one tap's delay loop, filter
+// loop and one channel's cleaning pass alone.
 #include <benchmark/benchmark.h>
 
 #include <cstdlib>
@@ -30,6 +30,12 @@ public:
     HostTimeInfo info;
     DelayEngine* engine = nullptr;
 };
+
+// Seconds per frame, shown with an SI prefix ("121n" is 121 ns).
+void countFrames(benchmark::State& state) {
+    state.counters["time_per_frame"] = benchmark::Counter(
+        double(kFrames), benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+}
 
 std::vector<float> noise(size_t n, unsigned seed) {
     std::vector<float> x(n);
@@ -84,9 +90,7 @@ void fullBlock(benchmark::State& state, bool scalar) {
         engine.processReplacing(inputs, outputs, int32_t(kFrames));
         benchmark::DoNotOptimize(out0.data());
     }
-    // Seconds per frame, shown with an SI prefix ("121n" is 121 ns).
-    state.counters["time_per_frame"] = benchmark::Counter(
-        double(kFrames), benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+    countFrames(state);
     forceScalarForTesting(false);
 }
 
@@ -106,9 +110,7 @@ void delayLoop(benchmark::State& state, TapLoop loop, uint32_t outputOffset) {
         benchmark::DoNotOptimize(output.data());
     }
     std::free(line);
-    // Seconds per frame, shown with an SI prefix ("121n" is 121 ns).
-    state.counters["time_per_frame"] = benchmark::Counter(
-        double(kFrames), benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+    countFrames(state);
 }
 
 // The engine's usual case: a 16-byte-aligned scratch block as output, which
@@ -130,10 +132,22 @@ void BM_TapFilterLoop(benchmark::State& state) {
         filter.processInPlace(buffer.data(), kFrames);
         benchmark::DoNotOptimize(buffer.data());
     }
-    // Seconds per frame, shown with an SI prefix ("121n" is 121 ns).
-    state.counters["time_per_frame"] = benchmark::Counter(
-        double(kFrames), benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+    countFrames(state);
 }
+
+// One input channel's cleaning pass (non-numbers and samples past the
+// ceiling to silence), as each block does it for every input it reads.
+void sanitizeLoop(benchmark::State& state, Sanitize sanitize) {
+    const std::vector<float> input = noise(kFrames, 5);
+    std::vector<float> clean(kFrames);
+    for (auto _ : state) {
+        sanitize(input.data(), clean.data(), kFrames);
+        benchmark::DoNotOptimize(clean.data());
+    }
+    countFrames(state);
+}
+void BM_SanitizeScalar(benchmark::State& state) { sanitizeLoop(state, sanitizeScalar); }
+void BM_SanitizeVector(benchmark::State& state) { sanitizeLoop(state, sanitizeVector); }
 
 BENCHMARK(BM_FullBlockVector);
 BENCHMARK(BM_FullBlockScalar);
@@ -141,6 +155,8 @@ BENCHMARK(BM_TapDelayLoopScalar);
 BENCHMARK(BM_TapDelayLoopVector);
 BENCHMARK(BM_TapDelayLoopVectorLanes);
 BENCHMARK(BM_TapFilterLoop);
+BENCHMARK(BM_SanitizeScalar);
+BENCHMARK(BM_SanitizeVector);
 
 }  // namespace
 }  // namespace varitap

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "engine/FloatMode.h"
 #include "engine/ParameterText.h"
 #include "engine/VectorOps.h"
 #include "modulation/ScratchPool.h"
@@ -46,10 +47,12 @@ DelayEngine::DelayEngine(EngineHost& host)
         tapOutputSelector_[t] = 0;
     }
     setOutputChannelCount(2);
+    setInputChannelCount(2);
 }
 
 DelayEngine::~DelayEngine() {
     freeWetBuses();
+    for (float* bus : inputBuses_) std::free(bus);
     std::free(scratchBus_);
     for (float* bus : internalBuses_) std::free(bus);
     if (systemInfo_) systemInfo_->release();
@@ -86,6 +89,12 @@ bool DelayEngine::setOutputChannelCount(int32_t n) {
 
 bool DelayEngine::setInputChannelCount(int32_t n) {
     if (n < 0 || n > kMaxChannels) return false;
+    // Input buses are kept once made: a later, smaller count leaves them for
+    // the next larger one.
+    for (int32_t i = 0; i < n; ++i) {
+        if (!inputBuses_[i]) inputBuses_[i] = allocateBus();
+        if (!inputBuses_[i]) return false;
+    }
     numInputs_ = n;
     return true;
 }
@@ -96,18 +105,35 @@ bool DelayEngine::setHostOutputCount(int32_t n) {
     return true;
 }
 
-void DelayEngine::suspend() {
-    for (auto& tap : taps_) tap->clearBuffer();
+void DelayEngine::request(uint32_t what) {
+    // Release: what the caller stored before (a sample rate) is seen by the
+    // audio thread that takes the request.
+    requests_.fetch_or(what, std::memory_order_release);
 }
 
-void DelayEngine::resume() {
-    for (auto& modulator : modulators_) modulator->restart();
-    for (auto& tap : taps_) tap->resetPosition();
-}
+void DelayEngine::suspend() { request(kSilenceTaps); }
+
+void DelayEngine::resume() { request(kRestartModulators | kResetHeads); }
 
 void DelayEngine::setSampleRate(float rate) {
     for (auto& tap : taps_) tap->setSampleRate(rate);
-    for (auto& modulator : modulators_) modulator->restart();
+    // The rate itself at once, for displays; the phases with the restart.
+    for (auto& modulator : modulators_) modulator->setSampleRate(rate);
+    request(kRestartModulators);
+}
+
+void DelayEngine::carryOutRequests() {
+    if (requests_.load(std::memory_order_relaxed) == 0) return;
+    const uint32_t requests = requests_.exchange(0, std::memory_order_acquire);
+    if (requests & kSilenceTaps) {
+        for (auto& tap : taps_) tap->silence();
+    }
+    if (requests & kRestartModulators) {
+        for (auto& modulator : modulators_) modulator->restart();
+    }
+    if (requests & kResetHeads) {
+        for (auto& tap : taps_) tap->resetPosition();
+    }
 }
 
 void DelayEngine::setResample(bool on) {
@@ -168,19 +194,36 @@ float DelayEngine::samplesPerBeatFor(double tempo, float sampleRate) {
     return std::isfinite(samplesPerBeat) && samplesPerBeat >= 0.0f ? samplesPerBeat : 1.0f;
 }
 
-float* DelayEngine::resolveSource(int32_t selector, float** inputs) {
+// The host's samples are copied, never cleaned in place: the host may hand
+// the same input to others after us.
+float* DelayEngine::hostInput(int32_t pin, float** inputs, uint32_t n) {
+    if (pin >= numInputs_ || !inputs || !inputs[pin] || !host_.isInputConnected(pin)) return nullptr;
+    float* bus = inputBuses_[pin];
+    const uint32_t bit = 1u << pin;
+    if (!(cleanedInputs_ & bit)) {
+        kernels().sanitize(inputs[pin], bus, n);
+        cleanedInputs_ |= bit;
+    }
+    return bus;
+}
+
+// Buses carry what earlier taps added in this block; they are cleaned in
+// place as a tap reads them, so that chains of taps (each line able to hold
+// a few times 2^44 under full feedback) can never build up to an overflow.
+float* DelayEngine::resolveSource(int32_t selector, float** inputs, uint32_t n) {
+    float* bus = nullptr;
     if (selector >= kInputFirstHost && selector < kInputFirstWet) {
-        const int32_t pin = selector - kInputFirstHost;
-        if (pin < numInputs_ && inputs && inputs[pin] && host_.isInputConnected(pin))
-            return inputs[pin];
+        if (float* input = hostInput(selector - kInputFirstHost, inputs, n)) return input;
     } else if (selector >= kInputFirstWet && selector < kInputFirstInternal) {
-        const int32_t bus = selector - kInputFirstWet;
-        if (bus < numOutputs_ && host_.isOutputConnected(bus)) return wetBuses_[bus];
+        const int32_t wet = selector - kInputFirstWet;
+        if (wet < numOutputs_ && host_.isOutputConnected(wet)) bus = wetBuses_[wet];
     } else if (selector >= kInputFirstInternal &&
                selector < kInputFirstInternal + kInternalBusCount) {
-        if (float* bus = internalBuses_[selector - kInputFirstInternal]) return bus;
+        bus = internalBuses_[selector - kInputFirstInternal];
     }
-    return scratchBus_;
+    if (!bus) return scratchBus_;
+    kernels().sanitize(bus, bus, n);
+    return bus;
 }
 
 // Selectors of 25 and up never come from the parameter mapping; like 0 they
@@ -205,11 +248,16 @@ void DelayEngine::process(float** inputs, float** outputs, int32_t sampleFrames)
 }
 
 void DelayEngine::run(float** inputs, float** outputs, int32_t sampleFrames, bool replacing) {
+    // The one place the block's floating-point mode is set (and restored on
+    // every return).
+    FlushDenormals flush;
+    carryOutRequests();
     if (sampleFrames < 0 || sampleFrames > int32_t(kBusSamples) || !wetBuses_ || !scratchBus_)
         return;
     if (sampleFrames == 0) return;  // nothing to produce, nothing to advance
     const uint32_t n = uint32_t(sampleFrames);
     const size_t bytes = n * sizeof(float);
+    cleanedInputs_ = 0;
 
     for (int32_t i = 0; i < numOutputs_; ++i) std::memset(wetBuses_[i], 0, bytes);
     for (float* bus : internalBuses_)
@@ -244,7 +292,7 @@ void DelayEngine::run(float** inputs, float** outputs, int32_t sampleFrames, boo
 
     for (int t = 0; t < kTapCount; ++t) {
         float* destination = resolveDestination(tapOutputSelector_[t]);
-        float* source = resolveSource(tapInputSelector_[t], inputs);
+        float* source = resolveSource(tapInputSelector_[t], inputs, n);
         taps_[t]->process(source, destination, n, samplesPerBeat, automationWriting, songPosition);
         if (source == scratchBus_ || destination == scratchBus_) std::memset(scratchBus_, 0, bytes);
     }
@@ -252,8 +300,8 @@ void DelayEngine::run(float** inputs, float** outputs, int32_t sampleFrames, boo
     const MixReplace mix = kernels().mixReplace;
     const float wetDry = wetDry_;
     for (int32_t i = 0; i < numOutputs_; ++i) {
-        const bool inputConnected = i < numInputs_ && inputs && inputs[i] && host_.isInputConnected(i);
-        float* dry = inputConnected ? inputs[i] : scratchBus_;
+        float* input = hostInput(i, inputs, n);
+        float* dry = input ? input : scratchBus_;
         float* wet = wetBuses_[i];
         float* destination = i < numHostOutputs_ && outputs && outputs[i] && host_.isOutputConnected(i)
                                  ? outputs[i]
@@ -262,6 +310,13 @@ void DelayEngine::run(float** inputs, float** outputs, int32_t sampleFrames, boo
             mix(wet, dry, destination, n, wetDry);
         else
             mixAccumulate(wet, destination, n, wetDry);
+    }
+    // Host outputs past the wet buses (a mono arrangement on a stereo
+    // record): nothing feeds them, and a replacing block must still write
+    // them.
+    if (replacing && outputs) {
+        for (int32_t i = numOutputs_; i < numHostOutputs_; ++i)
+            if (outputs[i]) std::memset(outputs[i], 0, bytes);
     }
 }
 

@@ -9,6 +9,7 @@
 
 #include <cstdint>
 
+#include "engine/Relaxed.h"
 #include "host/VstInterface.h"
 
 namespace varitap {
@@ -140,13 +141,15 @@ protected:
         }
     }
 
-    float sampleRate = 44100.0f;         // Hz, until the host sets it
+    // Set on the ui thread, read on the audio thread: plain 32-bit values
+    // without a lock, well-defined for the compiler and the thread sanitizer.
+    Relaxed<float> sampleRate{44100.0f};  // Hz, until the host sets it
     AEffEditor* editor = nullptr;        // owned, may be null
     vst::audioMasterCallback audioMaster;  // the host's callback
     int32_t numPrograms;
     int32_t numParams;
     int32_t curProgram = 0;
-    int32_t blockSize = 1024;
+    Relaxed<int32_t> blockSize{1024};
     vst::AEffect cEffect;
 
 private:

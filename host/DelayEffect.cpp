@@ -1,5 +1,6 @@
 #include "host/DelayEffect.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <new>
@@ -156,12 +157,15 @@ DelayEffect::~DelayEffect() {
     engine_.reset();
 }
 
+// Routing and the wet buses follow the arrangements; the arrays a block
+// operation touches follow the record, whose counts the host sized its
+// arrays by: an arrangement wider than the record never reaches past them,
+// and a narrower output arrangement still has every output of the record
+// written (silence where no wet bus feeds it).
 void DelayEffect::applyChannelCounts() {
-    int32_t in = inputChannels();
-    int32_t out = outputChannels();
-    engine_->setOutputChannelCount(out);
-    engine_->setInputChannelCount(in);
-    engine_->setHostOutputCount(out);
+    engine_->setOutputChannelCount(outputChannels());
+    engine_->setInputChannelCount(std::min(inputChannels(), cEffect.numInputs));
+    engine_->setHostOutputCount(cEffect.numOutputs);
 }
 
 void DelayEffect::process(float** inputs, float** outputs, int32_t sampleFrames) {
@@ -216,10 +220,12 @@ bool DelayEffect::setSpeakerArrangement(VstSpeakerArrangement* input, VstSpeaker
     // A negative channel count is as unusable as a missing arrangement.
     if (!input || !output || input->numChannels < 0 || output->numChannels < 0) return false;
     bool result = true;
-    acceptArrangement(&inputArrangement, input, &result);
-    acceptArrangement(&outputArrangement, output, &result);
+    // Both are tried: one side that could be copied is kept even when the
+    // other failed (and then stays as it was).
+    const bool inputCopied = acceptArrangement(&inputArrangement, input, &result);
+    const bool outputCopied = acceptArrangement(&outputArrangement, output, &result);
     applyChannelCounts();
-    if (!result) return false;
+    if (!result || !inputCopied || !outputCopied) return false;
     clampRouting();
     if (editor) editor->rebuildRoutingMenus();
     return true;

@@ -79,11 +79,15 @@ public:
     void setProgramName(const char* name) override;
     void getProgramName(char* name) override;
 
-    // ui thread.
+    // ui thread, or any other thread even while a block runs (some hosts
+    // send them from a thread of their own): the work on lines, heads and
+    // modulator phases is carried out by the audio thread at its next block
+    // (DelayEngine::suspend).
     void setSampleRate(float rate) override;
     void setBlockSize(int32_t size) override;
     void suspend() override;
     void resume() override;
+    // ui thread.
     vst::VstPlugCategory getPlugCategory() override { return vst::kPlugCategRoomFx; }
     bool setSpeakerArrangement(vst::VstSpeakerArrangement* input,
                                vst::VstSpeakerArrangement* output) override;
@@ -133,7 +137,9 @@ private:
     // old arrangement stays when memory cannot be had.
     bool acceptArrangement(vst::VstSpeakerArrangement** arr, const vst::VstSpeakerArrangement* from,
                            bool* accepted);
-    // Tells the engine how many channels the host hands over and mixes into.
+    // Tells the engine how many channels the host hands over (the record's
+    // counts) and routes and mixes (the arrangements'). ui thread, never
+    // during a block.
     void applyChannelCounts();
     // The tap or modulator behind a parameter index, with its sub-index.
     static bool isTapParameter(int32_t index, int* tap, int* sub);

@@ -3,6 +3,7 @@
 // The loops whose results must be equal are compared bit for bit over the
 // counts and alignments the x86-64 tests use. Plain main(): the cross build has
 // no test framework.
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <vector>
@@ -38,6 +39,14 @@ int main() {
         b[i] = 0.37f - 0.0007f * static_cast<float>(i % 613);
     }
     std::vector<float> s(4200), v(4200);
+    // Values the cleaning pass must drop or keep, on every lane (11 is prime
+    // to 4).
+    const float specials[] = {std::nanf(""), HUGE_VALF, -HUGE_VALF, 1e30f, -kSampleCeiling,
+                              kSampleCeiling, std::nextafter(kSampleCeiling, HUGE_VALF), -0.0f,
+                              1e-40f, -std::nanf("")};
+    std::vector<float> odd(a);
+    for (size_t i = 0; i < odd.size(); ++i)
+        if (i % 11 < 10) odd[i] = specials[i % 11];
     for (uint32_t n : {0u, 1u, 2u, 3u, 4u, 5u, 7u, 8u, 15u, 32u, 64u, 65u, 100u, 999u, 4095u}) {
         for (int offset = 0; offset < 4; ++offset) {
             const float* in = a.data() + offset;
@@ -54,6 +63,9 @@ int main() {
                 mixReplaceVector(wetV.data() + offset, dryV.data() + offset, v.data(), n, mix);
                 expectSame("mixReplace", s.data(), v.data(), n, offset);
             }
+            sanitizeScalar(odd.data() + offset, s.data(), n);
+            sanitizeVector(odd.data() + offset, v.data(), n);
+            expectSame("sanitize", s.data(), v.data(), n, offset);
         }
     }
     std::printf("%d passed, %d failed\n", checks - failures, failures);

@@ -199,6 +199,30 @@ TEST_F(DelayEffectShared, EditorHookAttachesAndHearsEveryChange) {
     EXPECT_EQ(RecordingEditor::alive, 0);
 }
 
+// An arrangement the instance cannot copy (no memory) is refused: the one
+// before stays and the host hears 0.
+TEST_F(DelayEffectShared, AnArrangementThatCannotBeCopiedIsRefused) {
+    struct FailingCopies : DelayEffect {
+        using DelayEffect::DelayEffect;
+        bool matchArrangement(VstSpeakerArrangement** to, const VstSpeakerArrangement* from) override {
+            return !fail && DelayEffect::matchArrangement(to, from);
+        }
+        bool fail = false;
+    };
+    auto* effect = new FailingCopies(&FakeHost::callback);
+    Arrangement mono(kSpeakerArrMono, 1), stereo(kSpeakerArrStereo, 2);
+    AEffect* e = effect->getAeffect();
+    auto offer = [&](Arrangement& in, Arrangement& out) {
+        return e->dispatcher(e, effSetSpeakerArrangement, 0, reinterpret_cast<VstIntPtr>(in.get()), out.get(), 0.0f);
+    };
+    EXPECT_EQ(offer(mono, stereo), 1);
+    effect->fail = true;
+    EXPECT_EQ(offer(stereo, mono), 0);
+    EXPECT_EQ(effect->inputChannels(), 1);
+    EXPECT_EQ(effect->outputChannels(), 2);
+    close(effect);
+}
+
 TEST_F(DelayEffectShared, TimeInformationReachesTheEngineInItsOwnTerms) {
     DelayEffect* effect = make();
     ASSERT_NE(effect, nullptr);
