@@ -194,6 +194,10 @@ bool DelayEditor::open(void* parentWindow) {
     return true;
 }
 
+void* DelayEditor::nativeWindow() const {
+    return frame_ ? reinterpret_cast<void*>(static_cast<uintptr_t>(frame_->windowId())) : nullptr;
+}
+
 void DelayEditor::buildTapStrip(int i, int left, int w, int h) {
     auto strip = makeRef<gui::ViewContainer>(Rect::fromSize(left, 1, w, h));
     strip->setTransparent(true);

@@ -110,6 +110,7 @@ public:
     // ui thread. Events and redraws of dirty views.
     void idle() override;
     bool isOpen() const override;
+    void* nativeWindow() const override;
     // ui thread. A key the frame did not use; 1 when used.
     int onKeyDown(const gui::KeyEvent& key);
     // any thread. A stored parameter changed: its widget follows, unless the

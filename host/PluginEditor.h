@@ -10,6 +10,10 @@ namespace varitap {
 
 class PluginEditor {
 public:
+    // The editor's fixed size in pixels.
+    static constexpr int kWidth = 865;
+    static constexpr int kHeight = 400;
+
     PluginEditor() = default;
     virtual ~PluginEditor() = default;
     PluginEditor(const PluginEditor&) = delete;
@@ -24,6 +28,9 @@ public:
     virtual void close() { systemWindow = nullptr; }
     virtual void idle() {}
     virtual bool isOpen() const { return systemWindow != nullptr; }
+    // ui thread. The editor's own window inside the host's (an X11 window id
+    // as a pointer) while open, else null.
+    virtual void* nativeWindow() const { return nullptr; }
 
     // any thread (host automation, the editor itself, the modulators on the
     // audio thread). Called after the instance has stored a parameter value.

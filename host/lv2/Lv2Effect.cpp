@@ -182,11 +182,34 @@ const HostTimeInfo* Lv2Effect::getTimeInfo(int32_t requestFlags) {
     return &time_;
 }
 
+void Lv2Effect::attachUi(LV2UI_Write_Function writeFunction, LV2UI_Controller controller,
+                         const LV2UI_Touch* touch) {
+    uiWrite_ = writeFunction;
+    uiController_ = controller;
+    uiTouch_ = touch && touch->touch ? touch : nullptr;
+    uiThread_ = std::this_thread::get_id();
+}
+
+void Lv2Effect::detachUi() {
+    uiThread_ = std::thread::id();
+    uiWrite_ = nullptr;
+    uiController_ = nullptr;
+    uiTouch_ = nullptr;
+}
+
+bool Lv2Effect::onUiThread() const {
+    const std::thread::id ui = uiThread_;
+    return ui != std::thread::id() && ui == std::this_thread::get_id();
+}
+
 void Lv2Effect::automate(int32_t index, float value) {
-    // LV2 gives a plug-in no way to write its own input ports; the instance
-    // already holds the value.
-    (void)index;
-    (void)value;
+    if (index < 0 || index >= kParameterCount || !onUiThread() || !uiWrite_) return;
+    uiWrite_(uiController_, static_cast<uint32_t>(index), sizeof value, 0, &value);
+}
+
+void Lv2Effect::touch(int32_t index, bool grabbed) {
+    if (index < 0 || index >= kParameterCount || !onUiThread() || !uiTouch_) return;
+    uiTouch_->touch(uiTouch_->handle, static_cast<uint32_t>(index), grabbed);
 }
 
 LV2_State_Status Lv2Effect::save(LV2_State_Store_Function store, LV2_State_Handle handle) {

@@ -8,10 +8,13 @@
 
 #include <lv2/atom/atom.h>
 #include <lv2/state/state.h>
+#include <lv2/ui/ui.h>
 #include <lv2/urid/urid.h>
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
+#include <thread>
 
 #include "host/DelayEffect.h"
 #include "host/PluginHost.h"
@@ -45,13 +48,22 @@ public:
 
     DelayEffect& core() { return *core_; }
 
+    // ui thread. The UI that shows the instance's editor: values the editor
+    // (or a preset it applies) sets go to the host's ports through
+    // writeFunction, gestures through touch (may be null).
+    void attachUi(LV2UI_Write_Function writeFunction, LV2UI_Controller controller, const LV2UI_Touch* touch);
+    void detachUi();
+
     // PluginHost.
     const HostTimeInfo* getTimeInfo(int32_t requestFlags) override;
     bool isInputConnected(int32_t index) override { return index >= 0 && index < kChannels; }
     bool isOutputConnected(int32_t index) override { return index >= 0 && index < kChannels; }
+    // ui thread, with a UI attached: the value goes to the host's port. LV2
+    // gives a plug-in no way to write its own input ports, so values set on
+    // any other thread (the modulators) stay in the instance and its editor.
     void automate(int32_t index, float value) override;
-    void beginEdit(int32_t index) override { (void)index; }
-    void endEdit(int32_t index) override { (void)index; }
+    void beginEdit(int32_t index) override { touch(index, true); }
+    void endEdit(int32_t index) override { touch(index, false); }
     void updateDisplay() override {}
 
 private:
@@ -68,6 +80,9 @@ private:
     void followPorts();
     // One piece of at most DelayEffect's bus size.
     void processPiece(uint32_t offset, uint32_t frames);
+    // Whether the caller is the attached UI's thread.
+    bool onUiThread() const;
+    void touch(int32_t index, bool grabbed);
 
     bool mapped_;   // whether the host maps URIDs
     Uris uris_{};
@@ -80,6 +95,12 @@ private:
     HostTimeInfo time_;                            // 120 BPM, stopped, until the host says
     std::unique_ptr<float[]> silence_;             // stands in for an unconnected input
     std::unique_ptr<float[]> discard_;             // and an unconnected output
+    // The attached UI (written and used on its thread; uiThread_ is read by
+    // any thread that sets a parameter).
+    LV2UI_Write_Function uiWrite_ = nullptr;
+    LV2UI_Controller uiController_ = nullptr;
+    const LV2UI_Touch* uiTouch_ = nullptr;
+    std::atomic<std::thread::id> uiThread_{};
 };
 
 }  // namespace varitap

@@ -1,14 +1,21 @@
-// The LV2 plug-in module's entry point, lv2_descriptor, and the trampolines
-// behind the descriptor. No exception leaves a trampoline. The linker version
-// script keeps every other symbol hidden.
+// The LV2 plug-in module's entry points, lv2_descriptor (the plug-in) and
+// lv2ui_descriptor (its editor as an X11 UI, in the same module so that the
+// UI reaches the instance and the process-wide objects it shares), and the
+// trampolines behind the plug-in's descriptor. No exception leaves a
+// trampoline. The linker version script keeps every other symbol hidden.
 #include <lv2/core/lv2.h>
 #include <lv2/state/state.h>
 
 #include <cstring>
 
+#include "editor/DelayEditor.h"
 #include "host/lv2/Lv2Effect.h"
+#include "host/lv2/Lv2Ui.h"
 
 using varitap::Lv2Effect;
+
+// Every instance of the module gets the editor, installed when the module loads.
+[[maybe_unused]] static const bool kEditorInstalled = (varitap::setEditorFactory(&varitap::createDelayEditor), true);
 
 namespace {
 
@@ -87,4 +94,8 @@ const LV2_Descriptor kDescriptor = {
 
 extern "C" LV2_SYMBOL_EXPORT const LV2_Descriptor* lv2_descriptor(uint32_t index) {
     return index == 0 ? &kDescriptor : nullptr;
+}
+
+extern "C" LV2_SYMBOL_EXPORT const LV2UI_Descriptor* lv2ui_descriptor(uint32_t index) {
+    return index == 0 ? varitap::lv2UiDescriptor() : nullptr;
 }

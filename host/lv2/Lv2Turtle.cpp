@@ -1,8 +1,8 @@
 // Writes the LV2 bundle's description from the parameter table:
 //   varitap-lv2-turtle BUNDLE_DIR BINARY
-// makes BUNDLE_DIR/manifest.ttl (the plug-in, its binary at BINARY relative to
-// the bundle, its description) and BUNDLE_DIR/Varitap.ttl (ports, features,
-// options, state). Exit status 1 when a file cannot be written.
+// makes BUNDLE_DIR/manifest.ttl (the plug-in and its UI, their binary at
+// BINARY relative to the bundle, their description) and BUNDLE_DIR/Varitap.ttl
+// (ports, features, options, state, the X11 UI). Exit status 1 when a file cannot be written.
 #include <charconv>
 #include <cstdio>
 #include <fstream>
@@ -86,6 +86,7 @@ const char* const kPrefixes =
     "@prefix rdfs: <http://www.w3.org/2000/01/rdf-schema#> .\n"
     "@prefix state: <http://lv2plug.in/ns/ext/state#> .\n"
     "@prefix time: <http://lv2plug.in/ns/ext/time#> .\n"
+    "@prefix ui: <http://lv2plug.in/ns/extensions/ui#> .\n"
     "@prefix urid: <http://lv2plug.in/ns/ext/urid#> .\n\n";
 
 bool writePlugin(const std::string& path) {
@@ -99,6 +100,7 @@ bool writePlugin(const std::string& path) {
         << "    opts:supportedOption bufsz:minBlockLength , bufsz:maxBlockLength , "
            "bufsz:nominalBlockLength , param:sampleRate ;\n"
         << "    lv2:extensionData state:interface ;\n"
+        << "    ui:ui <" << Lv2Effect::kUri << "#ui> ;\n"
         << "    lv2:port\n";
     for (int32_t i = 0; i < varitap::kParameterCount; ++i) writeParameterPort(out, i);
     for (int c = 0; c < Lv2Effect::kChannels; ++c) writeAudioPort(out, Lv2Effect::kInputPort + c, true, c + 1);
@@ -112,16 +114,27 @@ bool writePlugin(const std::string& path) {
         << "        lv2:index " << Lv2Effect::kControlPort << " ;\n"
         << "        lv2:symbol \"control\" ;\n"
         << "        lv2:name \"Transport\"\n"
-        << "    ] .\n";
+        << "    ] .\n\n";
+    // The editor: the instance's own, reached through instance-access.
+    out << "<" << Lv2Effect::kUri << "#ui>\n"
+        << "    a ui:X11UI ;\n"
+        << "    lv2:requiredFeature ui:idleInterface , ui:parent , <http://lv2plug.in/ns/ext/instance-access> ;\n"
+        << "    lv2:optionalFeature ui:resize , ui:touch ;\n"
+        << "    lv2:extensionData ui:idleInterface .\n";
     return static_cast<bool>(out);
 }
 
 bool writeManifest(const std::string& path, const std::string& binary) {
     std::ofstream out(path);
     out << "@prefix lv2: <http://lv2plug.in/ns/lv2core#> .\n"
-        << "@prefix rdfs: <http://www.w3.org/2000/01/rdf-schema#> .\n\n"
+        << "@prefix rdfs: <http://www.w3.org/2000/01/rdf-schema#> .\n"
+        << "@prefix ui: <http://lv2plug.in/ns/extensions/ui#> .\n\n"
         << "<" << Lv2Effect::kUri << ">\n"
         << "    a lv2:Plugin ;\n"
+        << "    lv2:binary <" << binary << "> ;\n"
+        << "    rdfs:seeAlso <Varitap.ttl> .\n\n"
+        << "<" << Lv2Effect::kUri << "#ui>\n"
+        << "    a ui:X11UI ;\n"
         << "    lv2:binary <" << binary << "> ;\n"
         << "    rdfs:seeAlso <Varitap.ttl> .\n";
     return static_cast<bool>(out);
