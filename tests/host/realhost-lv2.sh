@@ -21,23 +21,13 @@ out="$log.wav"
 saved="$log.session"
 work=""
 trap 'rm -rf "$log" "$out" "$saved" ${work:+"$work"}' EXIT
-harness_run "$log" --type LV2 -l -k --session-out "$saved" -o "$out" Varitap \
-  24=0 21=0.25715178 23=0 20=0.5 11=0 --expect-echo 300:0.05
+harness_run "$log" --type LV2 -l -k --session-out "$saved" -o "$out" Varitap "${echo_settings[@]}"
 rc=$?
 work="$(sed -n 's/^run-ardour: work folder kept: //p' "$log" | tail -1)"
 grep -v paramlist "$log"
 [ $rc -eq 0 ] || { echo "realhost: run-ardour.sh failed (rc $rc)"; exit 1; }
-
-fail=0
-check() { if eval "$2"; then echo "realhost: PASS $1"; else echo "realhost: FAIL $1"; fail=1; fi; }
-summary="$(grep '^REALHOST host=' "$log")"
-peaks="$(grep '^REALHOST peaks_ms=' "$log" | sed 's/^REALHOST peaks_ms=//')"
+echo_checks "$log"
 check "found by name as an LV2 plug-in" '[[ "$summary" == *" type=LV2 found=true loaded=true "* ]]'
-check "241 control inputs listed" '[ "$(grep -c "RH: paramlist " "$log")" -eq 241 ]'
-check "parameter names" 'grep -q "paramlist 20 .Wet/Dry Mix Volume." "$log" && grep -q "paramlist 97 .Auto #1 Power." "$log"'
-check "all five settings taken" '[[ "$summary" == *" set=5/5 "* ]]'
-check "dry impulse and one echo at 300 ms, both -12 dB" '[ "$peaks" = "0.00:-12.0dB,300.00:-12.0dB" ]'
-check "finite, never over 0 dBFS" '[[ "$summary" == *" nonfinite=0 over_0dBFS=0 "* ]]'
 
 # The saved session, reopened: Ardour 7.3 may abort while it tears the
 # export down (see realhost-common.sh); the file is complete by then.
@@ -55,12 +45,14 @@ rm -f "$log.reopen"
 bytes=$((need * 2 * 4))
 check "the reopened session renders the same samples" \
   '[ -f "$reopened/reopened.wav" ] && cmp -s <(tail -c "$bytes" "$out") <(tail -c "$bytes" "$reopened/reopened.wav")'
+if [ $fail -ne 0 ]; then
+  ls -l "$out" "$reopened"
+  cmp -l <(tail -c "$bytes" "$out") <(tail -c "$bytes" "$reopened/reopened.wav") | head -3
+fi
 
 harness_run "$log" --type LV2 -o "$out" Varitap
 rc=$?
 grep '^REALHOST' "$log"
 [ $rc -eq 0 ] || { echo "realhost: run-ardour.sh failed for the Init program (rc $rc)"; exit 1; }
-peaks="$(grep '^REALHOST peaks_ms=' "$log" | sed 's/^REALHOST peaks_ms=//')"
-check "Init: tempo-synchronised echoes at 375 and 500 ms with their repeats" \
-  '[[ "$peaks" == "0.00:-11.0dB,375.00:-13.2dB,500.00:-13.2dB,750.00:-14.8dB,1000.00:-14.7dB,"* ]]'
+init_checks "$log"
 exit $fail
