@@ -27,6 +27,8 @@ harness_run() {
   shift
   local attempt rc
   for attempt in 1 2 3 4; do
+    # A script may clear what an earlier attempt left behind.
+    if declare -F before_attempt >/dev/null; then before_attempt; fi
     bash "$harness" "$@" >"$to" 2>&1
     rc=$?
     grep -q "died with signal" "$to" || return $rc

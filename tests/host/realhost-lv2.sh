@@ -21,6 +21,13 @@ out="$log.wav"
 saved="$log.session"
 work=""
 trap 'rm -rf "$log" "$out" "$saved" ${work:+"$work"}' EXIT
+# Each attempt saves its own session copy and work folder; an aborted one's
+# go first (the harness refuses an existing --session-out folder).
+before_attempt() {
+  local kept
+  kept="$(sed -n 's/^run-ardour: work folder kept: //p' "$log" | tail -1)"
+  rm -rf "$saved" ${kept:+"$kept"}
+}
 harness_run "$log" --type LV2 -l -k --session-out "$saved" -o "$out" Varitap "${echo_settings[@]}"
 rc=$?
 work="$(sed -n 's/^run-ardour: work folder kept: //p' "$log" | tail -1)"
