@@ -37,14 +37,21 @@ Lv2Effect* Lv2Effect::create(double sampleRate, const LV2_Feature* const* featur
     if (map && !map->map) map = nullptr;
     Lv2Effect* effect = new (std::nothrow) Lv2Effect(map);
     if (!effect) return nullptr;
-    effect->core_->setSampleRate(static_cast<float>(sampleRate));
-    effect->time_.sampleRate = effect->core_->getSampleRate();
+    // The options: the largest block the host runs, and the sample rate,
+    // which stands in when the instantiation's rate means nothing.
+    const Uris& u = effect->uris_;
     const auto* options = static_cast<const LV2_Options_Option*>(findFeature(features, LV2_OPTIONS__options));
     for (const LV2_Options_Option* o = options; map && o && o->key; ++o) {
-        if (o->key == effect->uris_.maxBlockLength && o->type == effect->uris_.atomInt && o->size == sizeof(int32_t) && o->value) {
+        if (!o->value) continue;
+        if (o->key == u.maxBlockLength && o->type == u.atomInt && o->size == sizeof(int32_t)) {
             effect->core_->setBlockSize(*static_cast<const int32_t*>(o->value));
+        } else if (o->key == u.sampleRate && o->type == u.atomFloat && o->size == sizeof(float) &&
+                   !(sampleRate > 0.0 && std::isfinite(sampleRate))) {
+            sampleRate = *static_cast<const float*>(o->value);
         }
     }
+    effect->core_->setSampleRate(static_cast<float>(sampleRate));
+    effect->time_.sampleRate = effect->core_->getSampleRate();
     return effect;
 }
 
@@ -67,7 +74,6 @@ Lv2Effect::Lv2Effect(LV2_URID_Map* map) : mapped_(map != nullptr) {
     uris_.programName = u(stateKey("programName").c_str());
     uris_.parameters = u(stateKey("parameters").c_str());
     uris_.maxBlockLength = u(LV2_BUF_SIZE__maxBlockLength);
-    uris_.nominalBlockLength = u(LV2_BUF_SIZE__nominalBlockLength);
     uris_.sampleRate = u(LV2_PARAMETERS__sampleRate);
 
     // When the host sends no transport: 120 BPM, stopped, at the start.

@@ -70,7 +70,7 @@ private:
     struct Uris {
         LV2_URID atomBlank, atomObject, atomFloat, atomDouble, atomInt, atomLong, atomString,
             atomVector, atomSequence, timePosition, timeFrame, timeSpeed, timeBeatsPerMinute,
-            programName, parameters, maxBlockLength, nominalBlockLength, sampleRate;
+            programName, parameters, maxBlockLength, sampleRate;
     };
 
     explicit Lv2Effect(LV2_URID_Map* map);

@@ -97,8 +97,7 @@ bool writePlugin(const std::string& path) {
         << "    lv2:minorVersion " << VARITAP_VERSION_MINOR << " ;\n"
         << "    lv2:microVersion " << VARITAP_VERSION_PATCH << " ;\n"
         << "    lv2:optionalFeature lv2:hardRTCapable , urid:map , opts:options ;\n"
-        << "    opts:supportedOption bufsz:minBlockLength , bufsz:maxBlockLength , "
-           "bufsz:nominalBlockLength , param:sampleRate ;\n"
+        << "    opts:supportedOption bufsz:maxBlockLength , param:sampleRate ;\n"
         << "    lv2:extensionData state:interface ;\n"
         << "    ui:ui <" << Lv2Effect::kUri << "#ui> ;\n"
         << "    lv2:port\n";

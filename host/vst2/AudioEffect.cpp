@@ -33,7 +33,7 @@ AudioEffect* AudioEffect::fromAeffect(AEffect* effect) {
 }
 
 const ERect& AudioEffect::editorRect() {
-    static const ERect rect = {0, 0, 400, 865};
+    static const ERect rect = {0, 0, PluginEditor::kHeight, PluginEditor::kWidth};
     return rect;
 }
 

@@ -27,11 +27,12 @@ Lv2Library::~Lv2Library() {
     if (handle_) dlclose(handle_);
 }
 
-Lv2Plugin::Lv2Plugin(const Lv2Library& library, double sampleRate, int32_t maxBlock, bool mapUrids)
+Lv2Plugin::Lv2Plugin(const Lv2Library& library, double sampleRate, int32_t maxBlock, bool mapUrids,
+                     float optionRate)
     : descriptor_(library.descriptor()) {
     const LV2_Feature mapFeature{LV2_URID__map, &map_};
     const int32_t minBlock = 0;
-    const float rate = static_cast<float>(sampleRate);
+    const float rate = optionRate > 0.0f ? optionRate : static_cast<float>(sampleRate);
     const LV2_Options_Option options[] = {
         {LV2_OPTIONS_INSTANCE, 0, urid(LV2_BUF_SIZE__minBlockLength), sizeof(int32_t), urid(LV2_ATOM__Int), &minBlock},
         {LV2_OPTIONS_INSTANCE, 0, urid(LV2_BUF_SIZE__maxBlockLength), sizeof(int32_t), urid(LV2_ATOM__Int), &maxBlock},

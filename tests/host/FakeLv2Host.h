@@ -40,7 +40,9 @@ private:
 class Lv2Plugin {
 public:
     // maxBlock 0: no options feature at all. mapUrids false: no urid:map.
-    Lv2Plugin(const Lv2Library& library, double sampleRate, int32_t maxBlock = 4096, bool mapUrids = true);
+    // optionRate: the sample rate option (default: sampleRate).
+    Lv2Plugin(const Lv2Library& library, double sampleRate, int32_t maxBlock = 4096, bool mapUrids = true,
+              float optionRate = 0.0f);
     ~Lv2Plugin();
     Lv2Plugin(const Lv2Plugin&) = delete;
     Lv2Plugin& operator=(const Lv2Plugin&) = delete;

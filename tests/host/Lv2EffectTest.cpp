@@ -7,6 +7,7 @@
 #include <sndfile.h>
 #include <stdlib.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -318,6 +319,24 @@ TEST(Lv2Effect, BadInputIsHarmless) {
             plugin.run(ins, outs, kMaxBlock, features ? &playing : nullptr);
             EXPECT_TRUE(finite(out[0]) && finite(out[1]));
         }
+    }
+
+    // A host whose instantiation rate means nothing: the sample rate option
+    // stands in. The "Init" tap 1 (a "1/4" at 120 BPM) echoes 22050 samples
+    // after the impulse at 44100 Hz.
+    {
+        Lv2Plugin plugin(library, 0.0, kMaxBlock, true, 44100.0f);
+        ASSERT_TRUE(plugin);
+        for (int32_t i = 0; i < kParameterCount; ++i) plugin.control[i] = parameterInfo(i).defaultValue;
+        plugin.activate();
+        std::fill(in[0].begin(), in[0].end(), 0.0f);
+        std::fill(in[1].begin(), in[1].end(), 0.0f);
+        in[0][0] = 1.0f;
+        plugin.run(ins, outs, 11025);
+        in[0][0] = 0.0f;
+        plugin.run(ins, outs, 11025);
+        plugin.run(ins, outs, 11025);
+        EXPECT_FLOAT_EQ(out[0][0], 1.0f - parameterInfo(kWetDryParameter).defaultValue);
     }
 
     Lv2Plugin source(library, 48000.0);
