@@ -113,7 +113,7 @@ bool isModulatorTag(int32_t t, int* m, int* j) {
 
 int DelayEditor::bitmapResource(BitmapSlot slot) { return kBitmapResources[slot]; }
 
-DelayEditor::DelayEditor(DelayEffect* effect) : AEffEditor(effect), plugin_(effect) {
+DelayEditor::DelayEditor(DelayEffect* effect) : plugin_(effect) {
     loadBackgrounds();
 }
 
@@ -132,7 +132,7 @@ DelayEditor::~DelayEditor() {
     for (auto& b : bitmaps_) b.reset();
 }
 
-AEffEditor* createDelayEditor(DelayEffect& effect) { return new DelayEditor(&effect); }
+PluginEditor* createDelayEditor(DelayEffect& effect) { return new DelayEditor(&effect); }
 
 // ---------------------------------------------------------------------------
 // Building the tree
@@ -140,7 +140,7 @@ AEffEditor* createDelayEditor(DelayEffect& effect) { return new DelayEditor(&eff
 bool DelayEditor::open(void* parentWindow) {
     // Hosts may open twice without a close: the old tree goes first.
     close();
-    AEffEditor::open(parentWindow);
+    PluginEditor::open(parentWindow);
     for (int slot = 0; slot < kBitmapCount; ++slot) {
         // A picture that could not be read is tried again at the next opening.
         if (!bitmaps_[slot] || !bitmaps_[slot]->isLoaded()) {
@@ -188,12 +188,16 @@ bool DelayEditor::open(void* parentWindow) {
     if (!frame->open(reinterpret_cast<uintptr_t>(parentWindow))) {
         frame->removeAll();
         releaseWidgets();
-        AEffEditor::close();
+        PluginEditor::close();
         return false;
     }
     frame_ = frame;
     fillRoutingMenus();
     return true;
+}
+
+void* DelayEditor::nativeWindow() const {
+    return frame_ ? reinterpret_cast<void*>(static_cast<uintptr_t>(frame_->windowId())) : nullptr;
 }
 
 void DelayEditor::buildTapStrip(int i, int left, int w, int h) {
@@ -361,7 +365,7 @@ void DelayEditor::close() {
         frame_.reset();
     }
     releaseWidgets();
-    AEffEditor::close();
+    PluginEditor::close();
 }
 
 bool DelayEditor::isOpen() const { return frame_ != nullptr; }
@@ -628,8 +632,8 @@ void DelayEditor::valueChanged(gui::DrawContext* context, gui::Control* control)
     }
 
     plugin_->setParameterAutomated(t, v);
-    // Hosts from before VST 2.3 do not hand automation back: store it here.
-    if (plugin_->getHostVstVersion() < 2300) plugin_->setParameter(t, v);
+    // Hosts that do not hand automation back: store it here.
+    if (plugin_->repeatsAutomatedValues()) plugin_->setParameter(t, v);
 }
 
 void DelayEditor::setTableValue(int modulator, int point, float value) {

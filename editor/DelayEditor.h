@@ -17,7 +17,7 @@
 #include "engine/ParameterLayout.h"
 #include "gui/Control.h"
 #include "gui/Frame.h"
-#include "host/AEffEditor.h"
+#include "host/PluginEditor.h"
 #include "modulation/RecursiveMutex.h"
 #include "persistence/ObjectList.h"
 #include "persistence/RefObject.h"
@@ -67,7 +67,7 @@ struct ContextMenu {
     bool samplesChecked = false;
 };
 
-class DelayEditor : public AEffEditor,
+class DelayEditor : public PluginEditor,
                     public gui::ControlListener,
                     public gui::EditListener,
                     public ModulatorTableAccess {
@@ -95,8 +95,9 @@ public:
     // The menu strip along the left edge that opens the context menu.
     static constexpr gui::Rect menuStripRect() { return gui::Rect(0, 0, 32, 352); }
 
-    // ui thread (construction of the plug-in instance). Attaches itself to
-    // the effect and gathers the backgrounds.
+    // ui thread (construction of the plug-in instance, through the editor
+    // factory, which hands the editor to the instance). Gathers the
+    // backgrounds.
     explicit DelayEditor(DelayEffect* effect);
     // ui thread. Remembers the chosen background's file name in the options.
     ~DelayEditor() override;
@@ -110,6 +111,7 @@ public:
     // ui thread. Events and redraws of dirty views.
     void idle() override;
     bool isOpen() const override;
+    void* nativeWindow() const override;
     // ui thread. A key the frame did not use; 1 when used.
     int onKeyDown(const gui::KeyEvent& key);
     // any thread. A stored parameter changed: its widget follows, unless the
@@ -124,8 +126,8 @@ public:
     // ModulatorTableAccess: the plug-in's modulator tables.
     void setTableValue(int modulator, int point, float value) override;
     float getTableValue(int modulator, int point) override;
-    // EditListener: the user starts or ends a gesture; the host hears it as
-    // audioMasterBeginEdit / audioMasterEndEdit.
+    // EditListener: the user starts or ends a gesture; the plug-in tells the
+    // host.
     void beginEdit(int32_t index) override;
     void endEdit(int32_t index) override;
 
@@ -263,6 +265,6 @@ private:
 };
 
 // The plug-in module's editor factory (see setEditorFactory).
-AEffEditor* createDelayEditor(DelayEffect& effect);
+PluginEditor* createDelayEditor(DelayEffect& effect);
 
 }  // namespace varitap

@@ -39,7 +39,7 @@ public:
     DelayEngine(const DelayEngine&) = delete;
     DelayEngine& operator=(const DelayEngine&) = delete;
 
-    // audio thread. The VST 2 block operations: one core, replacing or
+    // audio thread. The block operations: one core, replacing or
     // accumulating in the final mix. Blocks of more than kBusSamples frames
     // (and negative counts) are refused and leave the outputs untouched.
     // Takes the modulator lock without waiting (skipping the modulators for

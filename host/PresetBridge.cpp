@@ -17,7 +17,6 @@ namespace varitap {
 namespace {
 
 constexpr int32_t kCurrentPresetVersion = 1;
-constexpr int32_t kHostVersion23 = 2300;
 
 void addLong(Preset& preset, const char* key, int32_t number) {
     PropertyValue* value = PropertyValue::makeLong(key, number);
@@ -64,8 +63,8 @@ void DelayEffect::applyPreset(Preset* preset) {
 
     for (const auto& [index, x] : presetParameterValues(*preset)) {
         setParameterAutomated(index, x);
-        // Hosts before 2.3 did not always pass automation back.
-        if (getHostVstVersion() < kHostVersion23) setParameter(index, x);
+        // Some hosts do not pass automation back.
+        if (repeatsAutomatedValues()) setParameter(index, x);
     }
     clampRouting();
     copyProgramName(program(), preset->getName());

@@ -10,7 +10,7 @@
 
 #include "editor/DelayEditor.h"
 #include "gui/Bitmap.h"
-#include "host/DelayEffect.h"
+#include "host/vst2/Vst2Effect.h"
 
 namespace varitap::test {
 
@@ -107,7 +107,7 @@ EditorHost::EditorHost(const std::string& resources) {
                                           : resources);
     setEditorFactory(&createDelayEditor);
     aeffect_ = createDelayEffect(&hostCallback);
-    if (aeffect_) effect_ = static_cast<DelayEffect*>(AudioEffect::fromAeffect(aeffect_));
+    if (aeffect_) effect_ = &Vst2Effect::fromRecord(aeffect_)->core();
     if (display_.ok()) window_ = display_.createWindow(865, 400);
 }
 

@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "../gui/XServer.h"
-#include "host/VstInterface.h"
+#include "host/vst2/VstInterface.h"
 
 namespace varitap {
 class DelayEditor;

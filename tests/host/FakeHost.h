@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "host/VstInterface.h"
+#include "host/vst2/VstInterface.h"
 
 namespace varitap::test {
 

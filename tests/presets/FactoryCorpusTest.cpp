@@ -101,7 +101,7 @@ TEST_F(BridgeTest, EveryFactoryPresetIsCompleteAudibleFiniteAndBounded) {
 
             auto effect = makeEffect();
             effect->applyPreset(preset);
-            ASSERT_EQ(programName(*effect), preset->getName());
+            ASSERT_EQ(programName(effect), preset->getName());
             const Rendered rendered = render(*effect, input);
             // Echoes: what the outputs carry while the input is silent
             // (between the bursts and after them).

@@ -2,7 +2,7 @@
 // loads it. Skips while the bundle is not built.
 #include "RenderTestSupport.h"
 
-#include "host/DelayEffect.h"
+#include "host/vst2/Vst2Effect.h"
 #include "persistence/Preset.h"
 #include "tools/render/PluginInstance.h"
 #include "tools/render/PresetFile.h"
@@ -237,10 +237,10 @@ TEST_F(VaritapRenderTest, PresetsApplyAsVaritapItselfAppliesThem) {
         auto plugin = render::PluginInstance::load(kBundle, error);
         ASSERT_NE(plugin, nullptr) << error;
         render::applyPreset(*plugin, *preset);
-        varitap::DelayEffect own(host);
-        own.applyPreset(preset.get());
+        varitap::Vst2Effect own(host);
+        own.core().applyPreset(preset.get());
         for (int32_t i = 0; i < varitap::kParameterCount; ++i) {
-            const float mine = own.getParameter(i), theirs = plugin->getParameter(i);
+            const float mine = own.core().getParameter(i), theirs = plugin->getParameter(i);
             EXPECT_EQ(std::memcmp(&mine, &theirs, sizeof mine), 0) << i << ": " << mine << " " << theirs;
         }
     }

@@ -5,7 +5,7 @@
 
 #include <cstdint>
 
-#include "host/AudioEffect.h"
+#include "host/vst2/AudioEffect.h"
 
 namespace varitap {
 

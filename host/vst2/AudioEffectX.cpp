@@ -1,4 +1,4 @@
-#include "host/AudioEffectX.h"
+#include "host/vst2/AudioEffectX.h"
 
 #include <algorithm>
 #include <climits>

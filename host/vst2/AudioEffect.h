@@ -10,11 +10,11 @@
 #include <cstdint>
 
 #include "engine/Relaxed.h"
-#include "host/VstInterface.h"
+#include "host/vst2/VstInterface.h"
 
 namespace varitap {
 
-class AEffEditor;
+class PluginEditor;
 
 class AudioEffect {
 public:
@@ -22,8 +22,8 @@ public:
     // the counts, flags 0, ioRatio 1, object = this. Sample rate 44100, block
     // size 1024, current program 0, no editor.
     AudioEffect(vst::audioMasterCallback audioMaster, int32_t numPrograms, int32_t numParams);
-    // ui thread (effClose). Deletes the editor if one is still attached.
-    virtual ~AudioEffect();
+    // ui thread (effClose).
+    virtual ~AudioEffect() = default;
     AudioEffect(const AudioEffect&) = delete;
     AudioEffect& operator=(const AudioEffect&) = delete;
 
@@ -99,11 +99,12 @@ public:
     virtual int32_t getBlockSize() const { return blockSize; }
     int32_t getNumPrograms() const { return numPrograms; }
     int32_t getNumParams() const { return numParams; }
-    AEffEditor* getEditor() const { return editor; }
+    PluginEditor* getEditor() const { return editor; }
 
-    // ui thread. Takes ownership of the editor (null detaches) and sets or
-    // clears effFlagsHasEditor. A previous editor is not deleted here.
-    virtual void setEditor(AEffEditor* newEditor);
+    // ui thread. The editor that answers the editor opcodes (not owned: the
+    // plug-in instance that made it deletes it; null detaches); sets or
+    // clears effFlagsHasEditor.
+    virtual void setEditor(PluginEditor* newEditor);
 
     // Host services (any thread; they call the host).
     // The host's VST version; 1 for a host that answers 0.
@@ -144,7 +145,7 @@ protected:
     // Set on the ui thread, read on the audio thread: plain 32-bit values
     // without a lock, well-defined for the compiler and the thread sanitizer.
     Relaxed<float> sampleRate{44100.0f};  // Hz, until the host sets it
-    AEffEditor* editor = nullptr;        // owned, may be null
+    PluginEditor* editor = nullptr;      // not owned, may be null
     vst::audioMasterCallback audioMaster;  // the host's callback
     int32_t numPrograms;
     int32_t numParams;

@@ -1,17 +1,13 @@
-#include "host/AudioEffect.h"
+#include "host/vst2/AudioEffect.h"
 
 #include <climits>
 #include <cstring>
 
-#include "host/AEffEditor.h"
+#include "host/PluginEditor.h"
 
 namespace varitap {
 
 using namespace vst;
-
-AEffEditor::AEffEditor(AudioEffect* effect) : effect(effect) {
-    if (effect) effect->setEditor(this);
-}
 
 AudioEffect::AudioEffect(audioMasterCallback audioMaster, int32_t numPrograms, int32_t numParams)
     : audioMaster(audioMaster), numPrograms(numPrograms), numParams(numParams) {
@@ -31,22 +27,17 @@ AudioEffect::AudioEffect(audioMasterCallback audioMaster, int32_t numPrograms, i
     cEffect.version = 1;
 }
 
-AudioEffect::~AudioEffect() {
-    delete editor;
-    editor = nullptr;
-}
-
 AudioEffect* AudioEffect::fromAeffect(AEffect* effect) {
     if (!effect || effect->magic != kEffectMagic) return nullptr;
     return static_cast<AudioEffect*>(effect->object);
 }
 
 const ERect& AudioEffect::editorRect() {
-    static const ERect rect = {0, 0, 400, 865};
+    static const ERect rect = {0, 0, PluginEditor::kHeight, PluginEditor::kWidth};
     return rect;
 }
 
-void AudioEffect::setEditor(AEffEditor* newEditor) {
+void AudioEffect::setEditor(PluginEditor* newEditor) {
     editor = newEditor;
     setFlag(effFlagsHasEditor, editor != nullptr);
 }
