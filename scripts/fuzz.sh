@@ -40,7 +40,10 @@ run() {
     -rss_limit_mb=2048 -max_len="$max_len" -artifact_prefix="$out/artifacts/$corpus-" -print_final_stats=1
 }
 
+# libFuzzer reads a time of 0 as no limit: each gets a second at least.
+presets_time=$((seconds / 3 > 0 ? seconds / 3 : 1))
+plugin_time=$((seconds - presets_time > 0 ? seconds - presets_time : 1))
 status=0
-run varitap_preset_file_fuzz presets $((seconds / 3)) 65536 || status=1
-run varitap_plugin_fuzz plugin $((seconds - seconds / 3)) 4096 || status=1
+run varitap_preset_file_fuzz presets "$presets_time" 65536 || status=1
+run varitap_plugin_fuzz plugin "$plugin_time" 4096 || status=1
 exit $status
