@@ -5,6 +5,8 @@
 
 #include <cstdint>
 
+#include "host/VstInterface.h"
+
 namespace varitap {
 
 class AudioEffect;
@@ -27,6 +29,13 @@ public:
     virtual void close() { systemWindow = nullptr; }
     virtual void idle() {}
     virtual bool isOpen() const { return systemWindow != nullptr; }
+    // ui thread (effEditGetRect, also before the editor opens). The editor's
+    // own rectangle in the host's pixels, a record that stays valid while the
+    // editor lives; false leaves the effect's fixed rectangle.
+    virtual bool getRect(vst::ERect** rect) {
+        (void)rect;
+        return false;
+    }
 
     // any thread (host automation, the editor itself, the modulators on the
     // audio thread). Called after the effect has stored a parameter value.

@@ -102,7 +102,9 @@ VstIntPtr AudioEffect::dispatcher(int32_t opcode, int32_t index, VstIntPtr value
             // Hosts size their window before opening the editor: the
             // rectangle is answered whether or not an editor exists.
             if (!ptr) return 0;
-            *static_cast<const ERect**>(ptr) = &editorRect();
+            if (!editor || !editor->getRect(static_cast<ERect**>(ptr))) {
+                *static_cast<const ERect**>(ptr) = &editorRect();
+            }
             return 1;
         case effEditOpen:
             return editor && editor->open(ptr) ? 1 : 0;

@@ -124,8 +124,8 @@ public:
     void hasVu(bool state = true) { setFlag(vst::effFlagsHasVu, state); }
     void hasClip(bool state = true) { setFlag(vst::effFlagsHasClip, state); }
 
-    // The fixed editor rectangle answered for effEditGetRect, with or
-    // without an editor: top 0, left 0, bottom 400, right 865.
+    // The editor rectangle answered for effEditGetRect when there is no
+    // editor or it gives none of its own: top 0, left 0, bottom 400, right 865.
     static const vst::ERect& editorRect();
 
 protected:
