@@ -1,7 +1,8 @@
 // The editor's context menu: presets and folders, the two options, the
-// background choice, the home page and the about box. Built afresh on every
+// background choice, the zoom, the home page and the about box. Built afresh on every
 // click from the library's and the options' current state; commands are
 // recognised by the chosen entry's text.
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 
@@ -114,6 +115,18 @@ ContextMenu DelayEditor::buildContextMenu(Point where) {
     menu.options->checkEntry(1, menu.samplesChecked);
     menu.options->addEntry(menu.background.get(), localized("Background").c_str());
 
+    // Zoom: the step the editor shows now is checked; a host that sets the
+    // scale itself leaves the steps greyed.
+    menu.zoom = makeMenu(where, 0, OptionMenu::kCheckStyle);
+    for (int z = 0; z < kZoomStepCount; ++z) {
+        char text[16];
+        std::snprintf(text, sizeof text, hostScale_ > 0.0 ? "-G%ld%%" : "%ld%%",
+                      std::lround(kZoomSteps[z] * 100.0));
+        menu.zoom->addEntry(text);
+        if (kZoomSteps[z] == scale()) menu.zoom->checkEntryAlone(z);
+    }
+    menu.options->addEntry(menu.zoom.get(), localized("Zoom").c_str());
+
     menu.top = makeMenu(where, 0);
     menu.top->addEntry(menu.presets.get(), localized("Presets").c_str());
     menu.top->addEntry("-");
@@ -183,6 +196,11 @@ bool DelayEditor::carryOutChoice(ContextMenu& menu, OptionMenu* chosen, int inde
         return true;
     }
 
+    if (chosen == menu.zoom.get()) {
+        chooseZoom(index);
+        return true;
+    }
+
     // A folder's menu: its tag is the folder's index in the library now.
     if (!library) return true;
     const int32_t folderIndex = chosen->tag();
@@ -239,7 +257,7 @@ void DelayEditor::addPresetTo(PresetFolder* folder) {
 
 bool DelayEditor::runNameDialogOverEditor(const char* prompt, char* result) {
     const uintptr_t owner = frame_ ? frame_->windowId() : 0;
-    return runNameDialog(kDialogTitle, localized(prompt).c_str(), nullptr, result, owner);
+    return runNameDialog(kDialogTitle, localized(prompt).c_str(), nullptr, result, owner, scale_);
 }
 
 }  // namespace varitap

@@ -117,6 +117,8 @@ public:
     void beginEdit(int32_t index) { host_.beginEdit(index); }
     void endEdit(int32_t index) { host_.endEdit(index); }
     void updateDisplay() { host_.updateDisplay(); }
+    // ui thread. The open editor asks for a window of a new size.
+    bool resizeEditor(int32_t width, int32_t height) { return host_.resizeEditor(width, height); }
     // ui thread. Whether a value sent as automation is set a second time
     // (see PluginHost::repeatsAutomatedValues).
     bool repeatsAutomatedValues() const { return host_.repeatsAutomatedValues(); }

@@ -10,7 +10,7 @@ namespace varitap {
 
 class PluginEditor {
 public:
-    // The editor's fixed size in pixels.
+    // The editor's logical size in pixels (its size at a scale of 1).
     static constexpr int kWidth = 865;
     static constexpr int kHeight = 400;
 
@@ -31,6 +31,16 @@ public:
     // ui thread. The editor's own window inside the host's (an X11 window id
     // as a pointer) while open, else null.
     virtual void* nativeWindow() const { return nullptr; }
+    // ui thread (also before the editor opens). The window's size in host
+    // pixels: the logical size times the editor's scale.
+    virtual void getSize(int32_t* width, int32_t* height) {
+        *width = kWidth;
+        *height = kHeight;
+    }
+    // ui thread. The host's scale where the plug-in format has one (LV2
+    // ui:scaleFactor, CLAP set_scale); 0 hands the choice back to the user's
+    // option and the display.
+    virtual void setScale(double scale) { (void)scale; }
 
     // any thread (host automation, the editor itself, the modulators on the
     // audio thread). Called after the instance has stored a parameter value.

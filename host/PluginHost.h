@@ -36,6 +36,13 @@ public:
     // back to the instance (VST 2 hosts before 2.3): the sender then sets it
     // on the instance a second time.
     virtual bool repeatsAutomatedValues() const { return false; }
+    // ui thread. The open editor wants its window this many host pixels wide
+    // and high (its scale changed); true when the host resized it.
+    virtual bool resizeEditor(int32_t width, int32_t height) {
+        (void)width;
+        (void)height;
+        return false;
+    }
 };
 
 }  // namespace varitap

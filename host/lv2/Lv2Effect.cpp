@@ -189,10 +189,11 @@ const HostTimeInfo* Lv2Effect::getTimeInfo(int32_t requestFlags) {
 }
 
 void Lv2Effect::attachUi(LV2UI_Write_Function writeFunction, LV2UI_Controller controller,
-                         const LV2UI_Touch* touch) {
+                         const LV2UI_Touch* touch, const LV2UI_Resize* resize) {
     uiWrite_ = writeFunction;
     uiController_ = controller;
     uiTouch_ = touch && touch->touch ? touch : nullptr;
+    uiResize_ = resize && resize->ui_resize ? resize : nullptr;
     uiThread_ = std::this_thread::get_id();
 }
 
@@ -201,6 +202,11 @@ void Lv2Effect::detachUi() {
     uiWrite_ = nullptr;
     uiController_ = nullptr;
     uiTouch_ = nullptr;
+    uiResize_ = nullptr;
+}
+
+bool Lv2Effect::resizeEditor(int32_t width, int32_t height) {
+    return uiResize_ && uiResize_->ui_resize(uiResize_->handle, width, height) == 0;
 }
 
 bool Lv2Effect::onUiThread() const {

@@ -51,7 +51,8 @@ public:
     // ui thread. The UI that shows the instance's editor: values the editor
     // (or a preset it applies) sets go to the host's ports through
     // writeFunction, gestures through touch (may be null).
-    void attachUi(LV2UI_Write_Function writeFunction, LV2UI_Controller controller, const LV2UI_Touch* touch);
+    void attachUi(LV2UI_Write_Function writeFunction, LV2UI_Controller controller, const LV2UI_Touch* touch,
+                  const LV2UI_Resize* resize);
     void detachUi();
 
     // PluginHost.
@@ -65,6 +66,8 @@ public:
     void beginEdit(int32_t index) override { touch(index, true); }
     void endEdit(int32_t index) override { touch(index, false); }
     void updateDisplay() override {}
+    // ui thread. Through the UI's ui:resize feature, when the host gave one.
+    bool resizeEditor(int32_t width, int32_t height) override;
 
 private:
     struct Uris {
@@ -100,6 +103,7 @@ private:
     LV2UI_Write_Function uiWrite_ = nullptr;
     LV2UI_Controller uiController_ = nullptr;
     const LV2UI_Touch* uiTouch_ = nullptr;
+    const LV2UI_Resize* uiResize_ = nullptr;
     std::atomic<std::thread::id> uiThread_{};
 };
 

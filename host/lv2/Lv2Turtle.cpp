@@ -118,7 +118,8 @@ bool writePlugin(const std::string& path) {
     out << "<" << Lv2Effect::kUri << "#ui>\n"
         << "    a ui:X11UI ;\n"
         << "    lv2:requiredFeature ui:idleInterface , ui:parent , <http://lv2plug.in/ns/ext/instance-access> ;\n"
-        << "    lv2:optionalFeature ui:resize , ui:touch ;\n"
+        << "    lv2:optionalFeature ui:resize , ui:touch , opts:options , urid:map ;\n"
+        << "    opts:supportedOption ui:scaleFactor ;\n"
         << "    lv2:extensionData ui:idleInterface .\n";
     return static_cast<bool>(out);
 }

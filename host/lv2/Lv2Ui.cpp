@@ -1,6 +1,9 @@
 #include "host/lv2/Lv2Ui.h"
 
+#include <lv2/atom/atom.h>
 #include <lv2/instance-access/instance-access.h>
+#include <lv2/options/options.h>
+#include <lv2/urid/urid.h>
 
 #include <cstring>
 #include <new>
@@ -22,6 +25,22 @@ const void* findFeature(const LV2_Feature* const* features, const char* uri) {
 
 Lv2Effect* effectOf(LV2UI_Handle handle) { return static_cast<Lv2Effect*>(handle); }
 
+// The host's ui:scaleFactor among the UI's options, or 0 when it gives none
+// (the editor then follows the user's Zoom choice or the display).
+double hostScale(const LV2_Feature* const* features) {
+    const auto* map = static_cast<const LV2_URID_Map*>(findFeature(features, LV2_URID__map));
+    const auto* options = static_cast<const LV2_Options_Option*>(findFeature(features, LV2_OPTIONS__options));
+    if (!map || !map->map || !options) return 0.0;
+    const LV2_URID scaleFactor = map->map(map->handle, LV2_UI__scaleFactor);
+    const LV2_URID atomFloat = map->map(map->handle, LV2_ATOM__Float);
+    for (const LV2_Options_Option* o = options; o->key || o->value; ++o) {
+        if (o->key == scaleFactor && o->type == atomFloat && o->size == sizeof(float) && o->value) {
+            return *static_cast<const float*>(o->value);
+        }
+    }
+    return 0.0;
+}
+
 LV2UI_Handle instantiate(const LV2UI_Descriptor*, const char* pluginUri, const char*,
                          LV2UI_Write_Function writeFunction, LV2UI_Controller controller,
                          LV2UI_Widget* widget, const LV2_Feature* const* features) {
@@ -31,12 +50,15 @@ LV2UI_Handle instantiate(const LV2UI_Descriptor*, const char* pluginUri, const c
         void* parent = const_cast<void*>(findFeature(features, LV2_UI__parent));
         if (!effect || !parent) return nullptr;
         PluginEditor* editor = effect->core().getEditor();
-        if (!editor || !editor->open(parent)) return nullptr;
+        if (!editor) return nullptr;
+        editor->setScale(hostScale(features));
+        if (!editor->open(parent)) return nullptr;
         const auto* touch = static_cast<const LV2UI_Touch*>(findFeature(features, LV2_UI__touch));
-        effect->attachUi(writeFunction, controller, touch);
-        if (const auto* resize = static_cast<const LV2UI_Resize*>(findFeature(features, LV2_UI__resize))) {
-            if (resize->ui_resize) resize->ui_resize(resize->handle, PluginEditor::kWidth, PluginEditor::kHeight);
-        }
+        const auto* resize = static_cast<const LV2UI_Resize*>(findFeature(features, LV2_UI__resize));
+        effect->attachUi(writeFunction, controller, touch, resize);
+        int32_t width = PluginEditor::kWidth, height = PluginEditor::kHeight;
+        editor->getSize(&width, &height);
+        effect->resizeEditor(width, height);
         *widget = editor->nativeWindow();
         return effect;
     } catch (...) {

@@ -92,8 +92,17 @@ VstIntPtr AudioEffect::dispatcher(int32_t opcode, int32_t index, VstIntPtr value
         case effEditGetRect:
             // Hosts size their window before opening the editor: the
             // rectangle is answered whether or not an editor exists.
+            // With an editor it is the editor's size at its scale, handed out
+            // in a record that stays valid until the next request.
             if (!ptr) return 0;
-            *static_cast<const ERect**>(ptr) = &editorRect();
+            if (editor) {
+                int32_t width = PluginEditor::kWidth, height = PluginEditor::kHeight;
+                editor->getSize(&width, &height);
+                editorSize_ = ERect{0, 0, static_cast<int16_t>(height), static_cast<int16_t>(width)};
+                *static_cast<const ERect**>(ptr) = &editorSize_;
+            } else {
+                *static_cast<const ERect**>(ptr) = &editorRect();
+            }
             return 1;
         case effEditOpen:
             return editor && editor->open(ptr) ? 1 : 0;

@@ -126,8 +126,8 @@ public:
     void hasVu(bool state = true) { setFlag(vst::effFlagsHasVu, state); }
     void hasClip(bool state = true) { setFlag(vst::effFlagsHasClip, state); }
 
-    // The fixed editor rectangle answered for effEditGetRect, with or
-    // without an editor: top 0, left 0, bottom 400, right 865.
+    // The editor rectangle answered for effEditGetRect when there is no
+    // editor: top 0, left 0, bottom 400, right 865.
     static const vst::ERect& editorRect();
 
 protected:
@@ -154,6 +154,7 @@ protected:
     vst::AEffect cEffect;
 
 private:
+    vst::ERect editorSize_{};  // the editor's size as effEditGetRect last handed it out
     // The trampolines stored in the record; each catches every exception.
     static vst::VstIntPtr dispatchEffect(vst::AEffect* e, int32_t opcode, int32_t index,
                                          vst::VstIntPtr value, void* ptr, float opt);

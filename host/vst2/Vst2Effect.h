@@ -76,6 +76,7 @@ public:
     void beginEdit(int32_t index) override { AudioEffectX::beginEdit(index); }
     void endEdit(int32_t index) override { AudioEffectX::endEdit(index); }
     void updateDisplay() override { AudioEffectX::updateDisplay(); }
+    bool resizeEditor(int32_t width, int32_t height) override { return sizeWindow(width, height); }
     // Hosts before 2.3 did not always pass automation back.
     bool repeatsAutomatedValues() const override { return hostVstVersion < kVst23; }
 

@@ -22,6 +22,9 @@
 #include "engine/ParameterLayout.h"
 #include "gui/Knob.h"
 #include "host/ParameterInfo.h"
+#include <lv2/atom/atom.h>
+#include <lv2/options/options.h>
+
 #include "host/lv2/Lv2Effect.h"
 #include "host/lv2/Lv2Ui.h"
 
@@ -61,13 +64,22 @@ public:
     HostDisplay& display() { return display_; }
     xcb_window_t window() const { return window_; }
 
-    bool openUi() {
+    // scale: the host's ui:scaleFactor option, none when 0.
+    bool openUi(float scale = 0.0f) {
         const LV2UI_Descriptor* d = lv2UiDescriptor();
         const LV2_Feature instance{LV2_INSTANCE_ACCESS_URI, effect_.get()};
         const LV2_Feature parent{LV2_UI__parent, reinterpret_cast<void*>(static_cast<uintptr_t>(window_))};
         const LV2_Feature resize{LV2_UI__resize, &resize_};
         const LV2_Feature touch{LV2_UI__touch, &touch_};
-        const LV2_Feature* features[] = {&instance, &parent, &resize, &touch, nullptr};
+        const LV2_Feature mapFeature{LV2_URID__map, &map_};
+        const LV2_Options_Option options[] = {
+            {LV2_OPTIONS_INSTANCE, 0, map_.map(map_.handle, LV2_UI__scaleFactor), sizeof scale,
+             map_.map(map_.handle, LV2_ATOM__Float), &scale},
+            {LV2_OPTIONS_INSTANCE, 0, 0, 0, 0, nullptr},
+        };
+        const LV2_Feature optionsFeature{LV2_OPTIONS__options, const_cast<LV2_Options_Option*>(options)};
+        const LV2_Feature* features[] = {&instance, &parent, &resize, &touch, &mapFeature,
+                                         scale > 0.0f ? &optionsFeature : nullptr, nullptr};
         widget = nullptr;
         ui_ = d->instantiate(d, Lv2Effect::kUri, "", &Lv2UiHost::write, this, &widget, features);
         return ui_ != nullptr;
@@ -173,6 +185,18 @@ TEST(Lv2Ui, WidgetsFollowTheHostAndTheModulatorsAndMoveTheHostsPorts) {
 
     host.closeUi();
     EXPECT_EQ(host.editor()->frame(), nullptr);
+}
+
+TEST(Lv2Ui, TheHostsScaleFactorSizesTheEditor) {
+    if (!gui::test::haveDisplay()) GTEST_SKIP() << "no X server";
+    ConfigHome home;
+    Lv2UiHost host;
+    ASSERT_TRUE(host.openUi(2.0f));
+    EXPECT_EQ(host.editor()->scale(), 2.0);
+    host.closeUi();
+    ASSERT_TRUE(host.openUi());  // a host without the option hands the choice back
+    EXPECT_EQ(host.editor()->scale(), 1.0);
+    EXPECT_EQ(host.events, (std::vector<std::string>{"resize 1730 800", "resize 865 400"}));
 }
 
 TEST(Lv2Ui, OpensAndClosesAHundredTimesWhileThePluginRuns) {
