@@ -4,11 +4,9 @@
 // 512-frame blocks at 44.1 kHz, in the vector (AVX2 where the processor has
 // it), SSE2 and scalar forms and the plain tap-by-tap form. Then the cost
 // table of bench/README.md (active taps, filters, modulators, block size),
-// all taps idle, and one tap's delay loop and filter loop alone. Blocks run
-// under flush to zero, as the plug-in runs them.
+// all taps idle, and one tap's delay loop, filter loop and one channel's
+// cleaning pass alone.
 #include <benchmark/benchmark.h>
-
-#include <xmmintrin.h>
 
 #include <cstdlib>
 #include <vector>
@@ -36,6 +34,12 @@ public:
     HostTimeInfo info;
     DelayEngine* engine = nullptr;
 };
+
+// Seconds per frame, shown with an SI prefix ("121n" is 121 ns).
+void countFrames(benchmark::State& state, uint32_t frames = kFrames) {
+    state.counters["time_per_frame"] = benchmark::Counter(
+        double(frames), benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+}
 
 std::vector<float> noise(size_t n, unsigned seed) {
     std::vector<float> x(n);
@@ -77,16 +81,6 @@ void setUpEngine(DelayEngine& engine, int taps, bool filters, bool modulators) {
     engine.setWetDry(0.5f);
 }
 
-// Flush to zero and denormals as zero for the whole run.
-class FlushToZero {
-public:
-    FlushToZero() : saved_(_mm_getcsr()) { _mm_setcsr(saved_ | 0x8040u); }
-    ~FlushToZero() { _mm_setcsr(saved_); }
-
-private:
-    unsigned saved_;
-};
-
 struct Setup {
     int taps = kTapCount;
     bool filters = true;
@@ -98,7 +92,6 @@ struct Setup {
 };
 
 void runEngine(benchmark::State& state, const Setup& setup) {
-    FlushToZero flush;
     forceScalarForTesting(setup.scalar);
     allowAvx2ForTesting(setup.avx2);
     BenchHost host;
@@ -124,9 +117,7 @@ void runEngine(benchmark::State& state, const Setup& setup) {
         engine.processReplacing(inputs, outputs, int32_t(n));
         benchmark::DoNotOptimize(out0.data());
     }
-    // Seconds per frame, shown with an SI prefix ("121n" is 121 ns).
-    state.counters["time_per_frame"] = benchmark::Counter(
-        double(n), benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+    countFrames(state, n);
     forceScalarForTesting(false);
     allowAvx2ForTesting(true);
 }
@@ -179,9 +170,7 @@ void delayLoop(benchmark::State& state, TapLoop loop, uint32_t outputOffset) {
         benchmark::DoNotOptimize(output.data());
     }
     std::free(line);
-    // Seconds per frame, shown with an SI prefix ("121n" is 121 ns).
-    state.counters["time_per_frame"] = benchmark::Counter(
-        double(kFrames), benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+    countFrames(state);
 }
 
 // The engine's usual case: a 16-byte-aligned scratch block as output, which
@@ -203,10 +192,22 @@ void BM_TapFilterLoop(benchmark::State& state) {
         filter.processInPlace(buffer.data(), kFrames);
         benchmark::DoNotOptimize(buffer.data());
     }
-    // Seconds per frame, shown with an SI prefix ("121n" is 121 ns).
-    state.counters["time_per_frame"] = benchmark::Counter(
-        double(kFrames), benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+    countFrames(state);
 }
+
+// One input channel's cleaning pass (non-numbers and samples past the
+// ceiling to silence), as each block does it for every input it reads.
+void sanitizeLoop(benchmark::State& state, Sanitize sanitize) {
+    const std::vector<float> input = noise(kFrames, 5);
+    std::vector<float> clean(kFrames);
+    for (auto _ : state) {
+        sanitize(input.data(), clean.data(), kFrames);
+        benchmark::DoNotOptimize(clean.data());
+    }
+    countFrames(state);
+}
+void BM_SanitizeScalar(benchmark::State& state) { sanitizeLoop(state, sanitizeScalar); }
+void BM_SanitizeVector(benchmark::State& state) { sanitizeLoop(state, sanitizeVector); }
 
 BENCHMARK(BM_WorstCase);
 BENCHMARK(BM_WorstCaseSse2);
@@ -218,6 +219,8 @@ BENCHMARK(BM_TapDelayLoopScalar);
 BENCHMARK(BM_TapDelayLoopVector);
 BENCHMARK(BM_TapDelayLoopVectorLanes);
 BENCHMARK(BM_TapFilterLoop);
+BENCHMARK(BM_SanitizeScalar);
+BENCHMARK(BM_SanitizeVector);
 
 }  // namespace
 }  // namespace varitap

@@ -39,6 +39,7 @@ void DelayEditor::loadBackgrounds() {
     RefPtr<BackgroundEntry> chosen = gatherBackgrounds(backgroundBundle(), wanted.c_str(),
                                                        backgrounds_);
     background_ = chosen ? makeRef<BackgroundBitmap>(chosen.get()) : RefPtr<BackgroundBitmap>();
+    firstBackground_ = chosen ? chosen->fileName() : std::string();
 }
 
 bool DelayEditor::chooseBackground(int index) {

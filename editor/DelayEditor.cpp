@@ -3,6 +3,7 @@
 // routing menus.
 #include "editor/DelayEditor.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstdio>
@@ -18,10 +19,12 @@
 #include "gui/Knob.h"
 #include "gui/OptionMenu.h"
 #include "gui/ParamDisplay.h"
+#include "gui/Platform.h"
 #include "gui/Slider.h"
 #include "gui/ViewContainer.h"
 #include "host/DelayEffect.h"
 #include "persistence/Preferences.h"
+#include "resources/art/Art.h"
 
 namespace varitap {
 
@@ -109,19 +112,40 @@ bool isModulatorTag(int32_t t, int* m, int* j) {
     return true;
 }
 
+// An editor bitmap for a scale. At 100 % it is the bundle's PNG, which the
+// art drew at that scale pixel for pixel; at any other scale the art draws
+// it anew from its vector source, so that it is as sharp as at 100 %. A
+// resource the art does not know is the bundle's PNG, which the drawing
+// context then resamples.
+void loadEditorBitmap(gui::Bitmap& bitmap, int resource, double scale) {
+    if (scale != 1.0) {
+        if (const art::EditorBitmap* art = art::findEditorBitmap(resource)) {
+            if (bitmap.setPicture(art->draw(scale), art->width, art->height, scale)) return;
+        }
+    }
+    bitmap.loadResource(resource);
+}
+
+// The editor's window in device pixels at a scale.
+Rect windowSize(double scale) {
+    return gui::PixelScale(scale).toDevice(Rect(0, 0, DelayEditor::kWidth, DelayEditor::kHeight));
+}
+
 }  // namespace
 
 int DelayEditor::bitmapResource(BitmapSlot slot) { return kBitmapResources[slot]; }
 
-DelayEditor::DelayEditor(DelayEffect* effect) : AEffEditor(effect), plugin_(effect) {
+DelayEditor::DelayEditor(DelayEffect* effect) : plugin_(effect) {
     loadBackgrounds();
 }
 
 DelayEditor::~DelayEditor() {
     close();
     // The choice is remembered by file name only now, so that trying
-    // backgrounds out does not rewrite the options file each time.
-    if (background_ && background_->entry()) {
+    // backgrounds out does not rewrite the options file each time, and only
+    // when it differs from the one the editor started with: an editor left as
+    // it was (a host's plug-in scan among them) writes nothing.
+    if (background_ && background_->entry() && background_->entry()->fileName() != firstBackground_) {
         if (Preferences* preferences = Preferences::current()) {
             preferences->setString(kOptionBackgroundBitmap, background_->entry()->fileName());
         }
@@ -130,7 +154,7 @@ DelayEditor::~DelayEditor() {
     for (auto& b : bitmaps_) b.reset();
 }
 
-AEffEditor* createDelayEditor(DelayEffect& effect) { return new DelayEditor(&effect); }
+PluginEditor* createDelayEditor(DelayEffect& effect) { return new DelayEditor(&effect); }
 
 // ---------------------------------------------------------------------------
 // Building the tree
@@ -138,18 +162,16 @@ AEffEditor* createDelayEditor(DelayEffect& effect) { return new DelayEditor(&eff
 bool DelayEditor::open(void* parentWindow) {
     // Hosts may open twice without a close: the old tree goes first.
     close();
-    AEffEditor::open(parentWindow);
-    for (int slot = 0; slot < kBitmapCount; ++slot) {
-        // A picture that could not be read is tried again at the next opening.
-        if (!bitmaps_[slot] || !bitmaps_[slot]->isLoaded()) {
-            bitmaps_[slot] = makeRef<gui::Bitmap>(kBitmapResources[slot]);
-        }
-    }
+    PluginEditor::open(parentWindow);
+    askDisplayScale();
+    scale_ = openingScale();
+    loadBitmaps(scale_);
 
     ScopedLock lock(lock_);
     frameThread_ = std::this_thread::get_id();
     for (auto& pending : pendingType_) pending = false;
     auto frame = makeRef<gui::Frame>(Rect(0, 0, kWidth, kHeight), this);
+    frame->setScale(scale_);
     if (background_ && background_->isLoaded()) frame->setBackground(background_.get());
     frame->addView(makeRef<gui::BitmapView>(
                        Rect::fromSize(0, 5, widthOf(bitmaps_[kMenuHandleBitmap]),
@@ -186,12 +208,105 @@ bool DelayEditor::open(void* parentWindow) {
     if (!frame->open(reinterpret_cast<uintptr_t>(parentWindow))) {
         frame->removeAll();
         releaseWidgets();
-        AEffEditor::close();
+        PluginEditor::close();
         return false;
     }
     frame_ = frame;
     fillRoutingMenus();
+    // A host that sized its window before the display's scale was known is
+    // told the size it needs.
+    if (scale_ != reportedScale_) {
+        const Rect size = windowSize(scale_);
+        if (plugin_->resizeEditor(size.width(), size.height())) reportedScale_ = scale_;
+    }
     return true;
+}
+
+void* DelayEditor::nativeWindow() const {
+    return frame_ ? reinterpret_cast<void*>(static_cast<uintptr_t>(frame_->windowId())) : nullptr;
+}
+
+void DelayEditor::loadBitmaps(double scale) {
+    for (int slot = 0; slot < kBitmapCount; ++slot) {
+        if (!bitmaps_[slot]) bitmaps_[slot] = makeRef<gui::Bitmap>();
+        // The about picture is the one big drawing (some 0.1 s at 200 %, the
+        // rest of the art together a few ms): at scales other than 100 % it
+        // is drawn when the about box is first shown.
+        if (slot != kAboutBitmap || scale == 1.0) loadBitmap(static_cast<BitmapSlot>(slot), scale);
+    }
+}
+
+void DelayEditor::loadBitmap(BitmapSlot slot, double scale) {
+    gui::Bitmap& bitmap = *bitmaps_[slot];
+    // A picture that could not be read is tried again at the next opening.
+    if (!bitmap.isLoaded() || bitmap.scale() != scale) {
+        loadEditorBitmap(bitmap, kBitmapResources[slot], scale);
+    }
+}
+
+void DelayEditor::prepareAboutPicture() {
+    if (frame_) loadBitmap(kAboutBitmap, scale_);
+}
+
+// ---------------------------------------------------------------------------
+// Scale
+
+double DelayEditor::nearestZoomStep(double scale) {
+    if (!(scale > kZoomSteps[0])) return kZoomSteps[0];  // also NaN
+    const double last = kZoomSteps[kZoomStepCount - 1];
+    if (scale >= last) return last;
+    // The steps are a quarter apart.
+    return kZoomSteps[static_cast<int>(std::floor((scale - kZoomSteps[0]) / 0.25 + 0.5))];
+}
+
+void DelayEditor::askDisplayScale() {
+    const double display = gui::displayScale();
+    displayScale_ = display > 0.0 ? nearestZoomStep(display) : 0.0;
+}
+
+double DelayEditor::openingScale() const {
+    if (hostScale_ > 0.0) return hostScale_;
+    long percent = 0;
+    Preferences* preferences = Preferences::current();
+    if (preferences && preferences->getNumber(kOptionEditorZoom, &percent, 0) && percent > 0) {
+        return nearestZoomStep(static_cast<double>(percent) / 100.0);
+    }
+    return displayScale_ > 0.0 ? displayScale_ : 1.0;
+}
+
+double DelayEditor::scale() const { return frame_ ? scale_ : openingScale(); }
+
+void DelayEditor::getSize(int32_t* width, int32_t* height) {
+    reportedScale_ = scale();
+    const Rect size = windowSize(reportedScale_);
+    *width = size.width();
+    *height = size.height();
+}
+
+void DelayEditor::setScale(double scale) {
+    hostScale_ = std::isfinite(scale) && scale > 0.0 ? std::clamp(scale, 1.0, kMaxScale) : 0.0;
+    applyScale(openingScale(), false);
+}
+
+void DelayEditor::chooseZoom(int step) {
+    if (step < 0 || step >= kZoomStepCount) return;
+    if (Preferences* preferences = Preferences::current()) {
+        preferences->setNumber(kOptionEditorZoom, std::lround(kZoomSteps[step] * 100.0));
+    }
+    applyScale(openingScale(), true);
+}
+
+void DelayEditor::applyScale(double scale, bool askHost) {
+    if (!frame_ || scale == scale_) return;
+    const Rect size = windowSize(scale);
+    if (askHost && !plugin_->resizeEditor(size.width(), size.height())) return;
+    reportedScale_ = scale;
+    // The pictures change under the views: the frame's drawing must wait.
+    auto guard = frame_->lockFrame();
+    scale_ = scale;
+    loadBitmaps(scale);
+    if (about_ && about_->aboutShown()) prepareAboutPicture();
+    frame_->setScale(scale);
 }
 
 void DelayEditor::buildTapStrip(int i, int left, int w, int h) {
@@ -359,7 +474,7 @@ void DelayEditor::close() {
         frame_.reset();
     }
     releaseWidgets();
-    AEffEditor::close();
+    PluginEditor::close();
 }
 
 bool DelayEditor::isOpen() const { return frame_ != nullptr; }
@@ -626,8 +741,8 @@ void DelayEditor::valueChanged(gui::DrawContext* context, gui::Control* control)
     }
 
     plugin_->setParameterAutomated(t, v);
-    // Hosts from before VST 2.3 do not hand automation back: store it here.
-    if (plugin_->getHostVstVersion() < 2300) plugin_->setParameter(t, v);
+    // Hosts that do not hand automation back: store it here.
+    if (plugin_->repeatsAutomatedValues()) plugin_->setParameter(t, v);
 }
 
 void DelayEditor::setTableValue(int modulator, int point, float value) {

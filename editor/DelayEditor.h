@@ -2,6 +2,11 @@
 // panel under each, the wet/dry knob, the menu strip on the left edge that
 // opens the context menu, and the about overlay.
 //
+// Scale: the panel is laid out in 865 x 400 logical pixels at every scale;
+// the window, the rectangle given to the host, the art (drawn anew from its
+// vector source), the text and every mouse position follow the scale, which
+// the frame and its drawing context apply in one place.
+//
 // Threads: open, close, idle, valueChanged, the menu and the backgrounds run
 // on the host's user-interface thread. setParameter may come from any thread
 // (host automation, the modulators on the audio thread); it only takes the
@@ -17,7 +22,7 @@
 #include "engine/ParameterLayout.h"
 #include "gui/Control.h"
 #include "gui/Frame.h"
-#include "host/AEffEditor.h"
+#include "host/PluginEditor.h"
 #include "modulation/RecursiveMutex.h"
 #include "persistence/ObjectList.h"
 #include "persistence/RefObject.h"
@@ -40,6 +45,7 @@ class BackgroundBitmap;
 class BackgroundEntry;
 class DelayEffect;
 class ModulatorTableView;
+class Preset;
 class PresetFolder;
 class TableModulator;
 
@@ -60,13 +66,14 @@ struct ContextMenu {
     RefPtr<gui::OptionMenu> presets;
     RefPtr<gui::OptionMenu> options;
     RefPtr<gui::OptionMenu> background;
+    RefPtr<gui::OptionMenu> zoom;  // one entry per zoom step
     std::vector<RefPtr<gui::OptionMenu>> folders;  // one per library folder, tag = its index
     std::string removePresetText;                  // empty when there is no current preset
     bool resampleChecked = false;
     bool samplesChecked = false;
 };
 
-class DelayEditor : public AEffEditor,
+class DelayEditor : public PluginEditor,
                     public gui::ControlListener,
                     public gui::EditListener,
                     public ModulatorTableAccess {
@@ -94,8 +101,19 @@ public:
     // The menu strip along the left edge that opens the context menu.
     static constexpr gui::Rect menuStripRect() { return gui::Rect(0, 0, 32, 352); }
 
-    // ui thread (construction of the plug-in instance). Attaches itself to
-    // the effect and gathers the backgrounds.
+    // The scales the user can choose under "Zoom", in device pixels per
+    // logical pixel (100 % to 200 %).
+    static constexpr int kZoomStepCount = 5;
+    static constexpr double kZoomSteps[kZoomStepCount] = {1.0, 1.25, 1.5, 1.75, 2.0};
+    // The zoom step nearest to a scale, halfway up; scales outside the steps
+    // give the nearest end. Used for the display's scale and stored zooms.
+    static double nearestZoomStep(double scale);
+    // The highest scale a host may set.
+    static constexpr double kMaxScale = 4.0;
+
+    // ui thread (construction of the plug-in instance, through the editor
+    // factory, which hands the editor to the instance). Gathers the
+    // backgrounds.
     explicit DelayEditor(DelayEffect* effect);
     // ui thread. Remembers the chosen background's file name in the options.
     ~DelayEditor() override;
@@ -109,8 +127,30 @@ public:
     // ui thread. Events and redraws of dirty views.
     void idle() override;
     bool isOpen() const override;
+    void* nativeWindow() const override;
     // ui thread. A key the frame did not use; 1 when used.
     int onKeyDown(const gui::KeyEvent& key);
+    // ui thread (the host asks before and after opening). The window's size at the open editor's
+    // scale, or, while closed, at the scale it would open at as far as that
+    // is known without asking the display (which only opening does).
+    void getSize(int32_t* width, int32_t* height) override;
+
+    // Scale (ui thread). The editor opens at the first of these that has a
+    // scale: the host's (setScale), the user's Zoom choice (the option "Editor
+    // Zoom"), the display's (displayScale(): Xft.dpi / 96 at the nearest zoom
+    // step), else 1.
+    // The host's scale where the plug-in format has one (LV2 ui:scaleFactor,
+    // CLAP set_scale), kept within 1..kMaxScale; 0 hands the choice back to
+    // the user and the display. An open editor takes it at once.
+    void setScale(double scale) override;
+    // The open editor's scale, or, while closed, the one getSize reports.
+    double scale() const;
+    // The user picks zoom step `step`: it is stored in the options and the
+    // open editor grows or shrinks at once when the host agrees to the new
+    // window size (PluginHost::resizeEditor); a host that does not answer gets
+    // it at the editor's next opening. Under a host's scale the choice is
+    // only stored.
+    void chooseZoom(int step);
     // any thread. A stored parameter changed: its widget follows, unless the
     // editor's lock is busy (the update is then dropped).
     void setParameter(int32_t index, float value) override;
@@ -123,10 +163,14 @@ public:
     // ModulatorTableAccess: the plug-in's modulator tables.
     void setTableValue(int modulator, int point, float value) override;
     float getTableValue(int modulator, int point) override;
-    // EditListener: the user starts or ends a gesture; the host hears it as
-    // audioMasterBeginEdit / audioMasterEndEdit.
+    // EditListener: the user starts or ends a gesture; the plug-in tells the
+    // host.
     void beginEdit(int32_t index) override;
     void endEdit(int32_t index) override;
+
+    // ui thread. Draws the about box's picture for the open editor's scale
+    // when it is not yet (the about overlay calls it before showing it).
+    void prepareAboutPicture();
 
     // ui thread. The context menu at a point of the menu strip: builds it,
     // pops it up, carries out the choice. False only when "About ..." was
@@ -202,17 +246,36 @@ private:
     void showPendingTypes();
     void fillRoutingMenus();
     void releaseWidgets();
+    // Reads the display's scale (on opening: X11 starts there).
+    void askDisplayScale();
+    // The scale to open at: the host's, the user's zoom, the display's as
+    // last asked, else 1.
+    double openingScale() const;
+    // Draws the editor bitmaps for a scale, in place (the about picture
+    // waits for prepareAboutPicture at scales other than 1).
+    void loadBitmaps(double scale);
+    void loadBitmap(BitmapSlot slot, double scale);
+    // Brings the open editor to a scale (nothing while closed: opening picks
+    // it); with askHost the host must agree to the new window size first.
+    void applyScale(double scale, bool askHost);
     // The frame's background: the current background bitmap when it has a
     // picture.
     void applyBackground();
     bool runNameDialogOverEditor(const char* prompt, char* result);
-    // Command helpers of the context menu.
+    // Command helpers of the context menu. The current preset is the
+    // plug-in's last user preset while the library still lists it (another
+    // instance's menu may have removed it); null otherwise.
+    Preset* currentPreset() const;
     void removeCurrentPreset();
     void addPresetTo(PresetFolder* folder);
 
     DelayEffect* plugin_;                   // not owned
     RefPtr<BackgroundBitmap> background_;   // the current background, may be null
     RefPtr<gui::Bitmap> bitmaps_[kBitmapCount];  // loaded on the first open
+    double scale_ = 1.0;          // the open editor's scale
+    double hostScale_ = 0.0;      // the host's; 0: none
+    double displayScale_ = 0.0;   // the display's step as last asked; 0: none
+    double reportedScale_ = 1.0;  // the scale of the size the host was last given
 
     RefPtr<gui::Frame> frame_;  // while open
     RefPtr<gui::ViewContainer> tapStrip_[kTapCount];
@@ -255,9 +318,10 @@ private:
     RefPtr<gui::Knob> wetDry_;
     RefPtr<AboutOverlay> about_;
     ObjectList backgrounds_;  // BackgroundEntry, in the bundle's order
+    std::string firstBackground_;  // file name of the background loadBackgrounds chose
 };
 
 // The plug-in module's editor factory (see setEditorFactory).
-AEffEditor* createDelayEditor(DelayEffect& effect);
+PluginEditor* createDelayEditor(DelayEffect& effect);
 
 }  // namespace varitap

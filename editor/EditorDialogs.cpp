@@ -49,9 +49,10 @@ std::string localized(const char* text) {
 }
 
 bool runNameDialog(const char* title, const char* prompt, const char* defaultText,
-                   char* resultBuffer, uintptr_t parentWindow) {
+                   char* resultBuffer, uintptr_t parentWindow, double scale) {
     if (!resultBuffer) return false;
     auto frame = makeRef<gui::Frame>(Rect(0, 0, 400, 140));
+    frame->setScale(scale);
     DialogCommands commands(*frame);
     frame->setFallbackDelay(0);
     frame->setBackgroundColor(kDialogBackground);
@@ -155,6 +156,7 @@ AboutOverlay::AboutOverlay(const Rect& size, const Rect& menuStrip, gui::Bitmap*
 }
 
 void AboutOverlay::showAbout(bool shown) {
+    if (shown && editor_) editor_->prepareAboutPicture();
     aboutShown_ = shown;
     setMouseRect(shown ? viewSize() : menuStrip_);
     setDirtyAll();

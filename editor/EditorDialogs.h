@@ -41,9 +41,10 @@ inline constexpr size_t kNameBufferSize = 256;
 // user confirmed with OK: resultBuffer (kNameBufferSize bytes) then holds the
 // text as terminated UTF-8. A name that would not fit in 255 bytes is
 // returned as an empty name. False without a word when the window cannot be
-// made. title and defaultText may be null.
+// made. title and defaultText may be null. scale: the editor's, which the
+// dialog takes (its layout is 400 x 140 logical pixels).
 bool runNameDialog(const char* title, const char* prompt, const char* defaultText,
-                   char* resultBuffer, uintptr_t parentWindow);
+                   char* resultBuffer, uintptr_t parentWindow, double scale = 1.0);
 
 // A parameter display that draws a fixed string (at most 255 bytes; null is
 // empty) instead of a value.

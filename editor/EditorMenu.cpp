@@ -1,7 +1,8 @@
 // The editor's context menu: presets and folders, the two options, the
-// background choice, the home page and the about box. Built afresh on every
+// background choice, the zoom, the home page and the about box. Built afresh on every
 // click from the library's and the options' current state; commands are
 // recognised by the chosen entry's text.
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 
@@ -91,7 +92,7 @@ ContextMenu DelayEditor::buildContextMenu(Point where) {
     }
     menu.presets->addEntry("-");
     menu.presets->addEntry(localized(kAddFolder).c_str());
-    if (Preset* current = plugin_->lastUserPreset) {
+    if (Preset* current = currentPreset()) {
         menu.removePresetText = removePresetText(current->getName());
         menu.presets->addEntry("-");
         menu.presets->addEntry(menu.removePresetText.c_str());
@@ -113,6 +114,18 @@ ContextMenu DelayEditor::buildContextMenu(Point where) {
     menu.options->addEntry(localized(kShowSamples).c_str());
     menu.options->checkEntry(1, menu.samplesChecked);
     menu.options->addEntry(menu.background.get(), localized("Background").c_str());
+
+    // Zoom: the step the editor shows now is checked; a host that sets the
+    // scale itself leaves the steps greyed.
+    menu.zoom = makeMenu(where, 0, OptionMenu::kCheckStyle);
+    for (int z = 0; z < kZoomStepCount; ++z) {
+        char text[16];
+        std::snprintf(text, sizeof text, hostScale_ > 0.0 ? "-G%ld%%" : "%ld%%",
+                      std::lround(kZoomSteps[z] * 100.0));
+        menu.zoom->addEntry(text);
+        if (kZoomSteps[z] == scale()) menu.zoom->checkEntryAlone(z);
+    }
+    menu.options->addEntry(menu.zoom.get(), localized("Zoom").c_str());
 
     menu.top = makeMenu(where, 0);
     menu.top->addEntry(menu.presets.get(), localized("Presets").c_str());
@@ -183,6 +196,11 @@ bool DelayEditor::carryOutChoice(ContextMenu& menu, OptionMenu* chosen, int inde
         return true;
     }
 
+    if (chosen == menu.zoom.get()) {
+        chooseZoom(index);
+        return true;
+    }
+
     // A folder's menu: its tag is the folder's index in the library now.
     if (!library) return true;
     const int32_t folderIndex = chosen->tag();
@@ -191,10 +209,9 @@ bool DelayEditor::carryOutChoice(ContextMenu& menu, OptionMenu* chosen, int inde
     if (folderIndex < 0 || static_cast<uint32_t>(folderIndex) >= snapshot.count()) return true;
     auto* folder = static_cast<PresetFolder*>(snapshot.getAt(static_cast<uint32_t>(folderIndex)));
     if (sameText(text, localized(kRemoveFolder))) {
-        // The folder's presets go with it: the current preset must not be
-        // left pointing at one of them (the next menu would read its name).
-        if (plugin_->lastUserPreset && folder->presets().contains(plugin_->lastUserPreset)) {
-            plugin_->lastUserPreset = nullptr;
+        // The folder's presets go with it, the current one among them.
+        if (plugin_->lastUserPreset && folder->presets().contains(plugin_->lastUserPreset.get())) {
+            plugin_->lastUserPreset.reset();
         }
         library->removeFolder(folder);
     } else if (sameText(text, localized(kAddPreset))) {
@@ -205,16 +222,26 @@ bool DelayEditor::carryOutChoice(ContextMenu& menu, OptionMenu* chosen, int inde
     return true;
 }
 
+Preset* DelayEditor::currentPreset() const {
+    PresetLibrary* library = PresetLibrary::current();
+    Preset* current = plugin_->lastUserPreset.get();
+    if (!library || !current) return nullptr;
+    for (uint32_t f = 0; f < library->folderCount(); ++f) {
+        if (library->folderAt(f)->presets().contains(current)) return current;
+    }
+    return nullptr;
+}
+
 void DelayEditor::removeCurrentPreset() {
     PresetLibrary* library = PresetLibrary::current();
-    Preset* current = plugin_->lastUserPreset;
+    RefPtr<Preset> current = plugin_->lastUserPreset;
     if (!library || !current) return;
     for (uint32_t f = 0; f < library->folderCount(); ++f) {
         PresetFolder* folder = library->folderAt(f);
         if (folder->flags() & kFactory) continue;
-        if (!folder->presets().contains(current)) continue;
-        plugin_->lastUserPreset = nullptr;
-        folder->removePreset(current);
+        if (!folder->presets().contains(current.get())) continue;
+        plugin_->lastUserPreset.reset();
+        folder->removePreset(current.get());
         break;
     }
 }
@@ -230,7 +257,7 @@ void DelayEditor::addPresetTo(PresetFolder* folder) {
 
 bool DelayEditor::runNameDialogOverEditor(const char* prompt, char* result) {
     const uintptr_t owner = frame_ ? frame_->windowId() : 0;
-    return runNameDialog(kDialogTitle, localized(prompt).c_str(), nullptr, result, owner);
+    return runNameDialog(kDialogTitle, localized(prompt).c_str(), nullptr, result, owner, scale_);
 }
 
 }  // namespace varitap

@@ -143,7 +143,7 @@ void FittedDisplay::fitDecimals(gui::DrawContext& dc, char* text, double maxWidt
     if (!point) return;
     size_t length = std::strlen(text);
     const size_t keep = static_cast<size_t>(point - text);  // the integer part stays whole
-    while (length > keep && dc.stringWidth(text) > maxWidth) {
+    while (length > keep && dc.layoutWidth(text) > maxWidth) {
         text[--length] = '\0';
     }
 }

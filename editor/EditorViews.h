@@ -62,7 +62,8 @@ class FittedDisplay : public gui::ParamDisplay {
 public:
     using gui::ParamDisplay::ParamDisplay;
     void draw(gui::DrawContext& dc) override;
-    // The text cut to fit maxWidth pixels as measured by dc.
+    // The text cut to fit maxWidth pixels as laid out by dc at 100 %, so that
+    // a field shows the same digits at every scale.
     static void fitDecimals(gui::DrawContext& dc, char* text, double maxWidth);
 };
 

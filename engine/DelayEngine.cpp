@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "engine/FloatMode.h"
 #include "engine/ParameterText.h"
 #include "engine/VectorOps.h"
 #include "modulation/ScratchPool.h"
@@ -109,6 +110,8 @@ struct DelayEngine::TapJob {
     bool running;           // false: skipped (silent) for the whole block
     bool silenceSource;     // reads the silence row (no chunk offset)
     bool inputSilent;       // every source sample is an exact zero
+    bool cleanSource;       // the source is a bus, cleaned as the tap reads it
+    bool runaway;           // the filter ran away: the tap adds silence, then is silenced
     bool filtered;          // the filter is on
     bool compareRamp;       // the gain stops at the volume (tapLoopScalar's ramp)
     bool ramp;              // the gain moves during the block
@@ -147,10 +150,12 @@ DelayEngine::DelayEngine(EngineHost& host)
         tapOutputSelector_[t] = 0;
     }
     setOutputChannelCount(2);
+    setInputChannelCount(2);
 }
 
 DelayEngine::~DelayEngine() {
     freeWetBuses();
+    for (float* bus : inputBuses_) std::free(bus);
     std::free(scratchBus_);
     std::free(waveMemory_);
     for (float* bus : internalBuses_) std::free(bus);
@@ -188,6 +193,12 @@ bool DelayEngine::setOutputChannelCount(int32_t n) {
 
 bool DelayEngine::setInputChannelCount(int32_t n) {
     if (n < 0 || n > kMaxChannels) return false;
+    // Input buses are kept once made: a later, smaller count leaves them for
+    // the next larger one.
+    for (int32_t i = 0; i < n; ++i) {
+        if (!inputBuses_[i]) inputBuses_[i] = allocateBus();
+        if (!inputBuses_[i]) return false;
+    }
     numInputs_ = n;
     return true;
 }
@@ -198,18 +209,35 @@ bool DelayEngine::setHostOutputCount(int32_t n) {
     return true;
 }
 
-void DelayEngine::suspend() {
-    for (auto& tap : taps_) tap->clearBuffer();
+void DelayEngine::request(uint32_t what) {
+    // Release: what the caller stored before (a sample rate) is seen by the
+    // audio thread that takes the request.
+    requests_.fetch_or(what, std::memory_order_release);
 }
 
-void DelayEngine::resume() {
-    for (auto& modulator : modulators_) modulator->restart();
-    for (auto& tap : taps_) tap->resetPosition();
-}
+void DelayEngine::suspend() { request(kSilenceTaps); }
+
+void DelayEngine::resume() { request(kRestartModulators | kResetHeads); }
 
 void DelayEngine::setSampleRate(float rate) {
     for (auto& tap : taps_) tap->setSampleRate(rate);
-    for (auto& modulator : modulators_) modulator->restart();
+    // The rate itself at once, for displays; the phases with the restart.
+    for (auto& modulator : modulators_) modulator->setSampleRate(rate);
+    request(kRestartModulators);
+}
+
+void DelayEngine::carryOutRequests() {
+    if (requests_.load(std::memory_order_relaxed) == 0) return;
+    const uint32_t requests = requests_.exchange(0, std::memory_order_acquire);
+    if (requests & kSilenceTaps) {
+        for (auto& tap : taps_) tap->silence();
+    }
+    if (requests & kRestartModulators) {
+        for (auto& modulator : modulators_) modulator->restart();
+    }
+    if (requests & kResetHeads) {
+        for (auto& tap : taps_) tap->resetPosition();
+    }
 }
 
 void DelayEngine::setResample(bool on) {
@@ -270,19 +298,42 @@ float DelayEngine::samplesPerBeatFor(double tempo, float sampleRate) {
     return std::isfinite(samplesPerBeat) && samplesPerBeat >= 0.0f ? samplesPerBeat : 1.0f;
 }
 
-float* DelayEngine::resolveSource(int32_t selector, float** inputs) {
+// The host's samples are copied, never cleaned in place: the host may hand
+// the same input to others after us.
+float* DelayEngine::hostInput(int32_t pin, float** inputs, uint32_t n) {
+    if (pin >= numInputs_ || !inputs || !inputs[pin] || !host_.isInputConnected(pin)) return nullptr;
+    float* bus = inputBuses_[pin];
+    const uint32_t bit = 1u << pin;
+    if (!(cleanedInputs_ & bit)) {
+        kernels().sanitize(inputs[pin], bus, n);
+        cleanedInputs_ |= bit;
+    }
+    return bus;
+}
+
+float* DelayEngine::resolveSource(int32_t selector, float** inputs, uint32_t n) {
+    float* bus = nullptr;
     if (selector >= kInputFirstHost && selector < kInputFirstWet) {
-        const int32_t pin = selector - kInputFirstHost;
-        if (pin < numInputs_ && inputs && inputs[pin] && host_.isInputConnected(pin))
-            return inputs[pin];
+        if (float* input = hostInput(selector - kInputFirstHost, inputs, n)) return input;
     } else if (selector >= kInputFirstWet && selector < kInputFirstInternal) {
-        const int32_t bus = selector - kInputFirstWet;
-        if (bus < numOutputs_ && host_.isOutputConnected(bus)) return wetBuses_[bus];
+        const int32_t wet = selector - kInputFirstWet;
+        if (wet < numOutputs_ && host_.isOutputConnected(wet)) bus = wetBuses_[wet];
     } else if (selector >= kInputFirstInternal &&
                selector < kInputFirstInternal + kInternalBusCount) {
-        if (float* bus = internalBuses_[selector - kInputFirstInternal]) return bus;
+        bus = internalBuses_[selector - kInputFirstInternal];
     }
-    return scratchBus_;
+    return bus ? bus : scratchBus_;
+}
+
+// Buses carry what earlier taps added in this block; they are cleaned in
+// place as a tap reads them, so that chains of taps (each line able to hold
+// a few times 2^44 under full feedback) can never build up to an overflow.
+bool DelayEngine::isBus(const float* buffer) const {
+    for (const float* bus : internalBuses_)
+        if (buffer == bus) return true;
+    for (int32_t i = 0; i < numOutputs_; ++i)
+        if (buffer == wetBuses_[i]) return true;
+    return false;
 }
 
 // Selectors of 25 and up never come from the parameter mapping; like 0 they
@@ -307,11 +358,16 @@ void DelayEngine::process(float** inputs, float** outputs, int32_t sampleFrames)
 }
 
 void DelayEngine::run(float** inputs, float** outputs, int32_t sampleFrames, bool replacing) {
+    // The one place the block's floating-point mode is set (and restored on
+    // every return).
+    FlushDenormals flush;
+    carryOutRequests();
     if (sampleFrames < 0 || sampleFrames > int32_t(kBusSamples) || !wetBuses_ || !scratchBus_)
         return;
     if (sampleFrames == 0) return;  // nothing to produce, nothing to advance
     const uint32_t n = uint32_t(sampleFrames);
     const size_t bytes = n * sizeof(float);
+    cleanedInputs_ = 0;
 
     for (int32_t i = 0; i < numOutputs_; ++i) std::memset(wetBuses_[i], 0, bytes);
     for (float* bus : internalBuses_)
@@ -352,8 +408,8 @@ void DelayEngine::run(float** inputs, float** outputs, int32_t sampleFrames, boo
     const MixReplace mix = kernels().mixReplace;
     const float wetDry = wetDry_;
     for (int32_t i = 0; i < numOutputs_; ++i) {
-        const bool inputConnected = i < numInputs_ && inputs && inputs[i] && host_.isInputConnected(i);
-        float* dry = inputConnected ? inputs[i] : scratchBus_;
+        float* input = hostInput(i, inputs, n);
+        float* dry = input ? input : scratchBus_;
         float* wet = wetBuses_[i];
         float* destination = i < numHostOutputs_ && outputs && outputs[i] && host_.isOutputConnected(i)
                                  ? outputs[i]
@@ -363,6 +419,13 @@ void DelayEngine::run(float** inputs, float** outputs, int32_t sampleFrames, boo
         else
             mixAccumulate(wet, destination, n, wetDry);
     }
+    // Host outputs past the wet buses (a mono arrangement on a stereo
+    // record): nothing feeds them, and a replacing block must still write
+    // them.
+    if (replacing && outputs) {
+        for (int32_t i = numOutputs_; i < numHostOutputs_; ++i)
+            if (outputs[i]) std::memset(outputs[i], 0, bytes);
+    }
 }
 
 void DelayEngine::runTapsSequential(float** inputs, uint32_t n, float samplesPerBeat,
@@ -370,7 +433,8 @@ void DelayEngine::runTapsSequential(float** inputs, uint32_t n, float samplesPer
     const size_t bytes = n * sizeof(float);
     for (int t = 0; t < kTapCount; ++t) {
         float* destination = resolveDestination(tapOutputSelector_[t]);
-        float* source = resolveSource(tapInputSelector_[t], inputs);
+        float* source = resolveSource(tapInputSelector_[t], inputs, n);
+        if (isBus(source)) kernels().sanitize(source, source, n);
         taps_[t]->process(source, destination, n, samplesPerBeat, alignToSong, songPosition);
         if (source == scratchBus_ || destination == scratchBus_) std::memset(scratchBus_, 0, bytes);
     }
@@ -407,7 +471,7 @@ void DelayEngine::runTapsInWaves(float** inputs, uint32_t n, float samplesPerBea
         TapJob& job = jobs[t];
         FilteredDelayTap& tap = *taps_[t];
         float* destination = resolveDestination(tapOutputSelector_[t]);
-        float* source = resolveSource(tapInputSelector_[t], inputs);
+        float* source = resolveSource(tapInputSelector_[t], inputs, n);
         job.silenceSource = source == scratchBus_ && scratchUsed;
         scratchUsed = scratchUsed || source == scratchBus_ || destination == scratchBus_;
         job.source = job.silenceSource ? silence : source;
@@ -415,13 +479,16 @@ void DelayEngine::runTapsInWaves(float** inputs, uint32_t n, float samplesPerBea
         job.block = tap.beginBlock(n, samplesPerBeat, alignToSong, songPosition);
         job.position = job.block.position;
         // Buses are cleared at the start of the block: one that no earlier
-        // tap has added into is silent without looking.
-        bool clearedBus = false;
-        for (float* bus : internalBuses_) clearedBus = clearedBus || source == bus;
-        for (int32_t i = 0; i < numOutputs_; ++i) clearedBus = clearedBus || source == wetBuses_[i];
+        // tap has added into is silent without looking. What earlier taps
+        // add is cleaned chunk by chunk just before the line reads it (no
+        // tap of a wave reads what an earlier tap of the wave adds to, so
+        // the bus holds then what the plain form cleans).
+        const bool clearedBus = isBus(source);
+        job.cleanSource = clearedBus;
         job.inputSilent = job.silenceSource ||
                           (!contains(written, writtenCount, source) && (clearedBus || allZero(source, n)));
         const TapBlock& block = job.block;
+        TapFilter& filter = tap.filter();
         job.running = true;
         if (!block.line) {
             // Passing the input through scales it in place.
@@ -431,16 +498,21 @@ void DelayEngine::runTapsInWaves(float** inputs, uint32_t n, float samplesPerBea
             // Silence in, silence in the line: nothing to hear, nothing to
             // filter; only the head moves.
             tap.skipBlock(block, n);
+            // The filter's state is checked after every block, as in
+            // FilteredDelayTap::process (silence leaves it as it is).
+            if (filter.hasRunAway()) tap.silence();
             job.running = false;
             continue;
         }
-        TapFilter& filter = tap.filter();
         job.type = filter.type();
         job.filtered = job.type != TapFilter::kOff;
         if (job.filtered) {
             job.coefficients = filter.coefficients();  // under the filter's lock
             job.state = filter.state();
         }
+        // A filter that is off keeps its state as it is; the lanes check the
+        // others' after running them.
+        job.runaway = !job.filtered && filter.hasRunAway();
         // The gain ramp of the loop the plain form runs: tapLoopScalar's
         // stops at the volume; the vector routine's tail starts at
         // appliedVolume + step * 0 and adds step every sample.
@@ -472,7 +544,10 @@ void DelayEngine::runTapsInWaves(float** inputs, uint32_t n, float samplesPerBea
         const TapJob& job = jobs[t];
         if (!job.running) continue;
         if (job.block.line) taps_[t]->endBlock(job.block, n, job.position, job.inputSilent);
-        if (job.filtered) taps_[t]->filter().setState(job.state);
+        if (job.runaway)
+            taps_[t]->silence();
+        else if (job.filtered)
+            taps_[t]->filter().setState(job.state);
     }
     if (scratchUsed) std::memset(scratchBus_, 0, n * sizeof(float));
 }
@@ -493,6 +568,7 @@ void DelayEngine::runWave(TapJob* jobs, int first, int end, uint32_t n, float* s
             const uint32_t count = n - offset < kChunkFrames ? n - offset : kChunkFrames;
             float* out = signal(t) + offset;
             float* source = job.silenceSource ? silence : job.source + offset;
+            if (job.cleanSource) k.sanitize(source, source, count);
             if (!block.line) {
                 std::memset(out, 0, count * sizeof(float));
                 DelayTap::addUndelayed(source, out, count, block.volume);
@@ -558,18 +634,22 @@ void DelayEngine::runWave(TapJob* jobs, int first, int end, uint32_t n, float* s
             deinterleave(interleaved, stride, rows, uint32_t(laneCount), count);
         }
         for (int l = 0; l < laneCount; ++l) {
-            TapFilter::State& state = jobs[lanes[l]].state;
-            state.notch = filter.notch[l];
-            state.low = filter.low[l];
-            state.high = filter.high[l];
-            state.band = filter.band[l];
+            TapJob& job = jobs[lanes[l]];
+            job.state.notch = filter.notch[l];
+            job.state.low = filter.low[l];
+            job.state.high = filter.high[l];
+            job.state.band = filter.band[l];
+            job.runaway = TapFilter::hasRunAway(job.state);
         }
     }
 
-    // Into the destinations, in tap order.
+    // Into the destinations, in tap order. As in FilteredDelayTap::process,
+    // a tap whose filter ran away adds silence (zeros are still added, so
+    // every sum rounds as in the plain form); it is silenced at the end.
     for (int t = first; t < end; ++t) {
         const TapJob& job = jobs[t];
         if (!job.running || !job.destination) continue;
+        if (job.runaway) std::memset(signal(t), 0, n * sizeof(float));
         k.vadd(signal(t), job.destination, job.destination, n);
     }
 }

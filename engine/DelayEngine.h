@@ -4,6 +4,7 @@
 // EngineHost (time information, pin connections, parameters, sample rate).
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 
 #include "engine/EngineHost.h"
@@ -38,12 +39,18 @@ public:
     DelayEngine(const DelayEngine&) = delete;
     DelayEngine& operator=(const DelayEngine&) = delete;
 
-    // audio thread. The VST 2 block operations: one core, replacing or
+    // audio thread. The block operations: one core, replacing or
     // accumulating in the final mix. Blocks of more than kBusSamples frames
     // (and negative counts) are refused and leave the outputs untouched.
     // Takes the modulator lock without waiting (skipping the modulators for
     // the block when busy), each filter's lock briefly and the ScratchPool's
-    // lock. Allocates nothing in steady state.
+    // lock. Allocates nothing in steady state. Every call first carries out
+    // what suspend, resume and setSampleRate asked for. The block runs with
+    // subnormals flushed to zero (FloatMode.h); the caller's mode is restored
+    // before the call returns. Input samples that are not numbers or lie past
+    // kSampleCeiling are read as silence (VectorOps.h). processReplacing
+    // writes every host output below the host output count: outputs without
+    // a wet bus get silence.
     void processReplacing(float** inputs, float** outputs, int32_t sampleFrames);
     void process(float** inputs, float** outputs, int32_t sampleFrames);
 
@@ -52,17 +59,28 @@ public:
     // change for other counts or when memory cannot be had.
     bool setOutputChannelCount(int32_t n);
     int32_t outputChannelCount() const { return numOutputs_; }
-    // ui thread. How many input and output arrays the host passes to the
-    // block operations (0..20 each; default 2 and 2). Pins at or above these
-    // counts are treated as unconnected: never read, never written.
+    // ui thread, never during a block. How many input and output arrays the
+    // host passes to the block operations (0..20 each; default 2 and 2). Pins
+    // at or above these counts are treated as unconnected: never read, never
+    // written. Each input gets a bus for its cleaned samples; false and no
+    // change when memory cannot be had.
     bool setInputChannelCount(int32_t n);
     int32_t inputChannelCount() const { return numInputs_; }
     bool setHostOutputCount(int32_t n);
     int32_t hostOutputCount() const { return numHostOutputs_; }
 
-    // ui thread. suspend: clears every tap's line. resume: restarts the
-    // modulators, then resets the tap heads. setSampleRate: passes the rate to
-    // every tap, then restarts the modulators.
+    // ui thread (or any other, also during a block). suspend: clears every
+    // tap's line and filter state. resume: restarts the modulators, then
+    // resets the tap heads. setSampleRate: passes the rate to every tap (the
+    // display, the filter's coefficients under its lock) and every modulator,
+    // then restarts the modulators.
+    // The work on lines, heads and phases is only requested here: the audio
+    // thread carries it out at the start of its next block call. A line may
+    // be reallocated inside a block (a synchronised length that outgrows it),
+    // so no other thread may touch line memory; hosts should not suspend
+    // during a block, yet some do, and a request costs the audio thread no
+    // lock and no wait. Requests merge: the three operations touch separate
+    // state, so their order within one block does not matter.
     void suspend();
     void resume();
     void setSampleRate(float rate);
@@ -125,13 +143,25 @@ public:
 
 private:
     struct TapJob;
+    // Bits of requests_.
+    enum Request : uint32_t { kSilenceTaps = 1, kRestartModulators = 2, kResetHeads = 4 };
+    void request(uint32_t what);
+    void carryOutRequests();
     void run(float** inputs, float** outputs, int32_t sampleFrames, bool replacing);
     void runTapsSequential(float** inputs, uint32_t n, float samplesPerBeat, bool alignToSong,
                            double songPosition);
     void runTapsInWaves(float** inputs, uint32_t n, float samplesPerBeat, bool alignToSong,
                         double songPosition);
     void runWave(TapJob* jobs, int first, int end, uint32_t n, float* signals);
-    float* resolveSource(int32_t selector, float** inputs);
+    // Host input pin, cleaned into its input bus once per block; null when
+    // the pin cannot be read.
+    float* hostInput(int32_t pin, float** inputs, uint32_t n);
+    // What a tap reads: a cleaned host input, a wet or internal bus (not
+    // cleaned here: see isBus) or the scratch bus.
+    float* resolveSource(int32_t selector, float** inputs, uint32_t n);
+    // Whether buffer is a wet or an internal bus: what earlier taps of the
+    // block add into, cleaned in place as a tap reads it.
+    bool isBus(const float* buffer) const;
     float* resolveDestination(int32_t selector);
     void freeWetBuses();
 
@@ -140,7 +170,9 @@ private:
     SystemInfo* systemInfo_ = nullptr;   // retained shared probe
     float** wetBuses_ = nullptr;         // numOutputs_ buses of kBusSamples, null-ended
     int32_t numOutputs_ = 0;             // wet buses
-    int32_t numInputs_ = 2;              // host input arrays that may be read
+    int32_t numInputs_ = 0;              // host input arrays that may be read
+    float* inputBuses_[kMaxChannels] = {};  // the host inputs, cleaned (one per pin below numInputs_)
+    uint32_t cleanedInputs_ = 0;         // bit i: inputBuses_[i] holds this block's input i
     int32_t numHostOutputs_ = 2;         // host output arrays that may be written
     float* scratchBus_ = nullptr;        // no connection: silence source and discard sink
     float* internalBuses_[kInternalBusCount] = {};  // "Intern 1..4"
@@ -158,6 +190,7 @@ private:
     Relaxed<int32_t> tapInputSelector_[kTapCount];   // source of each tap
     Relaxed<int32_t> tapOutputSelector_[kTapCount];  // destination of each tap
     RecursiveMutex modulatorLock_;
+    std::atomic<uint32_t> requests_{0};  // Request bits posted for the audio thread
     // Derived from the last block's time information (audio thread).
     double tempo_ = 0.0;
     float samplesPerBeat_ = 1.0f;

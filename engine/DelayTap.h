@@ -51,9 +51,11 @@ public:
     ~DelayTap() override;
 
     // Slot order as the class was designed; the threads are noted per call.
-    // audio or ui thread (suspend): zeroes the whole line.
+    // audio thread (the engine's suspend request), or while no block runs:
+    // zeroes the whole line.
     virtual void clearBuffer();
-    // ui thread (resume): position = 0.
+    // audio thread (the engine's resume request), or while no block runs:
+    // position = 0.
     virtual void resetPosition();
     // ui thread: used only for the millisecond display.
     virtual void setSampleRate(float rate);

@@ -73,8 +73,8 @@ constexpr int modulatorParameterIndex(int modulator, int sub) {
 
 // Text sizes. A name is written with at most kNameTextMax characters (the
 // caller's buffer holds kNameTextMax + 1 bytes); labels and displays with at
-// most kDisplayTextMax characters, as the VST 2 interface prescribes for
-// parameter strings.
+// most kDisplayTextMax characters, the size hosts reserve for parameter
+// strings.
 inline constexpr int kNameTextMax = 31;
 inline constexpr int kDisplayTextMax = 8;
 

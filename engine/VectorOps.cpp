@@ -1,6 +1,7 @@
 #include "engine/VectorOps.h"
 
 #include <atomic>
+#include <cmath>
 #include <cstring>
 
 #include "engine/LaneKernels.h"
@@ -30,6 +31,11 @@ inline void storeu4(float* p, Vec4 v) { _mm_storeu_ps(p, v); }
 inline Vec4 splat4(float x) { return _mm_set1_ps(x); }
 inline Vec4 add4(Vec4 a, Vec4 b) { return _mm_add_ps(a, b); }
 inline Vec4 mul4(Vec4 a, Vec4 b) { return _mm_mul_ps(a, b); }
+// x where |x| <= ceiling, else +0 (a NaN compares false).
+inline Vec4 within4(Vec4 x, Vec4 ceiling) {
+    const Vec4 magnitude = _mm_andnot_ps(_mm_set1_ps(-0.0f), x);
+    return _mm_and_ps(_mm_cmple_ps(magnitude, ceiling), x);
+}
 #elif VARITAP_NEON
 using Vec4 = float32x4_t;
 inline Vec4 load4(const float* p) { return vld1q_f32(p); }
@@ -39,6 +45,10 @@ inline void storeu4(float* p, Vec4 v) { vst1q_f32(p, v); }
 inline Vec4 splat4(float x) { return vdupq_n_f32(x); }
 inline Vec4 add4(Vec4 a, Vec4 b) { return vaddq_f32(a, b); }
 inline Vec4 mul4(Vec4 a, Vec4 b) { return vmulq_f32(a, b); }
+inline Vec4 within4(Vec4 x, Vec4 ceiling) {
+    const uint32x4_t keep = vcleq_f32(vabsq_f32(x), ceiling);
+    return vreinterpretq_f32_u32(vandq_u32(keep, vreinterpretq_u32_f32(x)));
+}
 #endif
 
 #if VARITAP_SSE2 || VARITAP_NEON
@@ -154,14 +164,14 @@ using VectorFloats = ScalarFloats;
 using VectorDoubles = ScalarDoubles;
 #endif
 
-const Kernels kScalar = {vaddScalar,      vsmulScalar,       tapLoopScalar, mixReplaceScalar,
-                         tapDelayScalar,  filterLanesScalar, 1};
-const Kernels kVector = {vaddVector,     vsmulVector,       tapLoopVector, mixReplaceVector,
-                         tapDelayVector, filterLanesVector, uint32_t(VectorDoubles::W)};
+const Kernels kScalar = {vaddScalar,     vsmulScalar,    tapLoopScalar,     mixReplaceScalar,
+                         sanitizeScalar, tapDelayScalar, filterLanesScalar, 1};
+const Kernels kVector = {vaddVector,     vsmulVector,    tapLoopVector,     mixReplaceVector,
+                         sanitizeVector, tapDelayVector, filterLanesVector, uint32_t(VectorDoubles::W)};
 
 #if defined(__x86_64__)
-const Kernels kAvx2 = {vaddVector, vsmulVector, tapLoopVector, mixReplaceVector,
-                       tapDelayAvx2, filterLanesAvx2, 4};
+const Kernels kAvx2 = {vaddVector,     vsmulVector,  tapLoopVector,   mixReplaceVector,
+                       sanitizeVector, tapDelayAvx2, filterLanesAvx2, 4};
 bool processorHasAvx2() {
     // This may run before the runtime's own processor probe has: probe first.
     __builtin_cpu_init();
@@ -237,6 +247,22 @@ void vsmulVector(const float* a, float s, float* c, uint32_t n) {
     for (; i + 4 <= n; i += 4) storeu4(c + i, mul4(loadu4(a + i), sv));
 #endif
     for (; i < n; ++i) c[i] = a[i] * s;
+}
+
+void sanitizeScalar(const float* source, float* destination, uint32_t n) {
+    for (uint32_t i = 0; i < n; ++i) {
+        const float x = source[i];
+        destination[i] = std::fabs(x) <= kSampleCeiling ? x : 0.0f;
+    }
+}
+
+void sanitizeVector(const float* source, float* destination, uint32_t n) {
+    uint32_t i = 0;
+#if VARITAP_SSE2 || VARITAP_NEON
+    const Vec4 ceiling = splat4(kSampleCeiling);
+    for (; i + 4 <= n; i += 4) storeu4(destination + i, within4(loadu4(source + i), ceiling));
+#endif
+    sanitizeScalar(source + i, destination + i, n - i);
 }
 
 uint32_t tapLoopScalar(float* line, uint32_t position, uint32_t length, const float* input,

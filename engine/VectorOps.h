@@ -18,6 +18,18 @@ void vadd(const float* a, const float* b, float* c, uint32_t n);
 // c[i] = a[i] * s. c may be a.
 void vsmul(const float* a, float s, float* c, uint32_t n);
 
+// The loudest sample the engine takes in: 2^20, about +120 dB above full
+// scale, far beyond any real signal yet far below where the lines' feedback
+// sums could overflow. A sample past it, or one that is not a number (NaN,
+// an infinity: a host's stale buffer, a broken plug-in before us), is a fault
+// and enters the lines, the filters and the dry mix as silence.
+inline constexpr float kSampleCeiling = 1048576.0f;
+
+// destination[i] = source[i] when |source[i]| <= kSampleCeiling, else +0.
+// destination may be source. Both forms give the same bits (a kept -0 stays
+// -0, subnormals are kept as they are).
+using Sanitize = void (*)(const float* source, float* destination, uint32_t n);
+
 // One tap's delay loop over count samples: reads and writes the line at
 // position (wrapping at length, which must be nonzero for the vector form),
 // adds the delayed signal into output with a gain ramp from appliedVolume to
@@ -77,6 +89,7 @@ struct Kernels {
     void (*vsmul)(const float* a, float s, float* c, uint32_t n);
     TapLoop tapLoop;
     MixReplace mixReplace;
+    Sanitize sanitize;
     TapDelay tapDelay;
     FilterLanesKernel filterLanes;
     uint32_t laneWidth;  // filter lanes per vector
@@ -99,6 +112,8 @@ void vaddScalar(const float* a, const float* b, float* c, uint32_t n);
 void vaddVector(const float* a, const float* b, float* c, uint32_t n);
 void vsmulScalar(const float* a, float s, float* c, uint32_t n);
 void vsmulVector(const float* a, float s, float* c, uint32_t n);
+void sanitizeScalar(const float* source, float* destination, uint32_t n);
+void sanitizeVector(const float* source, float* destination, uint32_t n);
 
 // The tap's scalar loop: the gain starts at appliedVolume and grows by
 // (volume - appliedVolume) / count each sample until it equals volume.

@@ -33,7 +33,7 @@ bool Frame::open(uintptr_t parentWindow) {
     close();
     std::lock_guard<std::recursive_mutex> lock(guard_);
     platform_ = createPlatformFrame(*this);
-    if (!platform_ || !platform_->openChild(parentWindow, viewSize())) {
+    if (!platform_ || !platform_->openChild(parentWindow, pixelScale_.toDevice(viewSize()))) {
         platform_.reset();
         return false;
     }
@@ -45,7 +45,8 @@ bool Frame::openDialog(uintptr_t ownerWindow, const char* title) {
     close();
     std::lock_guard<std::recursive_mutex> lock(guard_);
     platform_ = createPlatformFrame(*this);
-    if (!platform_ || !platform_->openDialog(ownerWindow, viewSize(), title)) {
+    if (!platform_ ||
+        !platform_->openDialog(ownerWindow, pixelScale_.toDevice(viewSize()), title)) {
         platform_.reset();
         return false;
     }
@@ -95,6 +96,15 @@ void Frame::idle() {
     std::lock_guard<std::recursive_mutex> lock(guard_);
     BusyScope busy(*this);
     if (platform_) platform_->idle();
+}
+
+void Frame::setScale(double scale) {
+    std::lock_guard<std::recursive_mutex> lock(guard_);
+    if (!(scale > 0.0) || scale == pixelScale_.factor()) return;
+    pixelScale_ = PixelScale(scale);
+    if (platform_ && platform_->isOpen()) platform_->resize(pixelScale_.toDevice(viewSize()));
+    setDirtyAll();
+    redraw();
 }
 
 void Frame::redraw() { redrawAll_.store(true, std::memory_order_relaxed); }

@@ -52,6 +52,17 @@ public:
     // True when the parent window went away under the open frame.
     bool isParentGone() const;
 
+    // The frame's scale, device pixels per logical pixel (1 until set). The
+    // views, their rectangles and mouse positions stay logical; the window is
+    // the frame's size times the scale, and its events and drawing are
+    // converted at the window system's edge with pixelScale().
+    // ui. Set before opening, or on an open frame: its window is resized and
+    // everything is drawn again (the caller has replaced its pictures for the
+    // new scale first, under the guard).
+    void setScale(double scale);
+    double scale() const { return pixelScale_.factor(); }
+    const PixelScale& pixelScale() const { return pixelScale_; }
+
     // ui. Handles pending events, then draws dirty views.
     void idle();
     // any thread. Marks the whole frame for drawing at the next idle or timer.
@@ -62,7 +73,10 @@ public:
     // else the invalidated area and the dirty views (whose marks it clears).
     Rect takeDirtyArea();
     // The frame and its views as drawn now into dc (the path window drawing
-    // uses; tests draw into an image surface with it).
+    // uses; tests draw into an image surface with it). At a fractional scale
+    // the drawing context puts the area's edges on the nearest device pixel
+    // edges, as it does those of every view, so that each device pixel is
+    // drawn by the views it belongs to.
     void drawArea(DrawContext& dc, const Rect& area);
 
     void setEditListener(EditListener* l) { editListener_ = l; }
@@ -129,6 +143,7 @@ private:
     bool modalRunning_ = false;
     int modalResult_ = -1;
     int fallbackDelayMs_ = 250;
+    PixelScale pixelScale_;
     std::atomic<bool> redrawAll_{true};
     Rect invalidArea_;
 };

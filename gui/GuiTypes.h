@@ -3,6 +3,7 @@
 #pragma once
 
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
 
 namespace varitap::gui {
@@ -68,6 +69,41 @@ struct Rect {
         return left == o.left && top == o.top && right == o.right && bottom == o.bottom;
     }
     bool operator!=(const Rect& o) const { return !(*this == o); }
+};
+
+// Device pixels per logical pixel, and the conversions between the two
+// spaces where the toolkit meets the window system. Views, their rectangles,
+// mouse positions and drawing calls are logical: the editor is 865 x 400 at
+// any scale, and only its window and the pixels in it grow.
+class PixelScale {
+public:
+    explicit PixelScale(double factor = 1.0) : factor_(factor > 0.0 ? factor : 1.0) {}
+    double factor() const { return factor_; }
+
+    // The smallest device rectangle that covers a logical one.
+    Rect toDevice(const Rect& r) const {
+        return Rect(down(r.left * factor_), down(r.top * factor_), up(r.right * factor_),
+                    up(r.bottom * factor_));
+    }
+    // The smallest logical rectangle that covers a device one.
+    Rect toLogical(const Rect& r) const {
+        return Rect(down(r.left / factor_), down(r.top / factor_), up(r.right / factor_),
+                    up(r.bottom / factor_));
+    }
+    // The device pixel nearest to a logical point, and the logical pixel that
+    // holds a device pixel.
+    Point toDevice(Point p) const {
+        return Point{static_cast<int>(std::lround(p.x * factor_)),
+                     static_cast<int>(std::lround(p.y * factor_))};
+    }
+    Point toLogical(Point p) const { return Point{down(p.x / factor_), down(p.y / factor_)}; }
+
+private:
+    // Products like 1.75 x 4 land a hair off whole numbers: those count as whole.
+    static int down(double v) { return static_cast<int>(std::floor(v + 1e-9)); }
+    static int up(double v) { return static_cast<int>(std::ceil(v - 1e-9)); }
+
+    double factor_;
 };
 
 // Mouse buttons and modifier keys, combined in one bit set.

@@ -1,25 +1,21 @@
 #include "host/DelayEffect.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <new>
 
-#include "host/AEffEditor.h"
+#include "host/PluginEditor.h"
 #include "modulation/ModulatorBase.h"
 #include "persistence/Preferences.h"
 #include "persistence/PresetLibrary.h"
+#include "persistence/PresetParameters.h"
 
 namespace varitap {
-
-using namespace vst;
 
 namespace {
 
 EditorFactory gEditorFactory = nullptr;
-
-// The VST version from which a "Steinberg" host is trusted with its pin
-// counts.
-constexpr int32_t kVst23 = 2300;
 
 struct InitValue {
     int32_t index;
@@ -32,12 +28,6 @@ constexpr InitValue kInitValues[] = {
     {0, 0.022728f},  {1, 0.045455f},  {10, 0.041667f}, {11, 0.083334f}, {20, 0.563636f},
     {21, 0.568268f}, {22, 1.0f},      {23, 0.84217f},  {24, 1.0f},      {28, 0.460661f},
     {29, 1.0f},      {30, 0.83746f},  {31, 1.0f},
-};
-
-// The capabilities answered with 1; everything else is unknown (0).
-constexpr const char* kCanDo[] = {
-    "receiveVstTimeInfo", "1in1out", "1in2out", "2in1out", "2in2out", "2in4out",
-    "4in2out",            "4in4out", "4in8out", "8in4out", "8in8out",
 };
 
 // Copies at most max characters and a terminator.
@@ -60,19 +50,8 @@ float initProgramValue(int32_t index) {
     return 0.0f;
 }
 
-AEffect* createDelayEffect(audioMasterCallback audioMaster) {
-    if (!audioMaster) return nullptr;
-    try {
-        if (audioMaster(nullptr, audioMasterVersion, 0, 0, nullptr, 0.0f) == 0) return nullptr;
-        DelayEffect* effect = new (std::nothrow) DelayEffect(audioMaster);
-        return effect ? effect->getAeffect() : nullptr;
-    } catch (...) {
-        return nullptr;
-    }
-}
-
-DelayEffect::DelayEffect(audioMasterCallback audioMaster)
-    : AudioEffectX(audioMaster, kNumPrograms, kParameterCount) {
+DelayEffect::DelayEffect(PluginHost& host, int32_t inputChannels, int32_t outputChannels)
+    : host_(host) {
     // The engine builds the taps (grown to 56000 samples, heads at 0), the
     // modulators (aimed at this instance, tables of eight, restarted) and the
     // buses, and retains the shared ScratchPool and SystemInfo.
@@ -92,46 +71,11 @@ DelayEffect::DelayEffect(audioMasterCallback audioMaster)
         setModulatorSmoothFactor(option);
     }
 
-    setNumInputs(kMaxChannels);
-    setNumOutputs(kMaxChannels);
-
-    // Only a 2.3 host that calls itself "Steinberg" is trusted with its pin
-    // counts; every other host first sees stereo in, stereo out.
-    // The buffer is larger than the 64 bytes hosts may fill, and its last
-    // byte stays 0 whatever they write.
-    char vendor[256] = {};
-    bool steinberg = getHostVendorString(vendor);
-    vendor[sizeof vendor - 1] = 0;
-    steinberg = steinberg && std::strcmp(vendor, "Steinberg") == 0;
-    canMono();
-    int32_t nIn = kMaxChannels;
-    int32_t nOut = kMaxChannels;
-    if (steinberg) {
-        for (nIn = 0; nIn < kMaxChannels && isInputConnected(nIn);) ++nIn;
-        for (nOut = 0; nOut < kMaxChannels && isOutputConnected(nOut);) ++nOut;
-    }
-    hostVstVersion = getMasterVersion();
-    if (hostVstVersion < kVst23 || !steinberg) {
-        nIn = 2;
-        nOut = 2;
-    }
-    setNumInputs(nIn);
-    setNumOutputs(nOut);
-
-    if (allocateArrangement(&inputArrangement, nIn)) inputArrangement->type = kSpeakerArrUserDefined;
-    if (allocateArrangement(&outputArrangement, nOut)) outputArrangement->type = kSpeakerArrUserDefined;
-    applyChannelCounts();
-
-    canProcessReplacing();
-    setUniqueID(kUniqueId);
+    setChannelCounts(inputChannels, outputChannels, inputChannels, outputChannels);
 
     setProgram(0);
 
-    if (gEditorFactory) {
-        // The editor attaches itself, which sets effFlagsHasEditor.
-        AEffEditor* made = gEditorFactory(*this);
-        if (made && editor != made) setEditor(made);
-    }
+    if (gEditorFactory) editor = gEditorFactory(*this);
 
     // The shared preset library: the first instance of the process loads the
     // factory file from the bundle and then the user file; later ones share it.
@@ -140,7 +84,7 @@ DelayEffect::DelayEffect(audioMasterCallback audioMaster)
 
 DelayEffect::~DelayEffect() {
     delete editor;
-    setEditor(nullptr);
+    editor = nullptr;
     // Every instance that closes rewrites the user presets file, then drops
     // its share of the library (the last one destroys it).
     PresetLibrary::saveAndRelease();
@@ -148,19 +92,19 @@ DelayEffect::~DelayEffect() {
     programs_[0].reset();
     if (preferences_) preferences_->release();
     preferences_ = nullptr;
-    deallocateArrangement(&inputArrangement);
-    deallocateArrangement(&outputArrangement);
     // The engine frees the buses, taps and modulators and releases the
     // ScratchPool and SystemInfo.
     engine_.reset();
 }
 
-void DelayEffect::applyChannelCounts() {
-    int32_t in = inputChannels();
-    int32_t out = outputChannels();
-    engine_->setOutputChannelCount(out);
-    engine_->setInputChannelCount(in);
-    engine_->setHostOutputCount(out);
+void DelayEffect::setChannelCounts(int32_t inputs, int32_t outputs, int32_t hostInputs,
+                                   int32_t hostOutputs) {
+    const auto channels = [](int32_t n) { return std::clamp<int32_t>(n, 0, kMaxChannels); };
+    inputChannels_ = channels(inputs);
+    outputChannels_ = channels(outputs);
+    engine_->setOutputChannelCount(outputChannels_);
+    engine_->setInputChannelCount(std::min(inputChannels_, channels(hostInputs)));
+    engine_->setHostOutputCount(channels(hostOutputs));
 }
 
 void DelayEffect::process(float** inputs, float** outputs, int32_t sampleFrames) {
@@ -176,92 +120,26 @@ void DelayEffect::setSampleRate(float rate) {
     // at their clamp and the editor's speed display reads "nan". Negative or
     // non-finite rates mean nothing and are ignored.
     if (!std::isfinite(rate) || rate < 0.0f) return;
-    AudioEffectX::setSampleRate(rate);
+    sampleRate = rate;
     engine_->setSampleRate(rate);
 }
-
-void DelayEffect::setBlockSize(int32_t size) { AudioEffectX::setBlockSize(size); }
 
 void DelayEffect::suspend() { engine_->suspend(); }
 
 void DelayEffect::resume() { engine_->resume(); }
 
-int32_t DelayEffect::canDo(const char* text) {
-    if (!text) return 0;
-    for (const char* known : kCanDo) {
-        if (std::strcmp(text, known) == 0) return 1;
-    }
-    return 0;
-}
-
-bool DelayEffect::acceptArrangement(VstSpeakerArrangement** arr, const VstSpeakerArrangement* from,
-                                    bool* accepted) {
-    VstSpeakerArrangement* made = nullptr;
-    bool ok;
-    if (from->numChannels > kMaxChannels) {
-        *accepted = false;
-        ok = allocateArrangement(&made, kMaxChannels);
-        if (ok) made->type = kSpeakerArrUserDefined;
-    } else {
-        ok = matchArrangement(&made, from);
-    }
-    if (!ok) return false;
-    deallocateArrangement(arr);
-    *arr = made;
-    return true;
-}
-
-bool DelayEffect::setSpeakerArrangement(VstSpeakerArrangement* input, VstSpeakerArrangement* output) {
-    // A negative channel count is as unusable as a missing arrangement.
-    if (!input || !output || input->numChannels < 0 || output->numChannels < 0) return false;
-    bool result = true;
-    acceptArrangement(&inputArrangement, input, &result);
-    acceptArrangement(&outputArrangement, output, &result);
-    applyChannelCounts();
-    if (!result) return false;
+void DelayEffect::channelConfigurationChanged() {
     clampRouting();
     if (editor) editor->rebuildRoutingMenus();
-    return true;
-}
-
-bool DelayEffect::getSpeakerArrangement(VstSpeakerArrangement** input, VstSpeakerArrangement** output) {
-    if (input) *input = inputArrangement;
-    if (output) *output = outputArrangement;
-    return true;
 }
 
 void DelayEffect::clampRouting() {
-    // The comparisons are the product's own: an input selector of 20 is never
-    // clamped to nIn, and selectors 21..39 are compared with nOut rather than
-    // nOut + 20 (so with two outputs Out 1 moves to Out 2).
     const int32_t nIn = inputChannels();
     const int32_t nOut = outputChannels();
     for (int32_t i = 0; i < 2 * kTapCount; ++i) {
-        float v = getParameter(i);
-        if (i < kTapCount) {
-            int32_t s = static_cast<int32_t>(kInputSelectorScale * v);
-            if (s > nIn && s < 20) {
-                setParameterAutomated(i, static_cast<float>(nIn) / kInputSelectorScale);
-            } else if (s > nOut && s < 40) {
-                setParameterAutomated(i, static_cast<float>(nOut + 20) / kInputSelectorScale);
-            }
-        } else {
-            int32_t s = static_cast<int32_t>(kOutputSelectorScale * v);
-            if (s > nOut && s < 20) {
-                setParameterAutomated(i, static_cast<float>(nOut) / kOutputSelectorScale);
-            }
-        }
+        float clamped = 0.0f;
+        if (clampedRoutingValue(i, getParameter(i), nIn, nOut, &clamped)) setParameterAutomated(i, clamped);
     }
-}
-
-const HostTimeInfo* DelayEffect::getTimeInfo(int32_t requestFlags) {
-    const VstTimeInfo* info = AudioEffectX::getTimeInfo(requestFlags);
-    if (!info) return nullptr;
-    timeInfo_.samplePos = info->samplePos;
-    timeInfo_.sampleRate = info->sampleRate;
-    timeInfo_.tempo = info->tempo;
-    timeInfo_.flags = info->flags;
-    return &timeInfo_;
 }
 
 void DelayEffect::setDelayTimeResample(bool on) {
@@ -282,10 +160,8 @@ void DelayEffect::setProgramName(const char* name) {
     if (name) copyName(programs_[curProgram]->name, name, Program::kNameMax);
 }
 
-void DelayEffect::getProgramName(char* name) {
-    // Hosts size this buffer for kVstMaxProgNameLen characters; a longer
-    // name (a preset may have up to 255) is cut there rather than overrun it.
-    if (name) copyName(name, programs_[curProgram]->name, kVstMaxProgNameLen);
+void DelayEffect::getProgramName(char* name, int maxChars) {
+    if (name && maxChars >= 0) copyName(name, programs_[curProgram]->name, static_cast<size_t>(maxChars));
 }
 
 }  // namespace varitap

@@ -5,8 +5,8 @@
 #include <cstring>
 
 #include "engine/ParameterText.h"
-#include "host/AEffEditor.h"
 #include "host/DelayEffect.h"
+#include "host/PluginEditor.h"
 #include "persistence/Localize.h"
 #include "persistence/NumberFormat.h"
 
@@ -78,7 +78,8 @@ float DelayEffect::getParameter(int32_t index) {
 }
 
 void DelayEffect::setParameterAutomated(int32_t index, float value) {
-    AudioEffectX::setParameterAutomated(index, value);
+    setParameter(index, value);
+    host_.automate(index, value);
 }
 
 void DelayEffect::getParameterName(int32_t index, char* text) {

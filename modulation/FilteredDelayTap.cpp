@@ -40,6 +40,11 @@ FilteredDelayTap::~FilteredDelayTap() = default;
 
 void FilteredDelayTap::clearBuffer() { DelayTap::clearBuffer(); }
 
+void FilteredDelayTap::silence() {
+    DelayTap::clearBuffer();
+    filter_->clearState();
+}
+
 void FilteredDelayTap::resetPosition() {
     filter_->reset();
     DelayTap::resetPosition();
@@ -68,16 +73,27 @@ void FilteredDelayTap::process(float* input, float* output, uint32_t count, floa
     ScratchBlock block(ScratchPool::current(), count);
     if (!block) return;  // no memory: the tap sits this block out
     float* scratch = block.data();
+    const size_t bytes = size_t(count) * sizeof(float);
+    // Once per block, four comparisons: a state that ran away mid-block
+    // stays out of range (NaN and infinities absorb), so the end shows it.
+    // What it produced this block is dropped with it.
+    auto catchRunaway = [&] {
+        if (!filter_->hasRunAway()) return;
+        std::memset(scratch, 0, bytes);
+        silence();
+    };
     if (!filterFirst_) {
-        std::memset(scratch, 0, size_t(count) * sizeof(float));
+        std::memset(scratch, 0, bytes);
         DelayTap::process(input, scratch, count, samplesPerBeat, alignToSong, songPositionSamples);
         filter_->processInPlace(scratch, count);
+        catchRunaway();
         vadd(scratch, output, output, count);
     } else {
         // Exact zeros are skipped by the filter, so the block is cleared
         // first: whatever it held before must not reach the line.
-        std::memset(scratch, 0, size_t(count) * sizeof(float));
+        std::memset(scratch, 0, bytes);
         filter_->process(input, scratch, count);
+        catchRunaway();
         DelayTap::process(scratch, output, count, samplesPerBeat, alignToSong, songPositionSamples);
     }
 }

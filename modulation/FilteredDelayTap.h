@@ -30,6 +30,9 @@ public:
 
     // Line only.
     void clearBuffer() override;
+    // audio thread. The line and the filter's state: nothing of the past
+    // sounds again (suspend, and a filter that ran away).
+    void silence();
     // The filter's reset (which keeps its state), then the head.
     void resetPosition() override;
     // Millisecond display and the filter's coefficients.
@@ -40,7 +43,9 @@ public:
     // audio thread. Takes a ScratchPool block of count floats (the pool's
     // lock) and the filter's lock; with no block the tap does nothing this
     // block. Filter after the delay: the delayed signal is filtered, then
-    // added into output.
+    // added into output. A filter that has run away (TapFilter::hasRunAway)
+    // is caught at the end of its block: the tap adds silence for that block
+    // and starts again from silence (line and filter cleared).
     void process(float* input, float* output, uint32_t count, float samplesPerBeat,
                  bool alignToSong, double songPositionSamples) override;
     void getParameterLabel(int index, char* text) const override;

@@ -28,6 +28,8 @@ public:
     bool isSynced() const { return sync_; }
     float phase() const { return phase_; }
     float sampleRate() const { return sampleRate_; }
+    // any thread. The rate alone, without the restart's phase reset.
+    void setSampleRate(float rate) { sampleRate_ = rate; }
 
     // The half-period D in samples for a speed: free, 2 * rate * (speed +
     // 1e-7); synchronised, rate * 60 / tempo * (note length of

@@ -34,7 +34,8 @@ public:
     virtual void setMax(float value);
     virtual float getMin() const;
     virtual float getMax() const;
-    // ui thread: takes the target's sample rate and sets the phase to 0.
+    // audio thread (the engine's resume and sample-rate requests) or
+    // construction: takes the target's sample rate and sets the phase to 0.
     virtual void restart() {}
     // audio thread, under the plug-in's modulator lock. tempo in beats per
     // minute (0 when unknown), songPosition in samples (0 unless playing),

@@ -50,10 +50,15 @@ const ModulatorParameterRow kRows[TableModulator::kParameterCount] = {
          const int row = int(float(noteValueCount() - 1) * m.getSpeed());
          copyText(text, noteValueName(row), kDisplayTextMax);
      }},
-    {"Min", [](TableModulator& m, float v) { m.setMin(unitValue(v)); },
+    // "Min" and "Max" are values of the target's range, not fractions: any
+    // number is kept as given (a preset may hold 12.25 or -3), only a value
+    // that is not a finite number is ignored. What the wave then writes is
+    // clamped by the target's own setter, and a mapping that overflows is
+    // not finite and never written (ModulatorBase::write).
+    {"Min", [](TableModulator& m, float v) { if (std::isfinite(v)) m.setMin(v); },
      [](const TableModulator& m) { return m.getMin(); },
      [](const TableModulator& m, char* text) { formatFloat(m.getMin(), text); }},
-    {"Max", [](TableModulator& m, float v) { m.setMax(unitValue(v)); },
+    {"Max", [](TableModulator& m, float v) { if (std::isfinite(v)) m.setMax(v); },
      [](const TableModulator& m) { return m.getMax(); },
      [](const TableModulator& m, char* text) { formatFloat(m.getMax(), text); }},
     {"Sync", [](TableModulator& m, float v) { m.setSync(v > 0.5f); },

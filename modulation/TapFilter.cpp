@@ -131,6 +131,14 @@ void TapFilter::process(const float* input, float* output, uint32_t count) {
     run(input, output, count, type, c, state_);
 }
 
+bool TapFilter::hasRunAway(const State& state) {
+    // A NaN fails every comparison: !(|x| <= level) holds for it too.
+    for (double x : {state.notch, state.low, state.high, state.band}) {
+        if (!(std::fabs(x) <= kRunawayLevel)) return true;
+    }
+    return false;
+}
+
 void TapFilter::processInPlace(float* buffer, uint32_t count) { process(buffer, buffer, count); }
 
 const char* TapFilter::typeName(int32_t type) {

@@ -46,6 +46,18 @@ public:
     virtual void processInPlace(float* buffer, uint32_t count);
     virtual void process(const float* input, float* output, uint32_t count);
 
+    // audio thread. Forgets the state: the filter starts from silence.
+    void clearState() { state_ = State{}; }
+    // audio thread. Whether the state has left every signal's range: not a
+    // number, infinite, or past kRunawayLevel. The coefficients keep the
+    // filter stable, so this means a fault upstream; the owner then clears
+    // the state rather than let it sound, or stay NaN, for ever.
+    bool hasRunAway() const { return hasRunAway(state_); }
+    static bool hasRunAway(const State& state);
+    // Far above any state a real signal gives, far below a state whose
+    // output would overflow a float.
+    static constexpr double kRunawayLevel = 1e30;
+
     int32_t type() const { return type_; }
     float sampleRate() const { return sampleRate_; }
     // any thread; takes the lock.

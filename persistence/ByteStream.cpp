@@ -18,4 +18,10 @@ bool FileStream::write(const void* buffer, size_t length, size_t* count) {
     return true;
 }
 
+bool StringOutputStream::write(const void* buffer, size_t length, size_t* count) {
+    text_.append(static_cast<const char*>(buffer), length);
+    if (count) *count = length;
+    return true;
+}
+
 }  // namespace varitap

@@ -1,10 +1,11 @@
 // Byte streams for the presets file: an abstract stream with fixed-size reads
-// and writes in the machine's byte order, and a stream over a POSIX file
-// descriptor.
+// and writes in the machine's byte order, a stream over a POSIX file
+// descriptor, and one into memory.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 #include "persistence/RefObject.h"
 
@@ -44,6 +45,19 @@ public:
 
 private:
     int descriptor_;
+};
+
+// A stream that collects what is written to it in memory (reads fail): a
+// writer's text without a file. any thread, one at a time.
+class StringOutputStream : public ByteStream {
+public:
+    bool read(void*, size_t, size_t*) override { return false; }
+    bool write(const void* buffer, size_t length, size_t* count) override;
+
+    const std::string& text() const { return text_; }
+
+private:
+    std::string text_;
 };
 
 }  // namespace varitap

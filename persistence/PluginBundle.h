@@ -1,6 +1,7 @@
 // Where the plug-in's own bundle lives, and the resources inside it:
 //   Varitap.vst/Contents/<arch>-linux/Varitap.so
 //   Varitap.vst/Contents/Resources/<name>.<type>
+// (the LV2 bundle Varitap.lv2 has the same Contents).
 #pragma once
 
 #include <string>

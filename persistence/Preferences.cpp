@@ -1,18 +1,17 @@
 #include "persistence/Preferences.h"
 
-#include <fcntl.h>
 #include <glib.h>
 #include <glib/gstdio.h>
 #include <pwd.h>
-#include <sys/file.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdio>
 #include <charconv>
 #include <cstdlib>
 #include <cstring>
 #include <string>
+
+#include "persistence/FolderLock.h"
 
 namespace varitap {
 
@@ -56,29 +55,6 @@ char* readValue(const std::string& path, const std::string& group, const char* k
     return g_key_file_get_string(keys.file, group.c_str(), key, nullptr);
 }
 
-// Serialises writers across threads and processes: an exclusive flock on the
-// configuration folder itself for the read-change-replace cycle, so that two
-// instances writing different keys at once both keep their change. Locking the
-// folder (not a lock file) leaves nothing behind in the user's folder.
-class FolderLock {
-public:
-    explicit FolderLock(const std::string& folder)
-        : fd_(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
-        if (fd_ >= 0) {
-            while (::flock(fd_, LOCK_EX) != 0 && errno == EINTR) {
-            }
-        }
-    }
-    ~FolderLock() {
-        if (fd_ >= 0) ::close(fd_);  // closing drops the lock
-    }
-    FolderLock(const FolderLock&) = delete;
-    FolderLock& operator=(const FolderLock&) = delete;
-
-private:
-    int fd_;
-};
-
 // Re-reads the file, lets change() alter the one key and replaces the file
 // atomically (GLib writes a temporary file in the same folder and renames it).
 // A file that exists but cannot be parsed is first kept as "<file>.bak"; if
@@ -88,6 +64,8 @@ void writeThrough(const std::string& path, Change change) {
     const std::string folder = path.substr(0, path.rfind('/'));
     if (folder.empty()) return;
     g_mkdir_with_parents(folder.c_str(), 0700);
+    // One writer at a time, here and in other processes: two instances
+    // writing different keys at once both keep their change.
     FolderLock lock(folder);
 
     KeyFile keys;

@@ -17,6 +17,9 @@ inline constexpr const char* kOptionDelayTimeResample = "Delay Time Resample";
 inline constexpr const char* kOptionDelayTimeInSamples = "DelayTimeDisplayInSamples";
 inline constexpr const char* kOptionSmoothFactor = "Automation Smooth Factor";
 inline constexpr const char* kOptionBackgroundBitmap = "Background Bitmap";
+// The editor's zoom chosen by the user, in percent (100, 125, 150, 175, 200);
+// written only when the user picks one.
+inline constexpr const char* kOptionEditorZoom = "Editor Zoom";
 
 class Preferences : public SharedObject<Preferences> {
 public:

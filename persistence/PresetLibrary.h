@@ -3,7 +3,8 @@
 // (read-only, kFactory), then the user's folders from
 // $XDG_CONFIG_HOME/brelmo.varitap.presets.xml. The first plug-in instance
 // creates and loads it, later instances share it, and every instance's
-// destruction rewrites the user file from memory.
+// destruction saves what this process changed since it last read or wrote
+// the user file, merged with what other processes saved there meanwhile.
 //
 // Threads: construction and destruction of plug-in instances and the
 // editor's menu commands, all on the host's user-interface thread. No lock.
@@ -11,6 +12,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "persistence/ObjectList.h"
 #include "persistence/Preset.h"
@@ -46,9 +48,24 @@ public:
     // Replaces the file at path with the user folders, atomically: the text
     // goes to a temporary file in the same folder, which is renamed over the
     // old one only when every byte was written, so an interrupted or failed
-    // save leaves the old file whole. A user file that was found unreadable
-    // when this library loaded it is first kept as <path>.bak. True on success.
+    // save leaves the old file whole. True on success.
     bool saveFile(const std::string& path);
+
+    // The shared library's user file (see acquireForInstance). Whether the
+    // user folders differ from the file as this library last read or wrote
+    // it: a folder or preset added or removed, a name or a preset changed.
+    bool hasChanges() const;
+    // construction thread. Saves this library's changes into its user file
+    // without losing what other processes saved there since this library last
+    // read or wrote it. Under the configuration folder's lock the file is read
+    // again, the other processes' changes are taken into this library (their
+    // new folders and presets added at the end, their removals applied; a
+    // folder one side removed while the other added to it keeps the added
+    // presets), and the result replaces the file. A file that is there but
+    // does not read as a presets file is first kept as <path>.bak, and this
+    // library's folders replace it. Without a change nothing is read or
+    // written. True when the file holds this library's user folders.
+    bool saveChanges();
 
     uint32_t folderCount() const { return folders_.count(); }
     PresetFolder* folderAt(uint32_t index) const {
@@ -70,8 +87,9 @@ public:
     // The same with explicit files, for tools and tests.
     static PresetLibrary* acquireForInstance(const std::string& factoryPath,
                                              const std::string& userPath);
-    // construction thread. If the library exists: saves the user file and
-    // releases one reference (the last one destroys the library).
+    // construction thread. If the library exists: saves its changes
+    // (saveChanges) and releases one reference (the last one destroys the
+    // library).
     static void saveAndRelease();
 
     // Where the files are: $XDG_CONFIG_HOME (else $HOME/.config) with the
@@ -81,15 +99,44 @@ public:
     static std::string factoryPresetsPath();
 
 private:
+    // What reading a presets file found.
+    enum class FileState {
+        kMissing,     // no such file
+        kUnopenable,  // there, but it cannot be opened
+        kEmpty,       // opened, no bytes
+        kNotPresets,  // opened, but not a well-formed presets file
+        kLoaded,      // read
+    };
+
+    // One preset and one user folder as the user file held them: the objects
+    // (kept alive, so that identity is never mistaken) and their texts then.
+    struct PresetRecord {
+        RefPtr<Preset> preset;
+        std::string text;  // the preset as the file writes it
+    };
+    struct FolderRecord {
+        RefPtr<PresetFolder> folder;
+        std::string name;
+        std::vector<PresetRecord> presets;
+    };
+    using Records = std::vector<FolderRecord>;
+
+    FileState readFile(const std::string& path, bool factory);
+    // keepOldAsBackup: the file at path is first kept as <path>.bak.
+    bool writeFile(const std::string& path, bool keepOldAsBackup);
+    // The user folders as they are now.
+    Records snapshot() const;
+    // Applies to this library what changed between synced_ and theirs (the
+    // file as it is now); returns theirs in this library's objects.
+    Records takeInChanges(const Records& theirs);
+
     ObjectList folders_;
     bool loadingFactory_ = false;
-    // Set when the user file is there but loaded nothing (not well-formed,
-    // cut, or not openable): the first save keeps it as .bak before replacing
-    // it, so a bad file never costs the user their presets. An empty file
-    // holds nothing to keep and does not replace an older .bak.
-    std::string unreadableUserFile_;
     // The user file this library was loaded from and saves to.
     std::string userPath_;
+    // The user folders as the user file held them when this library last read
+    // or wrote it: what its changes are measured against.
+    Records synced_;
 };
 
 }  // namespace varitap

@@ -12,6 +12,7 @@ packages=(
   libxcb1-dev libxkbcommon-x11-dev libxkbcommon-dev libfontconfig-dev  # windows, keys, fonts
   libglib2.0-dev                      # options key file
   libsndfile1-dev                     # audio files in the command-line host
+  lv2-dev lilv-utils sordi            # LV2 declarations; lv2_validate, lv2info, lv2apply in tests
   gettext                             # locale catalogues
   locales                             # locale sources: tests build a German (decimal comma) locale
   libgtest-dev googletest libgmock-dev libbenchmark-dev  # tests and benchmarks

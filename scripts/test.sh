@@ -2,7 +2,7 @@
 # Builds Varitap and runs every test: in the optimised build, in the
 # ThreadSanitizer build (the tests labelled "threads" only), an aarch64
 # cross build with an emulated check, a short fuzzing run of the presets
-# reader, and in the AddressSanitizer + UndefinedBehaviorSanitizer build, which runs last so
+# reader and of the whole plug-in, and in the AddressSanitizer + UndefinedBehaviorSanitizer build, which runs last so
 # that the output ends with its ctest summary. Installs missing Debian
 # packages first (Debian's Ardour too, for the real-host test, where the
 # shared harness that drives it is there). Exits non-zero when any build or test failed.
@@ -67,8 +67,9 @@ fi
 echo "=== aarch64 ==="
 bash scripts/check-aarch64.sh || status=1
 
-# The presets reader under libFuzzer (clang, ASan+UBSan) for a fixed time.
-echo "=== presets fuzzing ==="
+# The presets reader and the whole plug-in under libFuzzer (clang,
+# ASan+UBSan), for a fixed total time.
+echo "=== fuzzing ==="
 bash scripts/fuzz.sh "${VARITAP_FUZZ_SECONDS:-60}" || status=1
 
 if build debug; then run_tests debug; else status=1; fi

@@ -3,8 +3,11 @@
 #include <cairo-xcb.h>
 #include <poll.h>
 
+#include <charconv>
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 
 #include "gui/DrawContext.h"
 #include "gui/Font.h"
@@ -246,6 +249,20 @@ bool X11Frame::openDialog(uintptr_t ownerId, const Rect& size, const char* title
     return showWindow(screen_->root_visual, size, true);
 }
 
+void X11Frame::resize(const Rect& size) {
+    if (!connection_ || windowGone_ || size.isEmpty()) return;
+    width_ = size.width();
+    height_ = size.height();
+    const uint32_t values[] = {static_cast<uint32_t>(width_), static_cast<uint32_t>(height_)};
+    // Waited for: the window has its new size before anything is drawn in it.
+    const uint16_t mask = XCB_CONFIG_WINDOW_WIDTH | XCB_CONFIG_WINDOW_HEIGHT;
+    std::free(xcb_request_check(connection_,
+                                xcb_configure_window_checked(connection_, window_, mask, values)));
+    cairo_xcb_surface_set_size(windowSurface_, width_, height_);
+    if (backBuffer_) cairo_surface_destroy(backBuffer_);
+    backBuffer_ = cairo_image_surface_create(CAIRO_FORMAT_RGB24, width_, height_);
+}
+
 void X11Frame::disconnect() {
     keyboard_.reset();
     if (connection_) xcb_disconnect(connection_);
@@ -301,7 +318,8 @@ void X11Frame::handleEvent(xcb_generic_event_t* event, bool redrawOnly) {
         case XCB_EXPOSE: {
             auto* e = reinterpret_cast<xcb_expose_event_t*>(event);
             if (e->window == window_) {
-                frame_.invalidate(Rect::fromSize(e->x, e->y, e->width, e->height));
+                frame_.invalidate(frame_.pixelScale().toLogical(
+                    Rect::fromSize(e->x, e->y, e->width, e->height)));
             }
             return;
         }
@@ -317,10 +335,12 @@ void X11Frame::handleEvent(xcb_generic_event_t* event, bool redrawOnly) {
         pending_.push_back(event);
         return;
     }
+    // Positions reach the frame in logical pixels.
+    const PixelScale& scale = frame_.pixelScale();
     switch (type) {
         case XCB_BUTTON_PRESS: {
             auto* e = reinterpret_cast<xcb_button_press_event_t*>(event);
-            const Point p{e->event_x, e->event_y};
+            const Point p = scale.toLogical(Point{e->event_x, e->event_y});
             const uint32_t mods = X11Keyboard::modifiersFromState(e->state);
             if (e->detail == 4 || e->detail == 5) {
                 frame_.dispatchWheel(p, e->detail == 4 ? 1.0f : -1.0f, buttonsFromState(e->state));
@@ -332,14 +352,15 @@ void X11Frame::handleEvent(xcb_generic_event_t* event, bool redrawOnly) {
         case XCB_BUTTON_RELEASE: {
             auto* e = reinterpret_cast<xcb_button_release_event_t*>(event);
             if (buttonBit(e->detail)) {
-                frame_.dispatchMouseUp(Point{e->event_x, e->event_y},
+                frame_.dispatchMouseUp(scale.toLogical(Point{e->event_x, e->event_y}),
                                        buttonsFromState(e->state) & ~buttonBit(e->detail));
             }
             break;
         }
         case XCB_MOTION_NOTIFY: {
             auto* e = reinterpret_cast<xcb_motion_notify_event_t*>(event);
-            frame_.dispatchMouseMoved(Point{e->event_x, e->event_y}, buttonsFromState(e->state));
+            frame_.dispatchMouseMoved(scale.toLogical(Point{e->event_x, e->event_y}),
+                                      buttonsFromState(e->state));
             break;
         }
         case XCB_KEY_PRESS: {
@@ -364,15 +385,18 @@ void X11Frame::drawDirty() {
     if (area.isEmpty()) return;
     cairo_t* cr = cairo_create(backBuffer_);
     {
-        DrawContext dc(cr);
+        DrawContext dc(cr, frame_.scale());
         frame_.drawArea(dc, area);
     }
     cairo_destroy(cr);
     cairo_surface_flush(backBuffer_);
+    // Every device pixel the area touches (those it shares with a neighbour
+    // hold what was drawn for them last).
+    const Rect pixels = frame_.pixelScale().toDevice(area).intersect(Rect(0, 0, width_, height_));
     cr = cairo_create(windowSurface_);
     cairo_set_operator(cr, CAIRO_OPERATOR_SOURCE);
     cairo_set_source_surface(cr, backBuffer_, 0, 0);
-    cairo_rectangle(cr, area.left, area.top, area.width(), area.height());
+    cairo_rectangle(cr, pixels.left, pixels.top, pixels.width(), pixels.height());
     cairo_fill(cr);
     cairo_destroy(cr);
     cairo_surface_flush(windowSurface_);
@@ -427,4 +451,51 @@ void X11Frame::timerLoop() {
 }
 
 }  // namespace x11
+
+double xftDpi(const char* resources, size_t length) {
+    // One "name:<blanks>value" per line, as xrdb writes them.
+    constexpr std::string_view kName = "Xft.dpi:";
+    std::string_view text(resources ? resources : "", resources ? length : 0);
+    while (!text.empty()) {
+        const size_t end = text.find('\n');
+        std::string_view line = text.substr(0, end);
+        text = end == std::string_view::npos ? std::string_view() : text.substr(end + 1);
+        if (line.substr(0, kName.size()) != kName) continue;
+        line.remove_prefix(kName.size());
+        while (!line.empty() && (line.front() == ' ' || line.front() == '\t')) {
+            line.remove_prefix(1);
+        }
+        double dpi = 0.0;
+        const auto result = std::from_chars(line.data(), line.data() + line.size(), dpi);
+        if (result.ec == std::errc() && std::isfinite(dpi) && dpi > 0.0) return dpi;
+    }
+    return 0.0;
+}
+
+double displayScale() {
+    int screenNumber = 0;
+    xcb_connection_t* c = xcb_connect(nullptr, &screenNumber);
+    if (!c || xcb_connection_has_error(c)) {
+        if (c) xcb_disconnect(c);
+        return 0.0;
+    }
+    // The resources live on the first screen's root window.
+    double dpi = 0.0;
+    const xcb_screen_t* screen = xcb_setup_roots_iterator(xcb_get_setup(c)).data;
+    if (screen) {
+        xcb_get_property_reply_t* reply = xcb_get_property_reply(
+            c,
+            xcb_get_property(c, 0, screen->root, XCB_ATOM_RESOURCE_MANAGER, XCB_ATOM_STRING, 0,
+                             1u << 20),
+            nullptr);
+        if (reply && reply->format == 8) {
+            dpi = xftDpi(static_cast<const char*>(xcb_get_property_value(reply)),
+                         static_cast<size_t>(xcb_get_property_value_length(reply)));
+        }
+        std::free(reply);
+    }
+    xcb_disconnect(c);
+    return dpi / 96.0;
+}
+
 }  // namespace varitap::gui

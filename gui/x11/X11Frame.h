@@ -26,6 +26,7 @@ public:
 
     bool openChild(uintptr_t parent, const Rect& size) override;
     bool openDialog(uintptr_t owner, const Rect& size, const char* title) override;
+    void resize(const Rect& size) override;
     void close() override;
     bool isOpen() const override { return connection_ != nullptr && !windowGone_; }
     uint32_t windowId() const override { return window_; }
@@ -64,7 +65,7 @@ private:
     std::atomic<bool> windowGone_{false};
     bool dialog_ = false;
     bool fontsHeld_ = false;
-    int width_ = 0;
+    int width_ = 0;   // device pixels
     int height_ = 0;
 
     // Events the timer took off the connection but may not act on.

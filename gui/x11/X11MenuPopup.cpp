@@ -1,6 +1,8 @@
 // Option menus popped up as override-redirect windows on the frame's own
 // connection, with pointer and keyboard grabs, until a choice, Escape or a
-// click outside. Sub-menus open beside their entry.
+// click outside. Sub-menus open beside their entry. Menus take the frame's
+// scale: their layout is logical, their windows and root positions device
+// pixels.
 #include <cairo-xcb.h>
 #include <poll.h>
 
@@ -31,16 +33,17 @@ struct MenuWindow {
     OptionMenu* menu = nullptr;  // kept alive by the top menu
     std::vector<uint32_t> flags;
     std::vector<Rect> items;  // menu coordinates, in columns when the menu is long
+    Point size;               // logical
     MenuNavigator nav{{}};
     xcb_window_t window = 0;
     cairo_surface_t* surface = nullptr;
-    Rect rect;  // root coordinates
+    Rect rect;  // root coordinates, device pixels
 };
 
 class MenuPopup {
 public:
-    MenuPopup(X11Frame& platform, OptionMenu& top)
-        : p_(platform), top_(top), c_(platform.connection()) {}
+    MenuPopup(X11Frame& platform, OptionMenu& top, const PixelScale& scale)
+        : p_(platform), top_(top), c_(platform.connection()), scale_(scale) {}
     ~MenuPopup() {
         while (!stack_.empty()) closeLast();
         xcb_ungrab_pointer(c_, XCB_CURRENT_TIME);
@@ -59,10 +62,13 @@ private:
     void choose(size_t level, int index);
     void handle(xcb_generic_event_t* e);
     void highlight(size_t level, int index);
+    // The item of menu window w under a root position, -1 when none.
+    int itemAt(const MenuWindow& w, int rootX, int rootY) const;
 
     X11Frame& p_;
     OptionMenu& top_;
     xcb_connection_t* c_;
+    PixelScale scale_;
     std::vector<MenuWindow> stack_;
     bool done_ = false;
     bool chosen_ = false;
@@ -73,12 +79,13 @@ private:
     bool armed_ = false;
 };
 
-int textWidth(OptionMenu& menu) {
+// The widest entry in logical pixels, measured as drawn at scale.
+int textWidth(OptionMenu& menu, double scale) {
     cairo_surface_t* s = cairo_image_surface_create(CAIRO_FORMAT_A8, 1, 1);
     cairo_t* cr = cairo_create(s);
     int w = 0;
     {
-        DrawContext dc(cr);
+        DrawContext dc(cr, scale);
         dc.setFont(menu.font());
         for (int i = 0; i < menu.nbEntries(); ++i) {
             w = std::max(w, static_cast<int>(dc.stringWidth(menu.entry(i)) + 0.99));
@@ -95,11 +102,15 @@ bool MenuPopup::open(OptionMenu& menu, Point at, int avoidLeft) {
     w.flags = menu.allFlags();
     w.nav = MenuNavigator(w.flags);
     xcb_screen_t* screen = p_.screen();
-    const int columnWidth = std::max(kMinWidth, textWidth(menu) + kCheckColumn + kArrowColumn);
-    w.items = MenuLayout::layoutColumns(w.flags, columnWidth, screen->height_in_pixels);
-    const Point size = MenuLayout::menuSize(w.items, columnWidth);
-    const int width = size.x;
-    const int height = size.y;
+    const int columnWidth =
+        std::max(kMinWidth, textWidth(menu, scale_.factor()) + kCheckColumn + kArrowColumn);
+    // Long menus break into columns at the screen's height, in logical pixels.
+    const int screenHeight = static_cast<int>(screen->height_in_pixels / scale_.factor());
+    w.items = MenuLayout::layoutColumns(w.flags, columnWidth, screenHeight);
+    w.size = MenuLayout::menuSize(w.items, columnWidth);
+    const Rect pixels = scale_.toDevice(Rect(0, 0, w.size.x, w.size.y));
+    const int width = pixels.width();
+    const int height = pixels.height();
     Point pos = MenuLayout::placeOnScreen(at, width, height, screen->width_in_pixels,
                                           screen->height_in_pixels);
     // A sub-menu that does not fit on the right opens on the left of its parent.
@@ -150,13 +161,13 @@ void MenuPopup::draw(MenuWindow& w) {
     if (!w.surface) return;
     cairo_t* cr = cairo_create(w.surface);
     {
-        DrawContext dc(cr);
-        const int width = w.rect.width();
+        DrawContext dc(cr, scale_.factor());
+        const int width = w.size.x;
         dc.setFillColor(kMenuBack);
-        dc.fillRect(Rect(0, 0, width, w.rect.height()));
+        dc.fillRect(Rect(0, 0, width, w.size.y));
         dc.setLineColor(kMenuBorder);
         dc.setLineWidth(1.0);
-        dc.drawRect(Rect(0, 0, width, w.rect.height()));
+        dc.drawRect(Rect(0, 0, width, w.size.y));
         dc.setFont(w.menu->font());
         const bool checkStyle = (w.menu->style() & OptionMenu::kCheckStyle) != 0;
         for (int i = 0; i < static_cast<int>(w.flags.size()); ++i) {
@@ -213,6 +224,11 @@ int MenuPopup::menuAt(int rootX, int rootY) const {
     return -1;
 }
 
+int MenuPopup::itemAt(const MenuWindow& w, int rootX, int rootY) const {
+    return MenuLayout::itemAt(w.items,
+                              scale_.toLogical(Point{rootX - w.rect.left, rootY - w.rect.top}));
+}
+
 void MenuPopup::highlight(size_t level, int index) {
     MenuWindow& w = stack_[level];
     if (w.nav.highlighted() == index) return;
@@ -228,8 +244,9 @@ void MenuPopup::openSubmenuOf(size_t level) {
     OptionMenu* sub = w.menu->submenu(index);
     if (!sub || sub->nbEntries() == 0) return;
     const Rect& item = w.items[static_cast<size_t>(index)];
-    const Point at{w.rect.left + item.right - 2, w.rect.top + item.top - MenuLayout::kPadding};
-    open(*sub, at, w.rect.left + item.left + 2);
+    const Point at = scale_.toDevice(Point{item.right - 2, item.top - MenuLayout::kPadding});
+    const Point avoid = scale_.toDevice(Point{item.left + 2, 0});
+    open(*sub, Point{w.rect.left + at.x, w.rect.top + at.y}, w.rect.left + avoid.x);
 }
 
 void MenuPopup::choose(size_t level, int index) {
@@ -266,8 +283,7 @@ void MenuPopup::handle(xcb_generic_event_t* e) {
             const int level = menuAt(ev->root_x, ev->root_y);
             if (level < 0) break;
             MenuWindow& w = stack_[static_cast<size_t>(level)];
-            const int index = MenuLayout::itemAt(
-                w.items, Point{ev->root_x - w.rect.left, ev->root_y - w.rect.top});
+            const int index = itemAt(w, ev->root_x, ev->root_y);
             armed_ = true;
             if (!w.nav.isSelectable(index)) break;
             if (w.nav.highlighted() != index) {
@@ -289,9 +305,7 @@ void MenuPopup::handle(xcb_generic_event_t* e) {
             if (ev->detail > 3) break;
             const int level = menuAt(ev->root_x, ev->root_y);
             if (level < 0 || !armed_) break;
-            MenuWindow& w = stack_[static_cast<size_t>(level)];
-            const int index = MenuLayout::itemAt(
-                w.items, Point{ev->root_x - w.rect.left, ev->root_y - w.rect.top});
+            const int index = itemAt(stack_[static_cast<size_t>(level)], ev->root_x, ev->root_y);
             if (index >= 0) choose(static_cast<size_t>(level), index);
             break;
         }
@@ -376,16 +390,17 @@ bool MenuPopup::run(Point rootPoint) {
 bool X11Frame::popupMenu(OptionMenu& menu, Point where) {
     if (!connection_ || windowGone_) return false;
     // Frame point to root coordinates.
+    const Point pixel = frame_.pixelScale().toDevice(where);
     xcb_translate_coordinates_reply_t* t = xcb_translate_coordinates_reply(
         connection_,
         xcb_translate_coordinates(connection_, window_, screen_->root,
-                                  static_cast<int16_t>(where.x), static_cast<int16_t>(where.y)),
+                                  static_cast<int16_t>(pixel.x), static_cast<int16_t>(pixel.y)),
         nullptr);
     if (!t) return false;
     const Point root{t->dst_x, t->dst_y};
     std::free(t);
     RefPtr<OptionMenu> keep(&menu);
-    MenuPopup popup(*this, menu);
+    MenuPopup popup(*this, menu, frame_.pixelScale());
     return popup.run(root);
 }
 

@@ -1,5 +1,12 @@
 // Every picture of the editor's art, drawn with cairo. Each function returns
 // a new ARGB32 image surface that the caller destroys.
+//
+// The editor bitmaps are drawn from this vector source twice: at build time
+// at scale 1 into the bundle's PNGs (varitap_artgen), and at run time by the
+// editor at its own scale when that is not 100 % (the varitap_painter library),
+// so that the art is as sharp at 200 % as at 100 %. scale is device pixels
+// per logical pixel; a picture of w x h logical pixels has
+// ceil(w * scale) x ceil(h * scale) pixels.
 #pragma once
 
 #include <cairo.h>
@@ -9,16 +16,27 @@
 
 namespace varitap::art {
 
-cairo_surface_t* drawAboutBox();       // bitmap 2
-cairo_surface_t* drawMenuHandle();     // bitmap 3
-cairo_surface_t* drawStrip();          // bitmap 100
-cairo_surface_t* drawSyncButton();     // bitmap 101
-cairo_surface_t* drawSliderHandle();   // bitmap 102
-cairo_surface_t* drawPanel();          // bitmap 200
-cairo_surface_t* drawPowerButton();    // bitmap 201
-cairo_surface_t* drawTypeSwitch();     // bitmap 202
-cairo_surface_t* drawTableView();      // bitmap 300
-cairo_surface_t* drawTableToggle();    // bitmap 301
+cairo_surface_t* drawAboutBox(double scale = 1.0);       // bitmap 2
+cairo_surface_t* drawMenuHandle(double scale = 1.0);     // bitmap 3
+cairo_surface_t* drawStrip(double scale = 1.0);          // bitmap 100
+cairo_surface_t* drawSyncButton(double scale = 1.0);     // bitmap 101
+cairo_surface_t* drawSliderHandle(double scale = 1.0);   // bitmap 102
+cairo_surface_t* drawPanel(double scale = 1.0);          // bitmap 200
+cairo_surface_t* drawPowerButton(double scale = 1.0);    // bitmap 201
+cairo_surface_t* drawTypeSwitch(double scale = 1.0);     // bitmap 202
+cairo_surface_t* drawTableView(double scale = 1.0);      // bitmap 300
+cairo_surface_t* drawTableToggle(double scale = 1.0);    // bitmap 301
+
+// The editor bitmaps by resource number ("bmp%05d"), with their logical size.
+struct EditorBitmap {
+    int resourceNumber;
+    int width;
+    int height;
+    cairo_surface_t* (*draw)(double scale);
+};
+const std::vector<EditorBitmap>& editorBitmaps();
+// The entry of a resource number, null when the art has none.
+const EditorBitmap* findEditorBitmap(int resourceNumber);
 
 // The background pictures, 865 x 400 each; the first is "default.png".
 struct Background {

@@ -157,9 +157,9 @@ const std::vector<Background>& backgrounds() {
     return list;
 }
 
-cairo_surface_t* drawAboutBox() {
-    cairo_surface_t* s = newPicture();
-    cairo_t* cr = cairo_create(s);
+cairo_surface_t* drawAboutBox(double scale) {
+    cairo_surface_t* s = newCanvas(kEditorWidth, kEditorHeight, scale);
+    cairo_t* cr = drawingContext(s, scale);
     fillGradient(cr, rgb(0x262c34), rgb(0x0d0f12));
     const double centerX = kEditorWidth / 2.0;
     glow(cr, centerX, 200, 460, withAlpha(palette::kAmber, 0.10));

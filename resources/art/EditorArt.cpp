@@ -1,5 +1,6 @@
 // The small editor bitmaps: tap strip, modulator panel, buttons, switch,
-// slider handle, table screen and the menu strip handle.
+// slider handle, table screen and the menu strip handle; and the list of
+// every editor bitmap by resource number.
 #include <algorithm>
 #include <cmath>
 
@@ -12,10 +13,6 @@ namespace varitap::art {
 namespace {
 
 constexpr double kLabelSize = 9.0;  // the toolkit's small font, Helvetica 9
-
-cairo_surface_t* newSurface(int width, int height) {
-    return cairo_image_surface_create(CAIRO_FORMAT_ARGB32, width, height);
-}
 
 // A label in the art, in the toolkit's small font, a shade dimmer than the
 // white values so that values stand out from what they name.
@@ -59,9 +56,9 @@ void drawButtonFace(cairo_t* cr, double x, double y, double w, double h, bool li
 
 }  // namespace
 
-cairo_surface_t* drawStrip() {
-    cairo_surface_t* s = newSurface(kStripWidth, kStripHeight);
-    cairo_t* cr = cairo_create(s);
+cairo_surface_t* drawStrip(double scale) {
+    cairo_surface_t* s = newCanvas(kStripWidth, kStripHeight, scale);
+    cairo_t* cr = drawingContext(s, scale);
     const double cardW = kCardRight - kCardLeft;
     drawCard(cr, kCardLeft, 0, cardW, kStripCardBottom, palette::kCardTop, palette::kCardBottom);
     drawHeader(cr, kCardLeft, 0, cardW, 15, palette::kAmber);
@@ -101,9 +98,9 @@ cairo_surface_t* drawStrip() {
     return s;
 }
 
-cairo_surface_t* drawPanel() {
-    cairo_surface_t* s = newSurface(kStripWidth, kPanelHeight);
-    cairo_t* cr = cairo_create(s);
+cairo_surface_t* drawPanel(double scale) {
+    cairo_surface_t* s = newCanvas(kStripWidth, kPanelHeight, scale);
+    cairo_t* cr = drawingContext(s, scale);
     const double cardW = kCardRight - kCardLeft;
     drawCard(cr, kCardLeft, kPanelCardTop, cardW, kPanelCardBottom - kPanelCardTop,
              palette::kPanelTop, palette::kPanelBottom);
@@ -127,9 +124,9 @@ cairo_surface_t* drawPanel() {
     return s;
 }
 
-cairo_surface_t* drawSyncButton() {
-    cairo_surface_t* s = newSurface(kSyncSize.width, kSyncSize.height);
-    cairo_t* cr = cairo_create(s);
+cairo_surface_t* drawSyncButton(double scale) {
+    cairo_surface_t* s = newCanvas(kSyncSize.width, kSyncSize.height, scale);
+    cairo_t* cr = drawingContext(s, scale);
     const double w = kSyncSize.width, h = kSyncSize.height / 2.0;
     for (int state = 0; state < 2; ++state) {
         const bool on = state == 1;
@@ -152,9 +149,9 @@ cairo_surface_t* drawSyncButton() {
     return s;
 }
 
-cairo_surface_t* drawSliderHandle() {
-    cairo_surface_t* s = newSurface(kSliderHandleSize.width, kSliderHandleSize.height);
-    cairo_t* cr = cairo_create(s);
+cairo_surface_t* drawSliderHandle(double scale) {
+    cairo_surface_t* s = newCanvas(kSliderHandleSize.width, kSliderHandleSize.height, scale);
+    cairo_t* cr = drawingContext(s, scale);
     const double w = kSliderHandleSize.width, h = kSliderHandleSize.height;
     roundedRect(cr, 0, 0, w, h, 2);
     setColor(cr, rgb(0x000000, 0.8));
@@ -169,9 +166,9 @@ cairo_surface_t* drawSliderHandle() {
     return s;
 }
 
-cairo_surface_t* drawPowerButton() {
-    cairo_surface_t* s = newSurface(kPowerSize.width, kPowerSize.height);
-    cairo_t* cr = cairo_create(s);
+cairo_surface_t* drawPowerButton(double scale) {
+    cairo_surface_t* s = newCanvas(kPowerSize.width, kPowerSize.height, scale);
+    cairo_t* cr = drawingContext(s, scale);
     const double size = kPowerSize.width, h = kPowerSize.height / 2.0;
     for (int state = 0; state < 2; ++state) {
         const bool on = state == 1;
@@ -235,9 +232,9 @@ void drawScreen(cairo_t* cr, double x, double y, double w, double h) {
 
 }  // namespace
 
-cairo_surface_t* drawTypeSwitch() {
-    cairo_surface_t* s = newSurface(kTypeSize.width, kTypeSize.height);
-    cairo_t* cr = cairo_create(s);
+cairo_surface_t* drawTypeSwitch(double scale) {
+    cairo_surface_t* s = newCanvas(kTypeSize.width, kTypeSize.height, scale);
+    cairo_t* cr = drawingContext(s, scale);
     const double w = kTypeSize.width, h = kTypeSize.height / 4.0;
     for (int type = 0; type < 4; ++type) {
         const double y = type * h;
@@ -278,9 +275,9 @@ cairo_surface_t* drawTypeSwitch() {
     return s;
 }
 
-cairo_surface_t* drawTableView() {
-    cairo_surface_t* s = newSurface(kTableViewSize.width, kTableViewSize.height);
-    cairo_t* cr = cairo_create(s);
+cairo_surface_t* drawTableView(double scale) {
+    cairo_surface_t* s = newCanvas(kTableViewSize.width, kTableViewSize.height, scale);
+    cairo_t* cr = drawingContext(s, scale);
     const double w = kTableViewSize.width, h = kTableViewSize.height;
     drawScreen(cr, 0, 0, w, h);
     // Alternate columns of the plot area a shade lighter, so the eight points
@@ -300,9 +297,9 @@ cairo_surface_t* drawTableView() {
     return s;
 }
 
-cairo_surface_t* drawTableToggle() {
-    cairo_surface_t* s = newSurface(kTableToggleSize.width, kTableToggleSize.height);
-    cairo_t* cr = cairo_create(s);
+cairo_surface_t* drawTableToggle(double scale) {
+    cairo_surface_t* s = newCanvas(kTableToggleSize.width, kTableToggleSize.height, scale);
+    cairo_t* cr = drawingContext(s, scale);
     const double w = kTableToggleSize.width, h = kTableToggleSize.height / 2.0;
     for (int state = 0; state < 2; ++state) {
         const bool on = state == 1;
@@ -320,9 +317,9 @@ cairo_surface_t* drawTableToggle() {
     return s;
 }
 
-cairo_surface_t* drawMenuHandle() {
-    cairo_surface_t* s = newSurface(kMenuHandleSize.width, kMenuHandleSize.height);
-    cairo_t* cr = cairo_create(s);
+cairo_surface_t* drawMenuHandle(double scale) {
+    cairo_surface_t* s = newCanvas(kMenuHandleSize.width, kMenuHandleSize.height, scale);
+    cairo_t* cr = drawingContext(s, scale);
     const double w = kMenuHandleSize.width;
     // The handle covers the menu strip from y 5 to 350 in editor coordinates.
     const double tabBottom = kMenuStrip.bottom - 2 - kMenuHandleTop;
@@ -369,6 +366,29 @@ cairo_surface_t* drawMenuHandle() {
 
     cairo_destroy(cr);
     return s;
+}
+
+const std::vector<EditorBitmap>& editorBitmaps() {
+    static const std::vector<EditorBitmap> list = {
+        {2, kAboutSize.width, kAboutSize.height, drawAboutBox},
+        {3, kMenuHandleSize.width, kMenuHandleSize.height, drawMenuHandle},
+        {100, kStripWidth, kStripHeight, drawStrip},
+        {101, kSyncSize.width, kSyncSize.height, drawSyncButton},
+        {102, kSliderHandleSize.width, kSliderHandleSize.height, drawSliderHandle},
+        {200, kStripWidth, kPanelHeight, drawPanel},
+        {201, kPowerSize.width, kPowerSize.height, drawPowerButton},
+        {202, kTypeSize.width, kTypeSize.height, drawTypeSwitch},
+        {300, kTableViewSize.width, kTableViewSize.height, drawTableView},
+        {301, kTableToggleSize.width, kTableToggleSize.height, drawTableToggle},
+    };
+    return list;
+}
+
+const EditorBitmap* findEditorBitmap(int resourceNumber) {
+    for (const EditorBitmap& b : editorBitmaps()) {
+        if (b.resourceNumber == resourceNumber) return &b;
+    }
+    return nullptr;
 }
 
 }  // namespace varitap::art

@@ -12,6 +12,8 @@
 #include <fontconfig/fontconfig.h>
 #include <sys/stat.h>
 
+#include <cstdio>
+#include <map>
 #include <string>
 
 #include "resources/art/Art.h"
@@ -46,20 +48,17 @@ int main(int argc, char** argv) {
     if (!previews.empty()) ok = ok && makeFolder(previews);
     if (!ok) return 1;
 
-    EditorBitmaps b{drawAboutBox(),    drawMenuHandle(),  drawStrip(),  drawSyncButton(),
-                    drawSliderHandle(), drawPanel(),      drawPowerButton(), drawTypeSwitch(),
-                    drawTableView(),   drawTableToggle()};
-    const struct {
-        int number;
-        cairo_surface_t* surface;
-    } files[] = {{2, b.about},    {3, b.menuHandle}, {100, b.strip}, {101, b.sync},
-                 {102, b.sliderHandle}, {200, b.panel}, {201, b.power}, {202, b.type},
-                 {300, b.tableView}, {301, b.tableToggle}};
-    for (const auto& f : files) {
+    // The editor bitmaps at scale 1, by resource number.
+    std::map<int, cairo_surface_t*> drawn;
+    for (const EditorBitmap& bitmap : editorBitmaps()) {
+        cairo_surface_t* surface = bitmap.draw(1.0);
+        drawn[bitmap.resourceNumber] = surface;
         char name[32];
-        std::snprintf(name, sizeof name, "/bmp%05d.png", f.number);
-        ok = writePng(f.surface, resources + name) && ok;
+        std::snprintf(name, sizeof name, "/bmp%05d.png", bitmap.resourceNumber);
+        ok = writePng(surface, resources + name) && ok;
     }
+    const EditorBitmaps b{drawn[2],   drawn[3],   drawn[100], drawn[101], drawn[102],
+                          drawn[200], drawn[201], drawn[202], drawn[300], drawn[301]};
 
     for (const Background& background : backgrounds()) {
         cairo_surface_t* picture = background.draw();
@@ -83,7 +82,7 @@ int main(int argc, char** argv) {
         cairo_surface_destroy(about);
     }
 
-    for (const auto& f : files) cairo_surface_destroy(f.surface);
+    for (const auto& entry : drawn) cairo_surface_destroy(entry.second);
     // Give back cairo's and fontconfig's caches so that leak checkers in the
     // sanitizer build see a clean exit.
     cairo_debug_reset_static_data();

@@ -5,6 +5,20 @@
 
 namespace varitap::art {
 
+cairo_surface_t* newCanvas(int width, int height, double scale) {
+    // Products like 1.75 x 4 land a hair off whole numbers: those count as whole.
+    auto pixels = [scale](int logical) {
+        return static_cast<int>(std::ceil(logical * scale - 1e-9));
+    };
+    return cairo_image_surface_create(CAIRO_FORMAT_ARGB32, pixels(width), pixels(height));
+}
+
+cairo_t* drawingContext(cairo_surface_t* canvas, double scale) {
+    cairo_t* cr = cairo_create(canvas);
+    if (scale != 1.0) cairo_scale(cr, scale, scale);
+    return cr;
+}
+
 void setColor(cairo_t* cr, const Color& c) { cairo_set_source_rgba(cr, c.r, c.g, c.b, c.a); }
 
 void roundedRect(cairo_t* cr, double x, double y, double w, double h, double radius) {

@@ -62,6 +62,14 @@ constexpr Color withAlpha(const Color& c, double alpha) { return {c.r, c.g, c.b,
 
 enum class Align { kLeft, kCenter, kRight };
 
+// The art is drawn in logical pixels at any scale (device pixels per logical
+// pixel): the bundle's PNGs at 1, the editor's bitmaps at its own scale when
+// it runs at another. newCanvas makes an ARGB32 picture for width x height
+// logical pixels at a scale (the size rounded up to whole device pixels);
+// drawingContext makes a context on it that draws in logical pixels.
+cairo_surface_t* newCanvas(int width, int height, double scale);
+cairo_t* drawingContext(cairo_surface_t* canvas, double scale);
+
 void setColor(cairo_t* cr, const Color& c);
 void roundedRect(cairo_t* cr, double x, double y, double w, double h, double radius);
 // Fills the current path with a vertical gradient from top to bottom colour.

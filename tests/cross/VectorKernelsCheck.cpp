@@ -3,10 +3,12 @@
 // The loops whose results must be equal are compared bit for bit over the
 // counts and alignments the x86-64 tests use. Plain main(): the cross build has
 // no test framework.
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <vector>
 
+#include "engine/FloatMode.h"
 #include "engine/VectorOps.h"
 #include "persistence/SystemInfo.h"
 
@@ -24,22 +26,6 @@ void expectSame(const char* what, const float* a, const float* b, uint32_t n, in
         std::printf("%s differs: count %u, offset %d\n", what, n, offset);
     }
 }
-
-// Flush to zero for one scope, as the plug-in sets it for a block.
-class FlushToZero {
-public:
-#if defined(__aarch64__)
-    FlushToZero() {
-        asm volatile("mrs %0, fpcr" : "=r"(saved_));
-        const uint64_t flushed = saved_ | (uint64_t(1) << 24);
-        asm volatile("msr fpcr, %0" : : "r"(flushed));
-    }
-    ~FlushToZero() { asm volatile("msr fpcr, %0" : : "r"(saved_)); }
-
-private:
-    uint64_t saved_;
-#endif
-};
 
 // The lane kernels: the tap delay over lengths that wrap within the block,
 // and the filter lanes (every lane count, each output type and mixed, exact
@@ -85,7 +71,7 @@ void checkLaneKernels(const std::vector<float>& a, const std::vector<float>& b) 
                     v = s;
                     FilterLanes scalar = filter, vector = filter;
                     if (flush) {
-                        FlushToZero mode;
+                        FlushDenormals mode;
                         filterLanesScalar(s.data(), n, lanes, scalar);
                         filterLanesVector(v.data(), n, lanes, vector);
                     } else {
@@ -115,6 +101,14 @@ int main() {
         b[i] = 0.37f - 0.0007f * static_cast<float>(i % 613);
     }
     std::vector<float> s(4200), v(4200);
+    // Values the cleaning pass must drop or keep, on every lane (11 is prime
+    // to 4).
+    const float specials[] = {std::nanf(""), HUGE_VALF, -HUGE_VALF, 1e30f, -kSampleCeiling,
+                              kSampleCeiling, std::nextafter(kSampleCeiling, HUGE_VALF), -0.0f,
+                              1e-40f, -std::nanf("")};
+    std::vector<float> odd(a);
+    for (size_t i = 0; i < odd.size(); ++i)
+        if (i % 11 < 10) odd[i] = specials[i % 11];
     for (uint32_t n : {0u, 1u, 2u, 3u, 4u, 5u, 7u, 8u, 15u, 32u, 64u, 65u, 100u, 999u, 4095u}) {
         for (int offset = 0; offset < 4; ++offset) {
             const float* in = a.data() + offset;
@@ -131,6 +125,9 @@ int main() {
                 mixReplaceVector(wetV.data() + offset, dryV.data() + offset, v.data(), n, mix);
                 expectSame("mixReplace", s.data(), v.data(), n, offset);
             }
+            sanitizeScalar(odd.data() + offset, s.data(), n);
+            sanitizeVector(odd.data() + offset, v.data(), n);
+            expectSame("sanitize", s.data(), v.data(), n, offset);
         }
     }
     checkLaneKernels(a, b);

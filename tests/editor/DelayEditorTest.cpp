@@ -11,18 +11,24 @@
 #include <atomic>
 #include <chrono>
 #include <cmath>
+#include <cstring>
+#include <functional>
 #include <thread>
 
 #include "EditorTestSupport.h"
+#include "editor/EditorDialogs.h"
 #include "editor/EditorViews.h"
 #include "engine/NoteValueTable.h"
 #include "gui/Bitmap.h"
 #include "gui/DrawContext.h"
 #include "gui/Buttons.h"
+#include "gui/Interaction.h"
 #include "gui/Knob.h"
 #include "gui/OptionMenu.h"
+#include "gui/Platform.h"
 #include "gui/Slider.h"
 #include "host/DelayEffect.h"
+#include "persistence/PresetLibrary.h"
 
 namespace varitap::test {
 namespace {
@@ -426,6 +432,170 @@ TEST_F(DelayEditorTest, KnobTurnedWithTheMouseReachesTheHostInsideOneGesture) {
     EXPECT_FLOAT_EQ(editor().feedbackKnob(0)->value(), parameter(index));
 }
 
+// The X resources of the display (the root window's RESOURCE_MANAGER
+// property) for the life of the object, as xrdb sets them.
+class DisplayResources {
+public:
+    DisplayResources(HostDisplay& display, const char* text) : display_(display) {
+        xcb_change_property(display.connection(), XCB_PROP_MODE_REPLACE, display.root(),
+                            XCB_ATOM_RESOURCE_MANAGER, XCB_ATOM_STRING, 8,
+                            static_cast<uint32_t>(std::strlen(text)), text);
+        display.sync();
+    }
+    ~DisplayResources() {
+        xcb_delete_property(display_.connection(), display_.root(), XCB_ATOM_RESOURCE_MANAGER);
+        display_.sync();
+    }
+
+private:
+    HostDisplay& display_;
+};
+
+// A picture at 200 % brought back to 100 %: each 2 x 2 block averaged.
+Image halved(const Image& big) {
+    Image small;
+    small.width = big.width / 2;
+    small.height = big.height / 2;
+    for (int y = 0; y < small.height; ++y) {
+        for (int x = 0; x < small.width; ++x) {
+            int r = 0, g = 0, b = 0;
+            for (const auto& p : {big.at(2 * x, 2 * y), big.at(2 * x + 1, 2 * y),
+                                  big.at(2 * x, 2 * y + 1), big.at(2 * x + 1, 2 * y + 1)}) {
+                r += p.r;
+                g += p.g;
+                b += p.b;
+            }
+            small.pixels.push_back(gui::test::Pixel{static_cast<uint8_t>(r / 4),
+                                                    static_cast<uint8_t>(g / 4),
+                                                    static_cast<uint8_t>(b / 4)});
+        }
+    }
+    return small;
+}
+
+// Presses the first button at a point of a window; if the window is still
+// up after a while, Escape closes it, so that a press that missed fails the
+// test instead of leaving a modal loop running.
+void pressAndEnsureClosed(HostDisplay& display, xcb_window_t w, Point at,
+                          const std::function<bool()>& closed) {
+    display.button(w, at.x, at.y, 1, true);
+    display.button(w, at.x, at.y, 1, false, XCB_BUTTON_MASK_1);
+    if (!gui::test::waitFor(closed, 2000)) pressKey(display, w, XKB_KEY_Escape);
+}
+
+TEST_F(DelayEditorTest, AtTheDisplaysTwoHundredPercentInputLandsWhereThingsAreDrawn) {
+    const int32_t feedback = tapParameterIndex(0, kTapFeedback);
+    const int32_t sync = tapParameterIndex(2, kTapSync);
+    hostSets(feedback, 0.2f);
+    hostSets(sync, 0.0f);
+    ASSERT_TRUE(host.openEditor());
+    const Image normal = host.grabEditor();
+    host.closeEditor();
+
+    // Xft.dpi 192 is 200 %. Until the editor has opened and asked the display
+    // (queries never touch X11) the host hears 865 x 400; on opening the
+    // editor asks for the size it needs.
+    DisplayResources resources(host.display(), "Xcursor.size:\t24\nXft.dpi:\t192\n");
+    EXPECT_EQ(gui::displayScale(), 2.0);
+    EXPECT_EQ(host.editorRect(), Rect(0, 0, 865, 400));
+    hostLog().clear();
+    ASSERT_TRUE(host.openEditor());
+    EXPECT_EQ(editor().scale(), 2.0);
+    EXPECT_EQ(hostLog().events(), std::vector<std::string>{"size 1730x800"});
+    EXPECT_EQ(host.editorRect(), Rect(0, 0, 1730, 800));
+    EXPECT_EQ(host.display().geometry(host.editorWindow()), Rect(0, 0, 1730, 800));
+    // The art is drawn for 200 % (not stretched); the layout stays logical.
+    EXPECT_EQ(editor().bitmap(DelayEditor::kStripBitmap)->scale(), 2.0);
+    EXPECT_EQ(editor().tapStrip(9)->viewSize(), Rect::fromSize(32 + 9 * 82, 1, 92, 280));
+
+    // Brought back to 100 %, the picture is the editor at 100 %: every part
+    // is drawn at twice its place and size.
+    const Image big = host.grabEditor();
+    saveScreenshot(big, "editor-zoom-200.png");
+    ASSERT_EQ(big.width, 1730);
+    // Glyphs hinted at 18 pixels differ from those at 9 (some 2 % of the
+    // pixels); the whole drawn one logical pixel off would differ in 6 to 8 %.
+    EXPECT_LT(differingFraction(halved(big), normal, 40), 0.04);
+
+    // A click on a button and a drag on a knob at their drawn places: 60
+    // device pixels are 30 logical ones, +0.2 on the knob.
+    const gui::PixelScale& scale = editor().frame()->pixelScale();
+    const Point button = scale.toDevice(centerOf(editor().tapSyncButton(2)));
+    host.click(button.x, button.y);
+    EXPECT_FLOAT_EQ(parameter(sync), 1.0f);
+    const Point knob = scale.toDevice(centerOf(editor().feedbackKnob(0)));
+    host.drag(knob.x, knob.y, knob.x, knob.y - 60);
+    EXPECT_NEAR(parameter(feedback), 0.4f, 1e-4f);
+
+    // The context menu opens where the menu strip was clicked, twice the
+    // size; the pointer over "About ..." lights exactly that entry's rows,
+    // and a click there shows the about box, its picture drawn for 200 %.
+    const std::vector<uint32_t> topFlags = {gui::kMenuSubmenu, gui::kMenuSeparator,
+                                            gui::kMenuSubmenu, gui::kMenuSeparator, 0, 0};
+    const int aboutTop = 2 * gui::MenuLayout::itemTop(topFlags, 5);
+    const int aboutBottom = aboutTop + 2 * gui::MenuLayout::kItemHeight;
+    Rect popup;
+    Image lit;
+    std::thread user([&] {
+        const xcb_window_t top = waitForMenus(host.display(), 1);
+        if (!top) return;
+        popup = host.display().geometry(top);
+        host.display().motion(top, popup.width() / 2, aboutTop + 9, 0);
+        gui::test::waitFor([] { return false; }, 150);
+        lit = host.display().grab(top, Rect(0, 0, popup.width(), popup.height()));
+        pressAndEnsureClosed(host.display(), top, Point{popup.width() / 2, aboutBottom - 9},
+                             [&] { return host.display().popupWindows().empty(); });
+    });
+    host.click(20, 400);
+    user.join();
+    const Point editorAt = host.display().rootPosition(host.editorWindow());
+    EXPECT_EQ(popup.left, editorAt.x + 20);
+    EXPECT_EQ(popup.top, editorAt.y + 400);
+    EXPECT_EQ(popup.height(), 2 * gui::MenuLayout::totalHeight(topFlags));
+    saveScreenshot(lit, "editor-zoom-200-menu.png");
+    ASSERT_EQ(lit.height, popup.height());
+    const int width = lit.width - 4;
+    EXPECT_GT(lit.count(Rect(2, aboutTop, 2 + width, aboutBottom), 50, 100, 200, 10), width * 24);
+    EXPECT_EQ(lit.count(Rect(0, 0, lit.width, aboutTop), 50, 100, 200, 10), 0);
+    EXPECT_EQ(lit.count(Rect(0, aboutBottom, lit.width, lit.height), 50, 100, 200, 10), 0);
+    ASSERT_TRUE(editor().aboutOverlay()->aboutShown());
+    EXPECT_EQ(editor().bitmap(DelayEditor::kAboutBitmap)->scale(), 2.0);
+    saveScreenshot(host.grabEditor(), "editor-zoom-200-about.png");
+    host.click(1200, 600);
+    EXPECT_FALSE(editor().aboutOverlay()->aboutShown());
+
+    // The name dialog takes the editor's scale: 800 x 280, the typed name
+    // drawn in its field, its OK button pressed where it is drawn.
+    ContextMenu menu = editor().buildContextMenu(Point{10, 100});
+    int addFolder = -1;
+    for (int i = 0; i < menu.presets->nbEntries(); ++i) {
+        if (std::strcmp(menu.presets->entry(i), "Add Folder ...") == 0) addFolder = i;
+    }
+    Rect dialogSize;
+    Image typed;
+    std::thread namer([&] {
+        const xcb_window_t dialog = waitForDialog(host.display());
+        if (!dialog) return;
+        dialogSize = host.display().geometry(dialog);
+        host.display().typeText(dialog, "Dub");
+        gui::test::waitFor([] { return false; }, 150);
+        typed = host.display().grab(dialog, Rect(0, 0, dialogSize.width(), dialogSize.height()));
+        pressAndEnsureClosed(host.display(), dialog, Point{2 * 345, 2 * 110},
+                             [&] { return waitForDialog(host.display(), 0) == 0; });
+    });
+    EXPECT_TRUE(editor().carryOutChoice(menu, menu.presets.get(), addFolder));
+    namer.join();
+    saveScreenshot(typed, "editor-zoom-200-dialog.png");
+    EXPECT_EQ(dialogSize.width(), 800);
+    EXPECT_EQ(dialogSize.height(), 280);
+    // Dark ink inside the field (logical 40..380 x 50..66), none below it.
+    EXPECT_GT(typed.count(Rect(82, 102, 200, 130), 0, 0, 0, 90), 40);
+    EXPECT_EQ(typed.count(Rect(82, 140, 200, 190), 0, 0, 0, 90), 0);
+    PresetLibrary* library = PresetLibrary::current();
+    ASSERT_GT(library->folderCount(), 0u);
+    EXPECT_EQ(library->folderAt(library->folderCount() - 1)->getName(), "Dub");
+}
+
 TEST(FittedDisplayTest, DropsDecimalsOnlyUntilTheTextFits) {
     cairo_surface_t* s = cairo_image_surface_create(CAIRO_FORMAT_RGB24, 10, 10);
     cairo_t* cr = cairo_create(s);
@@ -443,6 +613,22 @@ TEST(FittedDisplayTest, DropsDecimalsOnlyUntilTheTextFits) {
         char plain[32] = "123456";
         FittedDisplay::fitDecimals(dc, plain, 1.0);
         EXPECT_STREQ(plain, "123456");
+        // A field shows the same digits at every scale, though glyphs are
+        // hinted to other widths there.
+        for (double scale : {1.25, 1.5, 1.75, 2.0}) {
+            cairo_t* scaled = cairo_create(s);
+            gui::DrawContext big(scaled, scale);
+            big.setFont(gui::kNormalFontVerySmall);
+            for (const char* number : {"0.000", "-1.250", "10.000", "0.333"}) {
+                char atOne[32], atScale[32];
+                std::snprintf(atOne, sizeof atOne, "%s", number);
+                std::snprintf(atScale, sizeof atScale, "%s", number);
+                FittedDisplay::fitDecimals(dc, atOne, 23.0);
+                FittedDisplay::fitDecimals(big, atScale, 23.0);
+                EXPECT_STREQ(atScale, atOne) << scale;
+            }
+            cairo_destroy(scaled);
+        }
     }
     cairo_destroy(cr);
     cairo_surface_destroy(s);

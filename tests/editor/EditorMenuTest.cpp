@@ -6,6 +6,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <cmath>
 #include <cstring>
 #include <functional>
 #include <fstream>
@@ -110,16 +111,17 @@ TEST_F(EditorMenuTest, TreeShowsFoldersOptionsAndBackgroundsAsTheyAreNow) {
                                                            "-", "Remove Folder"}));
     EXPECT_STREQ(menu.presets->entry(menu.presets->nbEntries() - 1), "Add Folder ...");
 
-    // Options: check marks from the stored options; the Background menu.
+    // Options: check marks from the stored options; the Background and Zoom menus.
     EXPECT_EQ(entries(*menu.options), (std::vector<std::string>{"Resample (experimental)",
                                                                 "Show Delay Time in Samples",
-                                                                "Background"}));
+                                                                "Background", "Zoom"}));
     EXPECT_TRUE(menu.options->isCheckEntry(0));
     EXPECT_FALSE(menu.options->isCheckEntry(1));
     EXPECT_EQ(menu.options->submenu(2), menu.background.get());
+    EXPECT_EQ(menu.options->submenu(3), menu.zoom.get());
 
     // A current preset adds its removal at the end.
-    host.effect()->lastUserPreset = mine->presetAt(1);
+    host.effect()->lastUserPreset = RefPtr<Preset>(mine->presetAt(1));
     ContextMenu withPreset = editor().buildContextMenu(Point{10, 100});
     EXPECT_STREQ(withPreset.presets->entry(withPreset.presets->nbEntries() - 1),
                  "Remove Preset 'Cold'");
@@ -137,7 +139,7 @@ TEST_F(EditorMenuTest, CommandsAreMatchedByTextAndPresetsApply) {
     ContextMenu menu = editor().buildContextMenu(Point{10, 100});
     OptionMenu* mineMenu = menu.folders[static_cast<size_t>(folderIndex(mine))].get();
     EXPECT_TRUE(editor().carryOutChoice(menu, mineMenu, 0));
-    EXPECT_EQ(host.effect()->lastUserPreset, mine->presetAt(0));
+    EXPECT_EQ(host.effect()->lastUserPreset.get(), mine->presetAt(0));
     EXPECT_NEAR(host.effect()->program().values[delay], 0.25f, 1e-6f);
 
     // A preset named like a command carries out the command instead.
@@ -148,7 +150,7 @@ TEST_F(EditorMenuTest, CommandsAreMatchedByTextAndPresetsApply) {
     EXPECT_EQ(library->folderCount(), before - 1);
     EXPECT_EQ(folderIndex(mine), -1);
     // The current preset went with its folder and is no longer current.
-    EXPECT_EQ(host.effect()->lastUserPreset, nullptr);
+    EXPECT_EQ(host.effect()->lastUserPreset.get(), nullptr);
     EXPECT_EQ(indexOf(*editor().buildContextMenu(Point{}).presets, "Remove Preset 'Quarter'"), -1);
     // "Add Preset ..." opens the name dialog: cancelled, nothing is added.
     std::thread user = answerDialog(host.display(), nullptr, XKB_KEY_Escape);
@@ -157,21 +159,59 @@ TEST_F(EditorMenuTest, CommandsAreMatchedByTextAndPresetsApply) {
     EXPECT_EQ(other->presetCount(), 1u);
 
     // Removing the current preset looks only in writable folders.
-    host.effect()->lastUserPreset = other->presetAt(0);
+    host.effect()->lastUserPreset = RefPtr<Preset>(other->presetAt(0));
     ContextMenu third = editor().buildContextMenu(Point{10, 100});
     EXPECT_TRUE(editor().carryOutChoice(third, third.presets.get(),
                                         indexOf(*third.presets, "Remove Preset 'Add Preset ...'")));
     EXPECT_EQ(other->presetCount(), 0u);
-    EXPECT_EQ(host.effect()->lastUserPreset, nullptr);
+    EXPECT_EQ(host.effect()->lastUserPreset.get(), nullptr);
 
     Preset* factoryPreset = library->folderAt(0)->presetAt(0);
     ASSERT_NE(factoryPreset, nullptr);
-    host.effect()->lastUserPreset = factoryPreset;
+    host.effect()->lastUserPreset = RefPtr<Preset>(factoryPreset);
     ContextMenu fourth = editor().buildContextMenu(Point{10, 100});
     const uint32_t factoryCount = library->folderAt(0)->presetCount();
     editor().carryOutChoice(fourth, fourth.presets.get(), fourth.presets->nbEntries() - 1);
     EXPECT_EQ(library->folderAt(0)->presetCount(), factoryCount);
     EXPECT_EQ(library->folderAt(0)->presetAt(0), factoryPreset);
+}
+
+// Two instances in one process share the library. When the other instance's
+// menu removes the preset this one is using (with its folder, or as its own
+// current preset), this instance's menu no longer offers to remove it and
+// carries on working.
+TEST_F(EditorMenuTest, PresetRemovedByAnotherInstanceLeavesThisMenuWhole) {
+    EditorHost other;
+    ASSERT_NE(other.editor(), nullptr);
+    auto apply = [&](DelayEditor& editor, PresetFolder* folder) {
+        ContextMenu menu = editor.buildContextMenu(Point{10, 100});
+        editor.carryOutChoice(menu, menu.folders[static_cast<size_t>(folderIndex(folder))].get(), 0);
+    };
+    auto lastEntry = [](const OptionMenu& menu) { return std::string(menu.entry(menu.nbEntries() - 1)); };
+    for (const bool wholeFolder : {true, false}) {
+        SCOPED_TRACE(wholeFolder ? "Remove Folder" : "Remove Preset");
+        PresetFolder* shared = userFolder("Shared", {"Quarter"});
+        PresetFolder* kept = userFolder("Kept", {"Half"});
+        apply(editor(), shared);
+        apply(*other.editor(), shared);
+        ASSERT_EQ(lastEntry(*editor().buildContextMenu(Point{}).presets), "Remove Preset 'Quarter'");
+
+        ContextMenu theirs = other.editor()->buildContextMenu(Point{10, 100});
+        if (wholeFolder) {
+            OptionMenu* folderMenu = theirs.folders[static_cast<size_t>(folderIndex(shared))].get();
+            other.editor()->carryOutChoice(theirs, folderMenu, indexOf(*folderMenu, "Remove Folder"));
+        } else {
+            other.editor()->carryOutChoice(theirs, theirs.presets.get(),
+                                           indexOf(*theirs.presets, "Remove Preset 'Quarter'"));
+        }
+        EXPECT_EQ(lastEntry(*other.editor()->buildContextMenu(Point{}).presets), "Add Folder ...");
+
+        ContextMenu mine = editor().buildContextMenu(Point{10, 100});
+        EXPECT_EQ(indexOf(*mine.presets, "Remove Preset 'Quarter'"), -1);
+        EXPECT_EQ(lastEntry(*mine.presets), "Add Folder ...");
+        apply(editor(), kept);
+        EXPECT_EQ(lastEntry(*editor().buildContextMenu(Point{}).presets), "Remove Preset 'Half'");
+    }
 }
 
 TEST_F(EditorMenuTest, OptionsAreWrittenAndTakeEffect) {
@@ -199,6 +239,82 @@ TEST_F(EditorMenuTest, OptionsAreWrittenAndTakeEffect) {
     EXPECT_EQ(editor().delayText(tap), milliseconds);
     editor().carryOutChoice(again, again.options.get(), 0);  // Resample, unchecked before
     EXPECT_EQ(stored(kOptionDelayTimeResample), 1);
+}
+
+TEST_F(EditorMenuTest, ZoomIsCheckedStoredAndResizesTheOpenEditor) {
+    auto stored = [] {
+        long number = -1;
+        Preferences::current()->getNumber(kOptionEditorZoom, &number, 0);
+        return number;
+    };
+    auto checked = [](const OptionMenu& menu) {
+        std::string marks;
+        for (int i = 0; i < menu.nbEntries(); ++i) marks += menu.isCheckEntry(i) ? "x" : ".";
+        return marks;
+    };
+    auto windowSize = [&] { return host.display().geometry(host.editorWindow()); };
+    ASSERT_TRUE(host.openEditor());
+    const std::string options = home.readOptions();
+    ContextMenu menu = editor().buildContextMenu(Point{10, 100});
+    EXPECT_EQ(entries(*menu.zoom),
+              (std::vector<std::string>{"100%", "125%", "150%", "175%", "200%"}));
+    EXPECT_EQ(checked(*menu.zoom), "x....");
+    EXPECT_EQ(home.readOptions(), options);  // nothing is written until the user picks
+
+    // 150 %: stored, the host asked for the size, the open editor resized.
+    hostLog().clear();
+    EXPECT_TRUE(editor().carryOutChoice(menu, menu.zoom.get(), 2));
+    EXPECT_EQ(stored(), 150);
+    EXPECT_EQ(hostLog().events(), std::vector<std::string>{"size 1298x600"});
+    EXPECT_EQ(editor().frame()->scale(), 1.5);
+    EXPECT_EQ(windowSize(), Rect(0, 0, 1298, 600));
+    EXPECT_EQ(host.editorRect(), Rect(0, 0, 1298, 600));
+    const Image zoomed = host.grabEditor();
+    saveScreenshot(zoomed, "editor-zoom-150.png");
+    EXPECT_EQ(zoomed.width, 1298);
+    // Not a blank window: the art fills it.
+    const Image black{1298, 600, std::vector<gui::test::Pixel>(1298 * 600)};
+    EXPECT_GT(differingFraction(zoomed, black, 40), 0.5);
+    EXPECT_EQ(checked(*editor().buildContextMenu(Point{10, 100}).zoom), "..x..");
+
+    // A host that keeps its window: the choice is stored and shown at the
+    // next opening, and in every later instance.
+    host.setGrantsResize(false);
+    ContextMenu again = editor().buildContextMenu(Point{10, 100});
+    editor().carryOutChoice(again, again.zoom.get(), 4);
+    EXPECT_EQ(stored(), 200);
+    EXPECT_EQ(editor().frame()->scale(), 1.5);
+    EXPECT_EQ(windowSize(), Rect(0, 0, 1298, 600));
+    host.closeEditor();
+    EXPECT_EQ(host.editorRect(), Rect(0, 0, 1730, 800));
+    ASSERT_TRUE(host.openEditor());
+    EXPECT_EQ(windowSize(), Rect(0, 0, 1730, 800));
+    {
+        EditorHost other;
+        EXPECT_EQ(other.editorRect(), Rect(0, 0, 1730, 800));
+    }
+
+    // The host's own scale comes first and greys the choice; 0 gives it back.
+    editor().setScale(1.25);
+    EXPECT_EQ(windowSize(), Rect(0, 0, 1082, 500));
+    ContextMenu hosted = editor().buildContextMenu(Point{10, 100});
+    EXPECT_EQ(checked(*hosted.zoom), ".x...");
+    EXPECT_TRUE(hosted.zoom->entryFlags(4) & gui::kMenuDisabled);
+    editor().setScale(0.0);
+    EXPECT_EQ(windowSize(), Rect(0, 0, 1730, 800));
+    editor().setScale(9.0);
+    EXPECT_EQ(editor().scale(), DelayEditor::kMaxScale);
+    editor().setScale(0.0);
+
+    // Stored values and display scales go to the nearest step.
+    const struct {
+        double scale, step;
+    } steps[] = {{0.5, 1.0}, {1.1, 1.0}, {1.125, 1.25}, {1.3, 1.25}, {1.5, 1.5},
+                 {1.6, 1.5}, {1.7, 1.75}, {1.9, 2.0}, {3.0, 2.0}, {std::nan(""), 1.0}};
+    for (const auto& s : steps) EXPECT_EQ(DelayEditor::nearestZoomStep(s.scale), s.step) << s.scale;
+    host.closeEditor();
+    Preferences::current()->setNumber(kOptionEditorZoom, 130);
+    EXPECT_EQ(editor().scale(), 1.25);
 }
 
 TEST_F(EditorMenuTest, DismissedMenuChangesNothing) {

@@ -10,11 +10,13 @@
 
 #include "editor/DelayEditor.h"
 #include "gui/Bitmap.h"
-#include "host/DelayEffect.h"
+#include "host/vst2/Vst2Effect.h"
 
 namespace varitap::test {
 
 namespace {
+
+EditorHost* gCurrentHost = nullptr;  // the one alive now, if any
 
 vst::VstTimeInfo gTime = [] {
     vst::VstTimeInfo t{};
@@ -73,6 +75,11 @@ vst::VstIntPtr hostCallback(vst::AEffect* effect, int32_t opcode, int32_t index,
             return 1;
         case vst::audioMasterGetTime:
             return reinterpret_cast<vst::VstIntPtr>(&gTime);
+        case vst::audioMasterSizeWindow:
+            log.add("size " + std::to_string(index) + "x" + std::to_string(value));
+            return gCurrentHost && gCurrentHost->resizeHostWindow(index, static_cast<int>(value))
+                       ? 1
+                       : 0;
         default:
             return 0;
     }
@@ -107,11 +114,14 @@ EditorHost::EditorHost(const std::string& resources) {
                                           : resources);
     setEditorFactory(&createDelayEditor);
     aeffect_ = createDelayEffect(&hostCallback);
-    if (aeffect_) effect_ = static_cast<DelayEffect*>(AudioEffect::fromAeffect(aeffect_));
+    if (aeffect_) effect_ = &Vst2Effect::fromRecord(aeffect_)->core();
     if (display_.ok()) window_ = display_.createWindow(865, 400);
+    previousHost_ = gCurrentHost;
+    gCurrentHost = this;
 }
 
 EditorHost::~EditorHost() {
+    gCurrentHost = previousHost_;
     closeInstance();
     if (window_) display_.destroyWindow(window_);
     setEditorFactory(nullptr);
@@ -132,7 +142,21 @@ vst::VstIntPtr EditorHost::dispatch(int32_t opcode, int32_t index, vst::VstIntPt
     return aeffect_ ? aeffect_->dispatcher(aeffect_, opcode, index, value, ptr, opt) : 0;
 }
 
+gui::Rect EditorHost::editorRect() {
+    vst::ERect* rect = nullptr;
+    if (dispatch(vst::effEditGetRect, 0, 0, &rect) != 1 || !rect) return gui::Rect();
+    return gui::Rect(rect->left, rect->top, rect->right, rect->bottom);
+}
+
+bool EditorHost::resizeHostWindow(int width, int height) {
+    if (!grantsResize_ || !window_ || width <= 0 || height <= 0) return false;
+    display_.resizeWindow(window_, width, height);
+    return true;
+}
+
 bool EditorHost::openEditor() {
+    const gui::Rect r = editorRect();
+    if (window_ && !r.isEmpty()) display_.resizeWindow(window_, r.width(), r.height());
     const bool ok = dispatch(vst::effEditOpen, 0, 0,
                              reinterpret_cast<void*>(static_cast<uintptr_t>(window_))) == 1;
     if (ok) settle();
@@ -153,7 +177,8 @@ void EditorHost::settle(int rounds) {
 
 Image EditorHost::grabEditor() {
     settle();
-    return display_.grab(editorWindow(), gui::Rect(0, 0, 865, 400));
+    const gui::Rect size = display_.geometry(editorWindow());
+    return display_.grab(editorWindow(), gui::Rect(0, 0, size.width(), size.height()));
 }
 
 void EditorHost::click(int x, int y, int button) {

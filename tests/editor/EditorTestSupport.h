@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "../gui/XServer.h"
-#include "host/VstInterface.h"
+#include "host/vst2/VstInterface.h"
 
 namespace varitap {
 class DelayEditor;
@@ -41,7 +41,9 @@ private:
 };
 
 // The callback of every instance made here: a VST 2.4 host that records
-// automation and edit gestures in hostLog().
+// automation, edit gestures and window size requests ("size 1730x800") in
+// hostLog(), and gives the editor's window the size it asks for (the host
+// window of the EditorHost alive now, unless it refuses).
 vst::VstIntPtr hostCallback(vst::AEffect* effect, int32_t opcode, int32_t index,
                             vst::VstIntPtr value, void* ptr, float opt);
 HostLog& hostLog();
@@ -82,12 +84,20 @@ public:
 
     vst::VstIntPtr dispatch(int32_t opcode, int32_t index = 0, vst::VstIntPtr value = 0,
                             void* ptr = nullptr, float opt = 0.0f);
+    // As hosts do: sizes the host window to effEditGetRect, then opens.
     bool openEditor();
+    // The editor's rectangle from effEditGetRect (left, top, right, bottom).
+    gui::Rect editorRect();
+    // Whether the host grants the editor's size requests (it does unless told).
+    void setGrantsResize(bool grants) { grantsResize_ = grants; }
+    bool resizeHostWindow(int width, int height);
     void closeEditor();
     // Idles the editor a few times so that what changed is drawn.
     void settle(int rounds = 3);
+    // The editor's whole window as shown.
     Image grabEditor();
-    // Synthetic mouse on the editor's window (editor coordinates).
+    // Synthetic mouse on the editor's window (its pixels: editor coordinates
+    // times the editor's scale).
     void click(int x, int y, int button = 1);
     void drag(int x0, int y0, int x1, int y1);
     // Closes the instance (effClose), which deletes the editor.
@@ -98,6 +108,8 @@ private:
     xcb_window_t window_ = 0;
     vst::AEffect* aeffect_ = nullptr;
     DelayEffect* effect_ = nullptr;
+    bool grantsResize_ = true;
+    EditorHost* previousHost_ = nullptr;  // the one the callback served before
 };
 
 // The newest override-redirect menu window once n are up, or 0.

@@ -10,8 +10,15 @@
 #include <cstdlib>
 #include <new>
 
+#include <lv2/atom/forge.h>
+#include <lv2/time/time.h>
+
+#include <string>
+#include <vector>
+
 #include "EngineFixture.h"
 #include "engine/DelayEngine.h"
+#include "host/lv2/Lv2Effect.h"
 
 namespace {
 std::atomic<bool> gCounting{false};
@@ -126,6 +133,64 @@ TEST(AllocationTest, SteadyStateBlocksAllocateNothing) {
     // The modulators did run and write.
     EXPECT_GT(host.plainWrites, 1000);
     EXPECT_GT(host.automatedWrites, 10);
+}
+
+// The LV2 plug-in's run, which it declares hard real-time capable: ports the
+// host moves, a time:Position now and then, the busy patch's modulators.
+TEST(AllocationTest, Lv2RunAllocatesNothing) {
+    std::vector<std::string> uris;
+    LV2_URID_Map map{&uris, [](LV2_URID_Map_Handle handle, const char* uri) {
+                         auto* list = static_cast<std::vector<std::string>*>(handle);
+                         for (size_t i = 0; i < list->size(); ++i) {
+                             if ((*list)[i] == uri) return static_cast<LV2_URID>(i + 1);
+                         }
+                         list->push_back(uri);
+                         return static_cast<LV2_URID>(list->size());
+                     }};
+    const LV2_Feature mapFeature{LV2_URID__map, &map};
+    const LV2_Feature* features[] = {&mapFeature, nullptr};
+    std::unique_ptr<Lv2Effect> effect(Lv2Effect::create(44100.0, features));
+    ASSERT_NE(effect, nullptr);
+    busyPatch(effect->core().engine());
+    float control[kParameterCount];
+    for (int32_t i = 0; i < kParameterCount; ++i) {
+        control[i] = effect->core().getParameter(i);
+        effect->connectPort(static_cast<uint32_t>(i), &control[i]);
+    }
+    std::vector<float> audio[4] = {noise(512, 1), noise(512, 2), std::vector<float>(512), std::vector<float>(512)};
+    for (uint32_t p = 0; p < 4; ++p) effect->connectPort(Lv2Effect::kInputPort + p, audio[p].data());
+
+    // A sequence with one time:Position (playing at 120 BPM), and an empty one.
+    alignas(8) uint8_t position[256], empty[64];
+    LV2_Atom_Forge forge;
+    lv2_atom_forge_init(&forge, &map);
+    lv2_atom_forge_set_buffer(&forge, position, sizeof position);
+    LV2_Atom_Forge_Frame sequence, object;
+    lv2_atom_forge_sequence_head(&forge, &sequence, 0);
+    lv2_atom_forge_frame_time(&forge, 0);
+    lv2_atom_forge_object(&forge, &object, 0, map.map(map.handle, LV2_TIME__Position));
+    lv2_atom_forge_key(&forge, map.map(map.handle, LV2_TIME__speed));
+    lv2_atom_forge_float(&forge, 1.0f);
+    lv2_atom_forge_key(&forge, map.map(map.handle, LV2_TIME__beatsPerMinute));
+    lv2_atom_forge_float(&forge, 120.0f);
+    lv2_atom_forge_pop(&forge, &object);
+    lv2_atom_forge_pop(&forge, &sequence);
+    lv2_atom_forge_set_buffer(&forge, empty, sizeof empty);
+    lv2_atom_forge_sequence_head(&forge, &sequence, 0);
+    lv2_atom_forge_pop(&forge, &sequence);
+
+    effect->activate();
+    auto block = [&](int i) {
+        effect->connectPort(Lv2Effect::kControlPort, i % 100 == 0 ? position : empty);
+        control[tapParameterIndex(i % kTapCount, kTapVolume)] = static_cast<float>(i % 7) / 7.0f;
+        effect->run(512);
+    };
+    for (int i = 0; i < 20; ++i) block(i);  // warms the scratch pool
+    gAllocations = 0;
+    gCounting = true;
+    for (int i = 20; i < 1020; ++i) block(i);
+    gCounting = false;
+    EXPECT_EQ(gAllocations.load(), 0);
 }
 
 }  // namespace

@@ -2,19 +2,17 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <memory>
 #include <random>
+#include <utility>
 #include <vector>
 
-#include "engine/VectorOps.h"
-
 #include "EngineFixture.h"
-
-#if defined(__SSE2__)
-#include <xmmintrin.h>
-#endif
+#include "engine/FloatMode.h"
+#include "engine/VectorOps.h"
 
 namespace varitap {
 namespace {
@@ -219,22 +217,166 @@ TEST_P(DelayEngineTest, AModulatorCanSwitchOffItsOwnPower) {
     EXPECT_EQ(modulator.phase(), 512.0f);
 }
 
-TEST_P(DelayEngineTest, ResumeResetsHeadsAndModulatorsSampleRateReachesAll) {
-    plainTap(engine, 0, 300, 1, 1);
-    engine.modulator(0).setPower(true);
-    engine.modulator(0).setSync(false);
-    Channels in(2, 256, 1.0f), out(2, 256);
-    engine.processReplacing(in.get(), out.get(), 256);
-    EXPECT_GT(engine.modulator(0).phase(), 0.0f);
+// Every tap filtered and fed back, with the modulators still (they would
+// move the settings), so that a new engine with the same settings is the
+// reference for "nothing of the past is heard".
+void stillBusyPatch(DelayEngine& engine) {
+    busyPatch(engine);
+    for (int m = 0; m < kModulatorCount; ++m) engine.modulator(m).setPower(false);
+}
+
+// Equal blocks from two engines fed the same blocks (fresh copies: the mix
+// may scale the arrays it is given).
+void expectSameBlocks(DelayEngine& engine, DelayEngine& reference, Channels& in, Channels& referenceIn,
+                      int blocks) {
+    for (int b = 0; b < blocks; ++b) {
+        Channels a = in, c = referenceIn, outA(2, 512, 7.0f), outC(2, 512, 7.0f);
+        engine.processReplacing(a.get(), outA.get(), 512);
+        reference.processReplacing(c.get(), outC.get(), 512);
+        for (int ch = 0; ch < 2; ++ch) ASSERT_EQ(outA[ch], outC[ch]) << "block " << b << " channel " << ch;
+        for (int ch = 0; ch < 2; ++ch) {
+            in.set(ch, noise(512, 100 + 2 * b + ch));
+            referenceIn.set(ch, noise(512, 100 + 2 * b + ch));
+        }
+    }
+}
+
+TEST_P(DelayEngineTest, SuspendAndResumeLeaveNothingOfThePast) {
+    FakeEngineHost referenceHost;
+    DelayEngine reference(referenceHost);
+    referenceHost.engine = &reference;
+    stillBusyPatch(engine);
+    stillBusyPatch(reference);
+    // A modulator writing into its own table (nothing audible), to see its
+    // phase restart.
+    TableModulator& modulator = engine.modulator(0);
+    modulator.setIndex(modulatorParameterIndex(0, kModulatorTableFirst));
+    modulator.setSync(false);
+    modulator.setPower(true);
+    Channels in(2, 512), out(2, 512);
+    for (int b = 0; b < 8; ++b) {
+        Channels block(2, 512);
+        block.set(0, noise(512, b));
+        block.set(1, noise(512, b + 50));
+        engine.processReplacing(block.get(), out.get(), 512);
+    }
+    EXPECT_GT(modulator.phase(), 0.0f);
     engine.suspend();
     engine.resume();
+    // Requested only: the next block call carries it out, even one without
+    // frames, whatever thread asked.
+    EXPECT_EQ(engine.tap(0).position(), 8u * 512u % 1000u);
+    engine.processReplacing(in.get(), out.get(), 0);
     EXPECT_EQ(engine.tap(0).position(), 0u);
-    EXPECT_EQ(engine.modulator(0).phase(), 0.0f);
+    EXPECT_EQ(modulator.phase(), 0.0f);
+    // Lines and filters hold nothing of the noise: the engine sounds as the
+    // new one does, echoes, feedback and filter ringing alike.
+    in[0][3] = 1.0f;
+    in[1][9] = -0.5f;
+    Channels referenceIn = in;
+    expectSameBlocks(engine, reference, in, referenceIn, 12);
+
     host.sampleRate = 96000.0f;
     engine.setSampleRate(96000.0f);
+    // Rates reach taps, filters and (for their displays) modulators at once.
     EXPECT_EQ(engine.tap(5).sampleRate(), 96000.0f);
     EXPECT_EQ(engine.tap(5).filter().sampleRate(), 96000.0f);
     EXPECT_EQ(engine.modulator(5).sampleRate(), 96000.0f);
+}
+
+// A sample that is not a number or lies past the ceiling is read as silence,
+// in the lines, the filters and the dry mix alike: the engine then sounds
+// exactly as one given 0 there, at once and from then on. The ceiling
+// itself is signal.
+TEST_P(DelayEngineTest, BadInputSamplesAreReadAsSilence) {
+    const float inf = HUGE_VALF, ceiling = kSampleCeiling;
+    const std::pair<float, float> rows[] = {
+        {std::nanf(""), 0.0f}, {inf, 0.0f},      {-inf, 0.0f},        {1e30f, 0.0f},
+        {-2.0f * ceiling, 0.0f}, {std::nextafter(ceiling, inf), 0.0f}, {ceiling, ceiling},
+        {-ceiling, -ceiling}};
+    for (const auto& [bad, readAs] : rows) {
+        SCOPED_TRACE(testing::Message() << bad);
+        FakeEngineHost hosts[2];
+        DelayEngine first(hosts[0]), second(hosts[1]);
+        DelayEngine* engines[2] = {&first, &second};
+        for (int e = 0; e < 2; ++e) {
+            hosts[e].engine = engines[e];
+            hosts[e].setTime(120.0, 0.0, 0);
+            busyPatch(*engines[e]);
+            // Tap 9 also reads a bus: Out 1's, as the lower taps left it.
+            engines[e]->setInputChannel(9, inputValue(21));
+        }
+        Channels in(2, 512);
+        in.set(0, noise(512, 1));
+        in.set(1, noise(512, 2));
+        Channels referenceIn = in;
+        in[0][100] = bad;
+        in[1][511] = bad;
+        referenceIn[0][100] = readAs;
+        referenceIn[1][511] = readAs;
+        expectSameBlocks(first, second, in, referenceIn, 20);
+    }
+
+    // Buses are cleaned as taps read them: a chain of taps under full
+    // feedback cannot build past the ceiling. Tap 0 sums a loud constant
+    // into Intern 1 for ever; tap 1 hears it only while it is signal.
+    plainTap(engine, 0, 0, 1, 21);
+    engine.tap(0).setFeedback(1.0f);
+    engine.tap(0).setVolume(1.0f);
+    plainTap(engine, 1, 0, 41, 1);
+    engine.setWetDry(0.0f);
+    Channels loud(2, 512, ceiling / 4.0f), out(2, 512);
+    std::vector<float> heard;
+    for (int b = 0; b < 3; ++b) {
+        Channels block = loud;
+        engine.processReplacing(block.get(), out.get(), 512);
+        heard.insert(heard.end(), out[0].begin(), out[0].end());
+    }
+    EXPECT_GT(heard[5], 0.0f);
+    EXPECT_EQ(heard.back(), 0.0f);
+    for (float x : heard) ASSERT_LE(x, ceiling);
+}
+
+// Feedback tails fall to exact silence with the filter on and off: without
+// flushing, 0.95 times the smallest subnormal rounds back to it and a line
+// never empties. The caller's floating-point mode is its own again after
+// every call, whether it flushed already or not.
+TEST_P(DelayEngineTest, TailsFallToExactSilenceUnderTheHostsOwnFloatMode) {
+    plainTap(engine, 0, 64, 1, 1);
+    plainTap(engine, 1, 64, 1, 2);
+    for (int t = 0; t < 2; ++t) engine.tap(t).setFeedback(0.95f);
+    engine.tap(1).setParameter(kTapFilterType, 0.5f);  // "LowPass"
+    engine.tap(1).setParameter(kTapCutoff, 0.3f);
+    engine.setWetDry(0.0f);
+    Channels in(2, 512), out(2, 512);
+    in[0][0] = 1.0f;
+    // 0.95^k passes the smallest normal float after some 1700 round trips of
+    // 64 samples: 213 blocks.
+    int silentFrom = -1;
+    for (int b = 0; b < 400; ++b) {
+        // Read just before the call: the test's own arithmetic raises flags.
+        const FlushDenormals::Mode before = FlushDenormals::mode();
+        engine.processReplacing(in.get(), out.get(), 512);
+        ASSERT_EQ(FlushDenormals::mode(), before) << "block " << b;
+        in[0][0] = 0.0f;
+        const bool silent = std::all_of(out[0].begin(), out[0].end(), [](float x) { return x == 0.0f; }) &&
+                            std::all_of(out[1].begin(), out[1].end(), [](float x) { return x == 0.0f; });
+        if (!silent) silentFrom = -1;
+        else if (silentFrom < 0) silentFrom = b;
+    }
+    // A caller that flushes already keeps that too.
+    const FlushDenormals::Mode hostMode = FlushDenormals::mode();
+    FlushDenormals::setMode(hostMode | FlushDenormals::kFlushBits);
+    engine.processReplacing(in.get(), out.get(), 512);
+    const FlushDenormals::Mode after = FlushDenormals::mode();
+    FlushDenormals::setMode(hostMode);
+    EXPECT_EQ(after, hostMode | FlushDenormals::kFlushBits);
+    EXPECT_GE(silentFrom, 100);
+    EXPECT_LT(silentFrom, 300);
+    for (int t = 0; t < 2; ++t) {
+        const float* line = engine.tap(t).line();
+        EXPECT_TRUE(std::all_of(line, line + engine.tap(t).getBufferSize(), [](float x) { return x == 0.0f; }));
+    }
 }
 
 TEST_P(DelayEngineTest, BadValuesNeverCrashOrReachTheOutput) {
@@ -297,10 +439,12 @@ TEST(DelayEngineVectorTest, ScalarVectorAndInPlaceBlocksAreEqual) {
 // taps through the internal and wet buses, unconnected pins (the scratch
 // bus), every filter type, synchronised lengths that grow the lines, resample
 // mode, modulators writing anything (other modulators included), silence
-// that lets lines fall idle, and blocks of 1 to 4096 frames. Under flush to
-// zero, in every kernel set the processor has: the scalar set against its
-// plain form, and the SSE2 and AVX2 sets against the vector plain form and
-// each other.
+// that lets lines fall idle, and blocks of 1 to 4096 frames. Faults too:
+// inputs with samples that are not numbers or lie past the ceiling, loud
+// inputs that chained taps under full feedback would build past it (the
+// buses' cleaning), and filter states that ran away. In every kernel set the
+// processor has: the scalar set against its plain form, and the SSE2 and
+// AVX2 sets against the vector plain form and each other.
 class RandomPatch {
 public:
     explicit RandomPatch(unsigned seed) : random_(seed) {}
@@ -340,20 +484,7 @@ public:
     std::mt19937 random_;
 };
 
-// Flush to zero and denormals as zero, as the plug-in sets them for a block.
-class FlushToZero {
-public:
-#if defined(__SSE2__)
-    FlushToZero() : saved_(_mm_getcsr()) { _mm_setcsr(saved_ | 0x8040u); }
-    ~FlushToZero() { _mm_setcsr(saved_); }
-
-private:
-    unsigned saved_;
-#endif
-};
-
 TEST(DelayEngineWavesTest, WavesMatchThePlainFormInEveryKernelSet) {
-    FlushToZero flush;
     struct Form {
         bool scalar;
         bool avx2;
@@ -397,12 +528,25 @@ TEST(DelayEngineWavesTest, WavesMatchThePlainFormInEveryKernelSet) {
             const uint32_t n = patch.chance(0.15f) ? 1 + uint32_t(patch.below(4096))
                                                    : 1 + uint32_t(patch.below(600));
             Channels in(2, n);
-            // Noise, or silence (so that lines can fall idle), or a burst.
+            // Noise, or silence (so that lines can fall idle), or a burst,
+            // or loud noise; now and then with bad samples in it.
+            const float bad[] = {std::nanf(""), HUGE_VALF, -HUGE_VALF, 2.0f * kSampleCeiling};
             for (int c = 0; c < 2; ++c) {
-                const int kind = patch.below(3);
+                const int kind = patch.below(4);
                 if (kind == 0) in.set(c, noise(n, state * 31 + unsigned(block * 2 + c)));
                 if (kind == 2) in[c][patch.below(int(n))] = 0.5f;
+                if (kind == 3) {
+                    in.set(c, noise(n, state * 31 + unsigned(block * 2 + c)));
+                    for (float& x : in[c]) x *= 0.5f * kSampleCeiling;
+                }
+                if (patch.chance(0.2f))
+                    for (int i = 0; i < 3; ++i) in[c][patch.below(int(n))] = bad[patch.below(4)];
             }
+            // A filter state that ran away (as a fault upstream could leave
+            // it), on a tap that may be filtered or not, running or idle.
+            const int runaway = patch.chance(0.15f) ? patch.below(kTapCount) : -1;
+            const double runawayStates[] = {std::nan(""), HUGE_VAL, 1e100};
+            const double runawayState = runawayStates[patch.below(3)];
             // A few parameters move between blocks (ramps, routing, lengths).
             const int changes = patch.below(4);
             int changed[3];
@@ -416,6 +560,7 @@ TEST(DelayEngineWavesTest, WavesMatchThePlainFormInEveryKernelSet) {
                 ScalarScope scalar(forms[e].scalar);
                 allowAvx2ForTesting(forms[e].avx2);
                 for (int i = 0; i < changes && i < 3; ++i) engines[e]->setParameter(changed[i], changedValues[i]);
+                if (runaway >= 0) engines[e]->tap(runaway).filter().setState({0.0, runawayState, 0.0, 0.0});
                 hosts[e].timeInfo.samplePos = songPosition;
                 Channels input = in, out(outputs, n, 7.0f);
                 engines[e]->processReplacing(input.get(), out.get(), int32_t(n));

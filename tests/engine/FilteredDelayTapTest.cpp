@@ -66,6 +66,41 @@ TEST_F(FilteredDelayTapTest, FiltersTheDelayedSignalAfterTheLine) {
     expectPlainEcho(first);
 }
 
+// A filter state out of every signal's range (NaN, infinite, or past the
+// runaway level, as a fault upstream could leave it) is caught at the end of
+// its block: the tap adds nothing for that block and then sounds as a new
+// tap, before or after its line. Without the catch, NaN would stay for ever.
+TEST_F(FilteredDelayTapTest, ARunawayFilterStartsAgainFromSilence) {
+    const double bad[] = {std::nan(""), HUGE_VAL, 1e100};
+    for (bool filterFirst : {false, true}) {
+        for (double state : bad) {
+            SCOPED_TRACE(testing::Message() << "filter first " << filterFirst << " state " << state);
+            FilteredDelayTap tap, fresh;
+            for (FilteredDelayTap* t : {&tap, &fresh}) {
+                t->setFilterFirst(filterFirst);
+                t->setDelaySamples(300);
+                t->setFeedback(0.7f);
+                t->setParameter(kTapFilterType, 0.5f);
+                t->setParameter(kTapCutoff, 0.2f);
+                t->setParameter(kTapResonance, 0.8f);
+            }
+            std::vector<float> in = test::noise(512, 3), out(512, 0.25f);
+            tap.process(in.data(), out.data(), 512, 1.0f, false, 0.0);
+            tap.filter().setState({state, 0.0, 0.0, state});
+            std::fill(out.begin(), out.end(), 0.25f);
+            tap.process(in.data(), out.data(), 512, 1.0f, false, 0.0);
+            for (float x : out) ASSERT_EQ(x, 0.25f);
+            EXPECT_EQ(tap.filter().state().band, 0.0);
+            for (int b = 0; b < 4; ++b) {
+                std::vector<float> in1 = test::noise(512, 10 + b), in2 = in1, out1(512, 0.0f), out2(512, 0.0f);
+                tap.process(in1.data(), out1.data(), 512, 1.0f, false, 0.0);
+                fresh.process(in2.data(), out2.data(), 512, 1.0f, false, 0.0);
+                ASSERT_EQ(out1, out2) << "block " << b;
+            }
+        }
+    }
+}
+
 TEST_F(FilteredDelayTapTest, FilterRowsReachTheFilter) {
     FilteredDelayTap tap;
     tap.setParameter(kTapFilterType, 0.74f);  // quantised to "LowPass"

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <random>
@@ -44,6 +45,11 @@ private:
     std::vector<float> storage_;
     float* data_;
 };
+
+bool sameBits(const std::vector<float>& a, const std::vector<float>& b) {
+    return a.size() == b.size() &&
+           (a.empty() || std::memcmp(a.data(), b.data(), a.size() * sizeof(float)) == 0);
+}
 
 bool aligned16(const void* p) { return (reinterpret_cast<uintptr_t>(p) & 15u) == 0; }
 
@@ -111,6 +117,27 @@ TEST(VectorOpsTest, ElementwiseKernelsMatchScalarOverCountsAndAlignments) {
             vsmulVector(a.data(), -2.5f, a.data(), count);
             ASSERT_EQ(a.copy(), expected);
             ASSERT_TRUE(a.guardsIntact() && b.guardsIntact() && c1.guardsIntact() && c2.guardsIntact());
+
+            // Cleaning: every kind of value on every lane (11 is prime to
+            // 4), compared bit for bit (-0 stays -0, a subnormal is kept).
+            const float specials[] = {std::nanf(""),  HUGE_VALF,      -HUGE_VALF,
+                                      1e30f,          -kSampleCeiling, kSampleCeiling,
+                                      std::nextafter(kSampleCeiling, HUGE_VALF), -0.0f, 1e-40f,
+                                      -std::nanf("")};
+            Guarded d(count, offset, 5), e1(count, (offset + 2) % 4, 6), e2(count, (offset + 2) % 4, 6);
+            std::vector<float> clean(count);
+            for (uint32_t k = 0; k < count; ++k) {
+                if (k % 11 < 10) d.data()[k] = specials[k % 11];
+                const float x = d.data()[k];
+                clean[k] = std::fabs(x) <= kSampleCeiling ? x : 0.0f;
+            }
+            sanitizeScalar(d.data(), e1.data(), count);
+            sanitizeVector(d.data(), e2.data(), count);
+            ASSERT_TRUE(sameBits(e1.copy(), clean));
+            ASSERT_TRUE(sameBits(e2.copy(), clean));
+            sanitizeVector(d.data(), d.data(), count);
+            ASSERT_TRUE(sameBits(d.copy(), clean));
+            ASSERT_TRUE(d.guardsIntact() && e1.guardsIntact() && e2.guardsIntact());
         }
     }
 }
@@ -282,6 +309,7 @@ TEST(VectorOpsTest, FilterLanesMatchTheFilterLoop) {
 TEST(VectorOpsTest, KernelsFollowTheVectorUnitFlag) {
     forceScalarForTesting(true);
     EXPECT_EQ(kernels().tapLoop, scalarKernels().tapLoop);
+    EXPECT_EQ(kernels().sanitize, sanitizeScalar);
     forceScalarForTesting(false);
     EXPECT_EQ(kernels().tapLoop, hasVectorUnit() ? vectorKernels().tapLoop : scalarKernels().tapLoop);
 }

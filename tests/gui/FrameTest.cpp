@@ -9,6 +9,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdio>
+#include <cstring>
 #include <functional>
 #include <string>
 #include <thread>
@@ -16,10 +17,13 @@
 #include "Recorder.h"
 #include "XServer.h"
 #include "gui/Bitmap.h"
+#include "gui/BitmapView.h"
 #include "gui/Buttons.h"
+#include "gui/DrawContext.h"
 #include "gui/Knob.h"
 #include "gui/OptionMenu.h"
 #include "gui/ParamDisplay.h"
+#include "gui/Platform.h"
 #include "gui/Slider.h"
 
 namespace varitap::gui {
@@ -163,6 +167,181 @@ TEST_F(FrameTest, SyntheticInputTurnsKnobAndStepsSwitchBothWays) {
     EXPECT_EQ(rec.log, "b91;v91;e91;b91;v91;e91;b91;v91;e91;");
     EXPECT_EQ(switcher->currentPosition(), 3);
     EXPECT_TRUE(waitFor([&] { return window().count(switcher->viewSize(), 255, 255, 0, 10) > 150; }));
+}
+
+// A view that draws a white line across its middle.
+class LineView : public View {
+public:
+    using View::View;
+    void draw(DrawContext& dc) override {
+        const Rect& r = viewSize();
+        dc.setLineColor(kWhiteColor);
+        dc.setLineWidth(1.0);
+        const int y = (r.top + r.bottom) / 2;
+        dc.drawLine(Point{r.left, y}, Point{r.right, y});
+    }
+};
+
+// A frame at 150 % and then, while open, at 200 %: the window and the pixels
+// grow, the views and mouse positions stay logical, fills keep their edges on
+// whole device pixels, a picture drawn for the scale is copied as it is and a
+// photo of scale 1 is resampled smoothly.
+TEST_F(FrameTest, ScaledFrameDrawsAndTakesInputInLogicalPixels) {
+    frame = makeRef<Frame>(Rect(0, 0, 200, 100), &rec);
+    frame->setFallbackDelay(0);
+    frame->setScale(1.5);
+    const std::string bg = dir.path() + "/bg.png";
+    const Color back{40, 60, 90, 255}, lowBack{70, 40, 40, 255};
+    ASSERT_TRUE(test::writeBandsPng(bg, 200, 100, {back, lowBack}));
+    frame->setBackground(makeRef<Bitmap>(bg).get());
+    knob = makeRef<Knob>(Rect(13, 12, 38, 37), &rec, 21);
+    knob->setValue(0.5f);
+    frame->addView(knob.get());
+    // A red field with a white frame whose edges fall on half device pixels
+    // at 150 %, and a white line at logical row 80.
+    auto field = makeRef<ParamDisplay>(Rect(101, 11, 131, 21), nullptr, -1,
+                                       ParamDisplay::kNoTextStyle | ParamDisplay::kFrameStyle);
+    field->setBackColor(Color{255, 0, 0, 255});
+    field->setFrameColor(kWhiteColor);
+    frame->addView(field.get());
+    frame->addView(makeRef<LineView>(Rect(0, 75, 100, 85)).get());
+    // A picture drawn for 150 %: 30 x 15 device pixels of a green column
+    // left of a blue one, for 20 x 10 logical pixels, placed at an odd spot.
+    cairo_surface_t* art = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, 30, 15);
+    cairo_t* cr = cairo_create(art);
+    cairo_set_source_rgb(cr, 0, 1, 0);
+    cairo_rectangle(cr, 0, 0, 13, 15);
+    cairo_fill(cr);
+    cairo_set_source_rgb(cr, 0, 0, 1);
+    cairo_rectangle(cr, 13, 0, 17, 15);
+    cairo_fill(cr);
+    cairo_destroy(cr);
+    auto picture = makeRef<Bitmap>();
+    ASSERT_TRUE(picture->setPicture(art, 20, 10, 1.5));
+    auto pictureView = makeRef<BitmapView>(Rect::fromSize(151, 61, 20, 10), picture.get());
+    frame->addView(pictureView.get());
+
+    ASSERT_TRUE(frame->open(hostWindow));
+    frame->idle();
+    const xcb_window_t w = frame->windowId();
+    EXPECT_EQ(host.geometry(w), Rect(0, 0, 300, 150));
+    const Image expected = test::renderOffscreen(*frame);
+    ASSERT_EQ(expected.width, 300);
+    Image shown;
+    EXPECT_TRUE(waitFor([&] {
+        shown = host.grab(w, Rect(0, 0, 300, 150));
+        return difference(shown, expected) < 0.002;
+    }));
+    // The field from device column round(151.5) = 152 to round(196.5) = 197
+    // (exclusive), rows 17 to 32: a frame two whole pixels wide, red inside,
+    // and nothing half drawn at its edges. The line: rows 120 and 121.
+    auto is = [&](int x, int y, Color c) { return shown.at(x, y).near(c.red, c.green, c.blue, 0); };
+    const Color red{255, 0, 0, 255};
+    for (int x = 148; x < 202; ++x) {
+        const Color c = x < 152 || x >= 197 ? back : x < 154 || x >= 195 ? kWhiteColor : red;
+        EXPECT_TRUE(is(x, 24, c)) << x;
+    }
+    for (int y = 14; y < 36; ++y) {
+        const Color c = y < 17 || y >= 32 ? back : y < 19 || y >= 30 ? kWhiteColor : red;
+        EXPECT_TRUE(is(170, y, c)) << y;
+    }
+    for (int y = 117; y < 125; ++y) {
+        EXPECT_TRUE(is(60, y, y == 120 || y == 121 ? kWhiteColor : lowBack)) << y;
+    }
+    // The picture: its 30 columns whole, from round(226.5) = 227, unblended.
+    for (int x = 227; x < 257; ++x) {
+        EXPECT_TRUE(shown.at(x, 98).near(0, x < 240 ? 255 : 0, x < 240 ? 0 : 255, 0)) << x;
+    }
+
+    // 45 device pixels up are 30 logical pixels: +0.2 on the knob.
+    const Point centre = frame->pixelScale().toDevice(Point{25, 24});
+    host.button(w, centre.x, centre.y, 1, true);
+    host.motion(w, centre.x, centre.y - 45, XCB_BUTTON_MASK_1);
+    host.button(w, centre.x, centre.y - 45, 1, false, XCB_BUTTON_MASK_1);
+    ASSERT_TRUE(waitFor([&] {
+        frame->idle();
+        return rec.log.find("e21;") != std::string::npos;
+    }));
+    EXPECT_NEAR(knob->value(), 0.7f, 1e-5);
+    // Only the knob was drawn again, every device pixel it touches whole.
+    const Image turned = test::renderOffscreen(*frame);
+    int stale = -1;
+    EXPECT_TRUE(waitFor([&] {
+        frame->idle();
+        const Image now = host.grab(w, Rect(0, 0, 300, 150));
+        stale = 0;
+        for (size_t i = 0; i < now.pixels.size(); ++i) {
+            const test::Pixel& p = turned.pixels[i];
+            if (!now.pixels[i].near(p.r, p.g, p.b, 8)) ++stale;
+        }
+        return stale == 0;
+    })) << stale;
+
+    // 200 % while open: a window twice the size, drawn anew; the photo's band
+    // edge (logical row 50) is resampled smoothly, the drawn picture is not.
+    frame->setScale(2.0);
+    frame->idle();
+    EXPECT_EQ(host.geometry(w), Rect(0, 0, 400, 200));
+    const Image twice = test::renderOffscreen(*frame);
+    EXPECT_TRUE(waitFor([&] {
+        shown = host.grab(w, Rect(0, 0, 400, 200));
+        return difference(shown, twice) < 0.002;
+    }));
+    EXPECT_TRUE(shown.at(10, 97).near(40, 60, 90, 0));
+    EXPECT_FALSE(shown.at(10, 99).near(40, 60, 90, 2));
+    EXPECT_FALSE(shown.at(10, 99).near(70, 40, 40, 2));
+    EXPECT_TRUE(shown.at(10, 102).near(70, 40, 40, 0));
+    const Point knobNow = frame->pixelScale().toDevice(Point{25, 24});
+    host.button(w, knobNow.x, knobNow.y, 4, true);  // the wheel over the knob
+    host.button(w, knobNow.x, knobNow.y, 4, false);
+    ASSERT_TRUE(waitFor([&] {
+        frame->idle();
+        return knob->value() > 0.705f;
+    }));
+}
+
+TEST(PixelScaleTest, ConvertsBetweenLogicalAndDevicePixelsAndReadsXftDpi) {
+    struct Case {
+        double scale;
+        Rect logical, device, backToLogical;
+        Point devicePoint, logicalPoint;
+    };
+    const Case cases[] = {
+        {1.0, {3, 4, 10, 20}, {3, 4, 10, 20}, {3, 4, 10, 20}, {7, 9}, {7, 9}},
+        {2.0, {3, 4, 10, 20}, {6, 8, 20, 40}, {3, 4, 10, 20}, {7, 9}, {3, 4}},
+        {1.5, {3, 4, 865, 400}, {4, 6, 1298, 600}, {2, 4, 866, 400}, {2, 3}, {1, 2}},
+        {1.25, {1, 4, 865, 400}, {1, 5, 1082, 500}, {0, 4, 866, 400}, {4, 6}, {3, 4}},
+        {1.75, {4, 3, 865, 400}, {7, 5, 1514, 700}, {4, 2, 866, 400}, {6, 7}, {3, 4}},
+    };
+    for (const Case& c : cases) {
+        const PixelScale s(c.scale);
+        EXPECT_EQ(s.toDevice(c.logical), c.device) << c.scale;
+        EXPECT_EQ(s.toLogical(c.device), c.backToLogical) << c.scale;
+        EXPECT_EQ(s.toLogical(c.devicePoint), c.logicalPoint) << c.scale;
+    }
+    EXPECT_EQ(PixelScale(2.0).toDevice(Point{10, 5}), (Point{20, 10}));
+    // A host's scale whose products miss whole numbers by a rounding error.
+    EXPECT_EQ(PixelScale(1.1).toDevice(Rect(0, 0, 50, 30)), Rect(0, 0, 55, 33));
+    EXPECT_EQ(PixelScale(0.0).factor(), 1.0);
+
+    const struct {
+        const char* resources;
+        double dpi;
+    } dpis[] = {
+        {"Xft.dpi:\t192\n", 192.0},
+        {"Xcursor.size:\t24\nXft.antialias:\t1\nXft.dpi:   144.5\nXft.hinting:\t1\n", 144.5},
+        {"Xft.dpi:\t120", 120.0},                // no final line break
+        {"*.dpi:\t192\nXft.dpix:\t192\n", 0.0},  // other names
+        {"Xft.dpi:\tlarge\n", 0.0},
+        {"Xft.dpi:\t-96\n", 0.0},
+        {"", 0.0},
+    };
+    for (const auto& d : dpis) {
+        EXPECT_EQ(xftDpi(d.resources, std::strlen(d.resources)), d.dpi) << d.resources;
+    }
+    EXPECT_EQ(xftDpi(nullptr, 5), 0.0);
+    // Only the given length is read.
+    EXPECT_EQ(xftDpi("Xft.dpi:\t192", 11), 19.0);
 }
 
 TEST_F(FrameTest, FallbackTimerRedrawsButLeavesInputForIdle) {

@@ -18,6 +18,12 @@
 #include <filesystem>
 #include <thread>
 
+// The screen of the private server; programs that show big windows (the
+// editor at 200 %) ask for a larger one.
+#ifndef VARITAP_XVFB_SCREEN
+#define VARITAP_XVFB_SCREEN "1280x1024x24"
+#endif
+
 namespace varitap::gui::test {
 
 namespace {
@@ -42,7 +48,7 @@ public:
                 dup2(null, 2);
             }
             ::close(fds[0]);
-            execlp("Xvfb", "Xvfb", "-displayfd", fd.c_str(), "-screen", "0", "1280x1024x24",
+            execlp("Xvfb", "Xvfb", "-displayfd", fd.c_str(), "-screen", "0", VARITAP_XVFB_SCREEN,
                    "-nolisten", "tcp", "-noreset", static_cast<char*>(nullptr));
             _exit(127);
         }
@@ -147,6 +153,12 @@ xcb_window_t HostDisplay::createWindow(int w, int h) {
 
 void HostDisplay::destroyWindow(xcb_window_t w) {
     xcb_destroy_window(c_, w);
+    sync();
+}
+
+void HostDisplay::resizeWindow(xcb_window_t w, int width, int height) {
+    const uint32_t size[] = {static_cast<uint32_t>(width), static_cast<uint32_t>(height)};
+    xcb_configure_window(c_, w, XCB_CONFIG_WINDOW_WIDTH | XCB_CONFIG_WINDOW_HEIGHT, size);
     sync();
 }
 
@@ -345,12 +357,12 @@ TempDir::~TempDir() {
 namespace varitap::gui::test {
 
 Image renderOffscreen(Frame& frame) {
-    const Rect r = frame.viewSize();
+    const Rect r = frame.pixelScale().toDevice(frame.viewSize());
     cairo_surface_t* s = cairo_image_surface_create(CAIRO_FORMAT_RGB24, r.width(), r.height());
     cairo_t* cr = cairo_create(s);
     {
-        DrawContext dc(cr);
-        frame.drawArea(dc, r);
+        DrawContext dc(cr, frame.scale());
+        frame.drawArea(dc, frame.viewSize());
     }
     cairo_destroy(cr);
     cairo_surface_flush(s);

@@ -49,6 +49,7 @@ public:
     // A mapped top-level window that plays the host's editor window.
     xcb_window_t createWindow(int w, int h);
     void destroyWindow(xcb_window_t w);
+    void resizeWindow(xcb_window_t w, int width, int height);
     void sync();
 
     Image grab(xcb_window_t w, const Rect& r);
@@ -100,6 +101,7 @@ class Frame;
 }
 
 namespace varitap::gui::test {
-// The frame drawn offscreen through the same path the window uses.
+// The frame drawn offscreen through the same path the window uses, at the
+// frame's scale.
 Image renderOffscreen(Frame& frame);
 }  // namespace varitap::gui::test

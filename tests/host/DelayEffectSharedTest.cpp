@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "FakeHost.h"
-#include "host/AEffEditor.h"
-#include "host/DelayEffect.h"
+#include "host/PluginEditor.h"
+#include "host/vst2/Vst2Effect.h"
 #include "modulation/ModulatorBase.h"
 #include "modulation/ScratchPool.h"
 #include "persistence/Preferences.h"
@@ -41,11 +41,11 @@ protected:
         EXPECT_EQ(std::system(command.c_str()), 0);
     }
 
-    static DelayEffect* make() {
+    static Vst2Effect* make() {
         AEffect* e = createDelayEffect(&FakeHost::callback);
-        return e ? static_cast<DelayEffect*>(AudioEffect::fromAeffect(e)) : nullptr;
+        return e ? Vst2Effect::fromRecord(e) : nullptr;
     }
-    static void close(DelayEffect* effect) {
+    static void close(Vst2Effect* effect) {
         AEffect* e = effect->getAeffect();
         e->dispatcher(e, effClose, 0, 0, nullptr, 0.0f);
     }
@@ -64,11 +64,11 @@ Singletons singletons() {
 TEST_F(DelayEffectShared, TwoInstancesShareTheSingletonsUntilTheLastCloses) {
     const Singletons none = singletons();
     for (const auto& single : none) ASSERT_EQ(single.first, nullptr);
-    DelayEffect* first = make();
+    Vst2Effect* first = make();
     ASSERT_NE(first, nullptr);
     const Singletons one = singletons();
     for (const auto& single : one) ASSERT_NE(single.first, nullptr);
-    DelayEffect* second = make();
+    Vst2Effect* second = make();
     ASSERT_NE(second, nullptr);
     const Singletons two = singletons();
     for (size_t i = 0; i < one.size(); ++i) {
@@ -79,7 +79,7 @@ TEST_F(DelayEffectShared, TwoInstancesShareTheSingletonsUntilTheLastCloses) {
     std::vector<float> in(512, 0.1f), out(512, 0.0f);
     float* i[2] = {in.data(), in.data() + 256};
     float* o[2] = {out.data(), out.data() + 256};
-    for (DelayEffect* effect : {first, second}) effect->getAeffect()->processReplacing(effect->getAeffect(), i, o, 256);
+    for (Vst2Effect* effect : {first, second}) effect->getAeffect()->processReplacing(effect->getAeffect(), i, o, 256);
 
     close(first);
     EXPECT_EQ(singletons(), one);
@@ -95,14 +95,14 @@ TEST_F(DelayEffectShared, UserOptionsAreReadAtConstruction) {
         options->release();
     };
     setOptions(1, 500);
-    DelayEffect* effect = make();
+    Vst2Effect* effect = make();
     ASSERT_NE(effect, nullptr);
-    for (int t = 0; t < kTapCount; ++t) EXPECT_TRUE(effect->engine().tap(t).isResampling()) << t;
+    for (int t = 0; t < kTapCount; ++t) EXPECT_TRUE(effect->core().engine().tap(t).isResampling()) << t;
     EXPECT_EQ(modulatorSmoothFactor(), 500);
 
     // The editor's Options command writes the option and flips every tap.
-    effect->setDelayTimeResample(false);
-    for (int t = 0; t < kTapCount; ++t) EXPECT_FALSE(effect->engine().tap(t).isResampling()) << t;
+    effect->core().setDelayTimeResample(false);
+    for (int t = 0; t < kTapCount; ++t) EXPECT_FALSE(effect->core().engine().tap(t).isResampling()) << t;
     long stored = -1;
     EXPECT_TRUE(Preferences::current()->getNumber(kOptionDelayTimeResample, &stored, -1));
     EXPECT_EQ(stored, 0);
@@ -113,44 +113,44 @@ TEST_F(DelayEffectShared, UserOptionsAreReadAtConstruction) {
     setModulatorSmoothFactor(kDefaultSmoothFactor);
     effect = make();
     ASSERT_NE(effect, nullptr);
-    EXPECT_FALSE(effect->engine().tap(3).isResampling());
+    EXPECT_FALSE(effect->core().engine().tap(3).isResampling());
     EXPECT_EQ(modulatorSmoothFactor(), kDefaultSmoothFactor);
     close(effect);
 }
 
 TEST_F(DelayEffectShared, ProgramZeroReappliesItsValuesOverTheEngine) {
-    DelayEffect* effect = make();
+    Vst2Effect* effect = make();
     ASSERT_NE(effect, nullptr);
-    effect->engine().tap(0).setVolume(0.1f);
-    effect->engine().setWetDry(0.9f);
-    effect->engine().modulator(2).setIndex(33);
+    effect->core().engine().tap(0).setVolume(0.1f);
+    effect->core().engine().setWetDry(0.9f);
+    effect->core().engine().modulator(2).setIndex(33);
     // Programs 1 and -1 do not exist; 0 re-applies the stored values.
     AEffect* e = effect->getAeffect();
     e->dispatcher(e, effSetProgram, 0, 1, nullptr, 0.0f);
     e->dispatcher(e, effSetProgram, 0, -1, nullptr, 0.0f);
-    EXPECT_FLOAT_EQ(effect->engine().tap(0).volume(), 0.1f);
+    EXPECT_FLOAT_EQ(effect->core().engine().tap(0).volume(), 0.1f);
     EXPECT_EQ(e->dispatcher(e, effGetProgram, 0, 0, nullptr, 0.0f), 0);
     e->dispatcher(e, effSetProgram, 0, 0, nullptr, 0.0f);
-    EXPECT_FLOAT_EQ(effect->engine().tap(0).volume(), 1.0f);
-    EXPECT_FLOAT_EQ(effect->engine().wetDry(), 0.563636f);
-    EXPECT_EQ(effect->engine().modulator(2).getIndex(), 0);
+    EXPECT_FLOAT_EQ(effect->core().engine().tap(0).volume(), 1.0f);
+    EXPECT_FLOAT_EQ(effect->core().engine().wetDry(), 0.563636f);
+    EXPECT_EQ(effect->core().engine().modulator(2).getIndex(), 0);
     // Every accepted set is mirrored in the program.
     e->setParameter(e, 92, 21.7f);
-    EXPECT_FLOAT_EQ(effect->program().values[92], 21.7f);
+    EXPECT_FLOAT_EQ(effect->core().program().values[92], 21.7f);
     e->setParameter(e, -1, 0.5f);
     e->setParameter(e, 241, 0.5f);
-    EXPECT_FLOAT_EQ(effect->program().values[0], 0.022728f);
-    EXPECT_FLOAT_EQ(effect->program().values[240], 0.0f);
+    EXPECT_FLOAT_EQ(effect->core().program().values[0], 0.022728f);
+    EXPECT_FLOAT_EQ(effect->core().program().values[240], 0.0f);
     close(effect);
 }
 
 // An editor that records what the effect tells it.
-struct RecordingEditor : AEffEditor {
+struct RecordingEditor : PluginEditor {
     static inline int alive = 0;
     static inline std::vector<std::pair<int32_t, float>> changes;
     static inline int rebuilds = 0;
     static inline int idles = 0;
-    explicit RecordingEditor(AudioEffect* effect) : AEffEditor(effect) { ++alive; }
+    RecordingEditor() { ++alive; }
     ~RecordingEditor() override { --alive; }
     void setParameter(int32_t index, float value) override { changes.emplace_back(index, value); }
     void rebuildRoutingMenus() override { ++rebuilds; }
@@ -158,11 +158,11 @@ struct RecordingEditor : AEffEditor {
 };
 
 TEST_F(DelayEffectShared, EditorHookAttachesAndHearsEveryChange) {
-    setEditorFactory([](DelayEffect& effect) -> AEffEditor* { return new RecordingEditor(&effect); });
+    setEditorFactory([](DelayEffect&) -> PluginEditor* { return new RecordingEditor; });
     RecordingEditor::changes.clear();
     RecordingEditor::rebuilds = 0;
     RecordingEditor::idles = 0;
-    DelayEffect* effect = make();
+    Vst2Effect* effect = make();
     ASSERT_NE(effect, nullptr);
     AEffect* e = effect->getAeffect();
     EXPECT_EQ(RecordingEditor::alive, 1);
@@ -199,8 +199,32 @@ TEST_F(DelayEffectShared, EditorHookAttachesAndHearsEveryChange) {
     EXPECT_EQ(RecordingEditor::alive, 0);
 }
 
+// An arrangement the instance cannot copy (no memory) is refused: the one
+// before stays and the host hears 0.
+TEST_F(DelayEffectShared, AnArrangementThatCannotBeCopiedIsRefused) {
+    struct FailingCopies : Vst2Effect {
+        using Vst2Effect::Vst2Effect;
+        bool matchArrangement(VstSpeakerArrangement** to, const VstSpeakerArrangement* from) override {
+            return !fail && Vst2Effect::matchArrangement(to, from);
+        }
+        bool fail = false;
+    };
+    auto* effect = new FailingCopies(&FakeHost::callback);
+    Arrangement mono(kSpeakerArrMono, 1), stereo(kSpeakerArrStereo, 2);
+    AEffect* e = effect->getAeffect();
+    auto offer = [&](Arrangement& in, Arrangement& out) {
+        return e->dispatcher(e, effSetSpeakerArrangement, 0, reinterpret_cast<VstIntPtr>(in.get()), out.get(), 0.0f);
+    };
+    EXPECT_EQ(offer(mono, stereo), 1);
+    effect->fail = true;
+    EXPECT_EQ(offer(stereo, mono), 0);
+    EXPECT_EQ(effect->core().inputChannels(), 1);
+    EXPECT_EQ(effect->core().outputChannels(), 2);
+    close(effect);
+}
+
 TEST_F(DelayEffectShared, TimeInformationReachesTheEngineInItsOwnTerms) {
-    DelayEffect* effect = make();
+    Vst2Effect* effect = make();
     ASSERT_NE(effect, nullptr);
     host.time.tempo = 90.0;
     host.time.samplePos = 4410.0;
@@ -218,7 +242,7 @@ TEST_F(DelayEffectShared, TimeInformationReachesTheEngineInItsOwnTerms) {
     e->dispatcher(e, effSetSampleRate, 0, 0, nullptr, -1.0f);
     e->dispatcher(e, effSetSampleRate, 0, 0, nullptr, std::numeric_limits<float>::infinity());
     EXPECT_EQ(effect->getSampleRate(), 48000.0f);
-    EXPECT_EQ(effect->engine().tap(0).sampleRate(), 48000.0f);
+    EXPECT_EQ(effect->core().engine().tap(0).sampleRate(), 48000.0f);
     e->dispatcher(e, effSetSampleRate, 0, 0, nullptr, 0.0f);
     EXPECT_EQ(effect->getSampleRate(), 0.0f);
     close(effect);

@@ -1,11 +1,13 @@
 // DelayEffect through the built bundle: channel counts by host, speaker
 // arrangements, the routing clamp, the "Init" program, echoes and suspend.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <cmath>
 #include <map>
 
+#include "../base/TestSupport.h"
 #include "FakeHost.h"
 
 namespace varitap::test {
@@ -89,19 +91,26 @@ TEST_F(DelayEffectTest, ArrangementsOverTwentyChannelsAreCutToTwentyAndRefused) 
     EXPECT_EQ(plugin.effect()->numInputs, 2);
     EXPECT_EQ(plugin.effect()->numOutputs, 2);
 
-    // The output side really has 20 wet buses: tap 1 from In 1 to Out 20.
+    // The output side really has 20 wet buses, though the host's arrays stay
+    // the record's two: tap 1 from In 1 to Out 20, tap 2 from Out 20's bus
+    // to Out 1.
     plugin.set(0, 1.5f / 44);    // In 1
     plugin.set(10, 20.5f / 24);  // Out 20
+    plugin.set(1, 40.5f / 44);   // Out 20's bus
+    plugin.set(11, 1.5f / 24);   // Out 1
     plugin.set(20, 0.0f);        // all wet
-    plugin.set(24, 0.0f);        // free delay
+    for (int tap : {0, 1}) {
+        plugin.set(21 + 7 * tap + 3, 0.0f);  // free delay
+        plugin.set(21 + 7 * tap + 2, 0.0f);  // no feedback
+    }
     plugin.set(21, 100.5f / 56000);
-    plugin.set(23, 0.0f);  // no feedback
-    std::vector<std::vector<float>> input(20, std::vector<float>(512, 0.0f));
-    std::vector<std::vector<float>> output(20, std::vector<float>(512, 0.0f));
-    plugin.processReplacing(input, output, 512);  // the volume ramp settles
+    plugin.set(28, 50.5f / 56000);
+    std::vector<std::vector<float>> input(2, std::vector<float>(512, 0.0f));
+    std::vector<std::vector<float>> output(2, std::vector<float>(512, 0.0f));
+    plugin.processReplacing(input, output, 512);  // the volume ramps settle
     input[0][0] = 1.0f;
     plugin.processReplacing(input, output, 512);
-    EXPECT_FLOAT_EQ(output[19][100], 1.0f);
+    EXPECT_FLOAT_EQ(output[0][150], 1.0f);
     EXPECT_EQ(output[0][100], 0.0f);
 
     // Missing arrangements change nothing.
@@ -113,6 +122,32 @@ TEST_F(DelayEffectTest, ArrangementsOverTwentyChannelsAreCutToTwentyAndRefused) 
     arrangements(plugin, &in, &out);
     EXPECT_EQ(in->numChannels, 2);
     EXPECT_EQ(out->numChannels, 20);
+}
+
+// Whatever arrangement the host offers, a block touches only the arrays the
+// record declares (two and two here; FakeHost ends each pointer array at a
+// page nobody may touch), and a replacing block writes every one of them:
+// silence where no wet bus feeds an output.
+TEST_F(DelayEffectTest, BlocksKeepToTheArraysTheRecordDeclares) {
+    Plugin plugin(library, host);
+    ASSERT_TRUE(plugin);
+    ASSERT_EQ(plugin.effect()->numInputs, 2);
+    ASSERT_EQ(plugin.effect()->numOutputs, 2);
+    plugin.set(20, 0.25f);
+    const std::pair<int, int> offers[] = {{3, 3}, {8, 8}, {20, 20}, {2, 1}, {1, 1}, {1, 20}, {2, 2}};
+    for (const auto& [inputs, outputs] : offers) {
+        SCOPED_TRACE(testing::Message() << inputs << " in, " << outputs << " out");
+        Arrangement in(kSpeakerArrUserDefined, inputs), out(kSpeakerArrUserDefined, outputs);
+        ASSERT_EQ(offer(plugin, in, out), 1);
+        Plugin::Buffers input(2, std::vector<float>(512, 0.5f)), output(2, std::vector<float>(512, 7.0f));
+        Plugin::Buffers added = output;
+        plugin.processReplacing(input, output, 512);
+        plugin.processAccumulating(input, added, 512);
+        // The dry share of each output whose input is read, else nothing.
+        EXPECT_EQ(output[0][0], 0.25f * 0.5f);
+        for (float x : output[1]) ASSERT_EQ(x, outputs > 1 && inputs > 1 ? 0.25f * 0.5f : 0.0f);
+        EXPECT_EQ(added[1][0], 7.0f);
+    }
 }
 
 TEST_F(DelayEffectTest, RoutingClampKeepsItsOwnComparisons) {
@@ -246,6 +281,53 @@ TEST_F(DelayEffectTest, SuspendClearsTheLinesInFlight) {
         else
             EXPECT_GT(peak, 0.9f);
     }
+}
+
+// A host's plug-in scan (load, open, a few questions, close, no editor)
+// leaves the user's configuration folder as it was: with nothing in it,
+// nothing appears; existing options and presets files are not rewritten.
+TEST_F(DelayEffectTest, ScanLeavesTheConfigurationAlone) {
+    TempDir config;
+    const std::string saved = getenv("XDG_CONFIG_HOME") ? getenv("XDG_CONFIG_HOME") : "";
+    setenv("XDG_CONFIG_HOME", config.path().c_str(), 1);
+    auto scan = [&] {
+        Plugin plugin(library, host);
+        ASSERT_TRUE(plugin);
+        plugin.dispatch(effOpen);
+        plugin.dispatch(effGetVendorString, 0, 0, std::vector<char>(256).data());
+        plugin.dispatch(effCanDo, 0, 0, const_cast<char*>("receiveVstTimeInfo"));
+        EXPECT_FALSE(plugin.name(21).empty());
+        plugin.close();
+    };
+    auto entries = [&] {
+        std::vector<std::string> names;
+        for (const auto& entry : std::filesystem::directory_iterator(config.path()))
+            names.push_back(entry.path());
+        std::sort(names.begin(), names.end());
+        return names;
+    };
+    scan();
+    EXPECT_EQ(entries(), std::vector<std::string>{});
+
+    const std::string presets = config / "brelmo.varitap.presets.xml";
+    const std::string options = config / "brelmo.varitap.conf";
+    writeFile(presets,
+              "<Presets version=\"1\">\n\t<array name=\"folder\">\n"
+              "\t\t<string name=\"name\" value=\"Mine\" />\n\t</array>\n</Presets>\n");
+    writeFile(options, "[brelmo.varitap]\nBackground Bitmap=default.png\n");
+    struct stat before[2], after[2];
+    ASSERT_EQ(stat(presets.c_str(), &before[0]), 0);
+    ASSERT_EQ(stat(options.c_str(), &before[1]), 0);
+    scan();
+    ASSERT_EQ(stat(presets.c_str(), &after[0]), 0);
+    ASSERT_EQ(stat(options.c_str(), &after[1]), 0);
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_EQ(after[i].st_ino, before[i].st_ino) << i;  // not replaced
+        EXPECT_EQ(after[i].st_mtim.tv_nsec, before[i].st_mtim.tv_nsec) << i;
+        EXPECT_EQ(after[i].st_mtim.tv_sec, before[i].st_mtim.tv_sec) << i;
+    }
+    EXPECT_EQ(entries(), (std::vector<std::string>{options, presets}));
+    setenv("XDG_CONFIG_HOME", saved.c_str(), 1);
 }
 
 }  // namespace

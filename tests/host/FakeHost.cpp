@@ -3,6 +3,8 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstddef>
@@ -46,6 +48,36 @@ private:
 
 [[maybe_unused]] ::testing::Environment* const privateConfig =
     ::testing::AddGlobalTestEnvironment(new PrivateConfigEnvironment);
+
+// Channel pointer arrays as a host hands them over, each ending right before
+// a page nobody may touch: a plug-in that reads or writes a channel pointer
+// past the count the record declares faults at once, in every build.
+class GuardedPointers {
+public:
+    explicit GuardedPointers(Plugin::Buffers& buffers) {
+        page_ = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+        void* base = mmap(nullptr, 2 * page_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        if (base == MAP_FAILED || buffers.size() > page_ / sizeof(float*)) {
+            ADD_FAILURE() << "no guarded page for " << buffers.size() << " channels";
+            return;
+        }
+        base_ = static_cast<char*>(base);
+        mprotect(base_ + page_, page_, PROT_NONE);
+        pointers_ = reinterpret_cast<float**>(base_ + page_) - buffers.size();
+        for (size_t i = 0; i < buffers.size(); ++i) pointers_[i] = buffers[i].data();
+    }
+    ~GuardedPointers() {
+        if (base_) munmap(base_, 2 * page_);
+    }
+    GuardedPointers(const GuardedPointers&) = delete;
+    GuardedPointers& operator=(const GuardedPointers&) = delete;
+    float** get() const { return pointers_; }
+
+private:
+    size_t page_ = 0;
+    char* base_ = nullptr;
+    float** pointers_ = nullptr;
+};
 
 }  // namespace
 
@@ -128,10 +160,8 @@ std::string Plugin::text(int32_t opcode, int32_t index) {
 }
 
 void Plugin::run(AEffectProcessProc process, Buffers& in, Buffers& out, int32_t frames) {
-    std::vector<float*> i, o;
-    for (auto& c : in) i.push_back(c.data());
-    for (auto& c : out) o.push_back(c.data());
-    process(effect_, i.data(), o.data(), frames);
+    GuardedPointers i(in), o(out);
+    process(effect_, i.get(), o.get(), frames);
 }
 
 Arrangement::Arrangement(int32_t type, int32_t channels) {

@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "host/VstInterface.h"
+#include "host/vst2/VstInterface.h"
 
 namespace varitap::test {
 
@@ -90,7 +90,8 @@ public:
     std::string programName() { return text(vst::effGetProgramName, 0); }
     std::string text(int32_t opcode, int32_t index);
 
-    // Runs processReplacing (or process) on the host's channel arrays.
+    // Runs processReplacing (or process) on the host's channel arrays: one
+    // pointer per buffer, the pointer arrays ending at an inaccessible page.
     using Buffers = std::vector<std::vector<float>>;
     void processReplacing(Buffers& in, Buffers& out, int32_t frames) { run(effect_->processReplacing, in, out, frames); }
     void processAccumulating(Buffers& in, Buffers& out, int32_t frames) { run(effect_->process, in, out, frames); }

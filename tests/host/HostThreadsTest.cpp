@@ -3,7 +3,9 @@
 // effMainsChanged from its process thread when an export starts), while
 // another sets every parameter and reads names, displays, labels and values
 // back into 64-byte buffers, and the plug-in's modulators write automation
-// from the audio thread. Run under ThreadSanitizer too (label "threads").
+// from the audio thread; and a host that suspends and changes the sample
+// rate from threads of its own in the middle of blocks. Run under
+// ThreadSanitizer too (label "threads").
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -18,6 +20,19 @@ namespace varitap::test {
 namespace {
 
 using namespace vst;
+
+// Block b of a sine on both inputs, at song position 512 b: whether every
+// output sample came out finite.
+bool sineBlockIsFinite(Plugin& plugin, FakeHost& host, Plugin::Buffers& in, Plugin::Buffers& out, int b) {
+    for (int c = 0; c < 2; ++c)
+        for (int s = 0; s < 512; ++s) in[c][s] = std::sin(0.01f * float(s + 512 * b + c));
+    host.time.samplePos = 512.0 * b;
+    plugin.processReplacing(in, out, 512);
+    for (int c = 0; c < 2; ++c)
+        for (float x : out[c])
+            if (!std::isfinite(x)) return false;
+    return true;
+}
 
 TEST(HostThreadsTest, ProcessAndMainsChangedOnOneThreadWhileAnotherAutomatesAndReads) {
     BundleLibrary library;
@@ -81,21 +96,77 @@ TEST(HostThreadsTest, ProcessAndMainsChangedOnOneThreadWhileAnotherAutomatesAndR
     // At least 600 blocks, and on until the other thread went twice through
     // every parameter.
     for (int b = 0; b < 600 || (reads.load() < 2 * kParameterCount && b < 100000); ++b) {
-        for (int c = 0; c < 2; ++c)
-            for (int s = 0; s < 512; ++s) in[c][s] = std::sin(0.01f * float(s + 512 * b + c));
         if (b % 100 == 50) {
             plugin.dispatch(effMainsChanged, 0, 0);
             plugin.dispatch(effMainsChanged, 0, 1);
         }
-        host.time.samplePos = 512.0 * b;
-        plugin.processReplacing(in, out, 512);
-        for (int c = 0; c < 2; ++c)
-            for (float x : out[c]) ASSERT_TRUE(std::isfinite(x)) << "block " << b;
+        ASSERT_TRUE(sineBlockIsFinite(plugin, host, in, out, b)) << "block " << b;
     }
     stop = true;
     automation.join();
     EXPECT_GE(reads.load(), 2 * kParameterCount);
     EXPECT_FALSE(host.automated.empty()) << "the modulators wrote no automation";
+}
+
+// Hosts should not, yet some do: suspend and resume, sample rate and block
+// size from two other threads while blocks run, and while the lines grow
+// (three taps synchronised to "1/4" at a tempo that falls 1.5 % every block,
+// so that their lines are reallocated inside every block). Crashes, or
+// sanitizer reports, when another thread touches line memory.
+TEST(HostThreadsTest, SuspendAndRateChangesFromOtherThreadsWhileTheLinesGrow) {
+    BundleLibrary library;
+    ASSERT_TRUE(library.loaded()) << BundleLibrary::path();
+    FakeHost host;
+    host.time.tempo = 50.0;
+    host.time.flags = kVstTransportPlaying | kVstTempoValid;
+    Plugin plugin(library, host);
+    ASSERT_TRUE(plugin);
+    plugin.dispatch(effSetSampleRate, 0, 0, nullptr, 48000.0f);
+    plugin.dispatch(effMainsChanged, 0, 1);
+    for (int t = 0; t < 3; ++t) {
+        plugin.set(kTapInputParameterBase + t, 1.5f / kInputSelectorScale);
+        plugin.set(kTapOutputParameterBase + t, 1.5f / kOutputSelectorScale);
+        plugin.set(tapParameterIndex(t, kTapSync), 1.0f);
+    }
+
+    std::atomic<bool> stop{false};
+    std::atomic<long> suspends{0}, rateChanges{0};
+    std::thread mains([&] {
+        while (!stop.load()) {
+            plugin.dispatch(effMainsChanged, 0, 0);
+            plugin.dispatch(effMainsChanged, 0, 1);
+            suspends.fetch_add(1);
+            std::this_thread::yield();
+        }
+    });
+    std::thread rates([&] {
+        // Rates a hair apart: the tempo's fall, not the rate, grows the lines.
+        const float rate[] = {48000.0f, 47952.0f, 47976.0f};
+        for (unsigned i = 0; !stop.load(); ++i) {
+            plugin.dispatch(effSetSampleRate, 0, 0, nullptr, rate[i % 3]);
+            plugin.dispatch(effSetBlockSize, 0, VstIntPtr(256) << (i % 3));
+            rateChanges.fetch_add(1);
+            std::this_thread::yield();
+        }
+    });
+
+    Plugin::Buffers in(2, std::vector<float>(512)), out(2, std::vector<float>(512));
+    int finiteBlocks = 0;
+    for (int b = 0; b < 200 && finiteBlocks == b; ++b) {
+        // 50 down to 2.4 beats per minute: lines from 1.2 s (past the 56000
+        // samples they start with) up to 25 s. A grown line lowers the
+        // "Delay" value (its length over the capacity): the host's
+        // automation puts it back on "1/4".
+        host.time.tempo = 50.0 * std::pow(0.985, b);
+        for (int t = 0; t < 3; ++t) plugin.set(tapParameterIndex(t, kTapDelay), 0.55f);
+        if (sineBlockIsFinite(plugin, host, in, out, b)) ++finiteBlocks;
+    }
+    stop = true;
+    mains.join();
+    rates.join();
+    EXPECT_EQ(finiteBlocks, 200);
+    EXPECT_GT(suspends.load(), 0);
+    EXPECT_GT(rateChanges.load(), 0);
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
-// scripts/install.sh with a prefix: the bundle lands whole where it is asked
-// to, replaces an earlier copy, and loads from there.
+// scripts/install.sh with a prefix: both bundles (VST 2 and LV2) land whole
+// where they are asked to, replace earlier copies, and load from there.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
@@ -23,7 +23,7 @@ int runInstall(const std::string& prefix) {
     return std::system(command.c_str());
 }
 
-TEST(Install, PrefixGetsOneWholeLoadableBundle) {
+TEST(Install, PrefixGetsOneWholeLoadableBundleOfEachFormat) {
     char pattern[] = "/tmp/varitap-install-XXXXXX";
     ASSERT_NE(mkdtemp(pattern), nullptr);
     const std::string prefix = pattern;
@@ -37,7 +37,7 @@ TEST(Install, PrefixGetsOneWholeLoadableBundle) {
     ASSERT_EQ(std::system(("touch '" + bundle + "/stale'").c_str()), 0);
     ASSERT_EQ(runInstall(prefix), 0);
     EXPECT_FALSE(exists(bundle + "/stale"));
-    EXPECT_EQ(std::system(("test $(ls -A '" + prefix + "' | wc -l) -eq 1").c_str()), 0);
+    EXPECT_EQ(std::system(("test $(ls -A '" + prefix + "' | wc -l) -eq 2").c_str()), 0);
 
     void* handle = dlopen(so.c_str(), RTLD_NOW | RTLD_LOCAL);
     ASSERT_NE(handle, nullptr) << dlerror();
@@ -50,6 +50,19 @@ TEST(Install, PrefixGetsOneWholeLoadableBundle) {
         EXPECT_EQ(effect->numParams, 241);
         effect->dispatcher(effect, vst::effClose, 0, 0, nullptr, 0.0f);
     }
+    dlclose(handle);
+
+    const std::string lv2 = prefix + "/Varitap.lv2";
+    EXPECT_TRUE(exists(lv2 + "/manifest.ttl"));
+    EXPECT_TRUE(exists(lv2 + "/Varitap.ttl"));
+    EXPECT_TRUE(exists(lv2 + "/Contents/Resources/varitap.factory.presets.xml"));
+    handle = dlopen((lv2 + "/Contents/" + VARITAP_ARCH_DIR + "/Varitap.so").c_str(), RTLD_NOW | RTLD_LOCAL);
+    ASSERT_NE(handle, nullptr) << dlerror();
+    using Descriptor = const void* (*)(uint32_t);
+    auto descriptor = reinterpret_cast<Descriptor>(dlsym(handle, "lv2_descriptor"));
+    ASSERT_NE(descriptor, nullptr);
+    EXPECT_NE(descriptor(0), nullptr);
+    EXPECT_EQ(descriptor(1), nullptr);
     dlclose(handle);
 
     // A build folder without a bundle is refused.

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <cmath>
 #include <initializer_list>
 #include <memory>
 #include <string>
@@ -123,6 +124,12 @@ TEST_F(ParameterModelTest, ModulatorRowsKeepTheirOddities) {
                    {m1 + 2, 0.55f, 0.55f, "1/4"},
                    {m1 + 2, 1.0f, 1.0f, "4"},
                    {m1 + 3, 0.5f, 0.5f, "0.500000"},
+                   // They are values of the target's range: any number is
+                   // kept as given, one that is not a number is ignored.
+                   {m1 + 3, 12.25f, 12.25f, "12.25000"},
+                   {m1 + 4, -3.0f, -3.0f, "-3.00000"},
+                   {m1 + 3, std::nanf(""), 12.25f, "12.25000"},
+                   {m1 + 4, -HUGE_VALF, -3.0f, "-3.00000"},
                    // "Type" maps to 0..3 and shows nothing, nor do the steps.
                    {m1, 1.0f, 1.0f, kUntouched},
                    {m1, 0.5f, 1.0f / 3.0f, kUntouched},

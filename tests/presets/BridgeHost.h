@@ -17,7 +17,8 @@
 
 #include "PresetTestSupport.h"
 #include "host/DelayEffect.h"
-#include "host/VstInterface.h"
+#include "host/vst2/Vst2Effect.h"
+#include "host/vst2/VstInterface.h"
 
 namespace varitap::test {
 
@@ -74,16 +75,24 @@ protected:
     }
     void TearDown() override { BridgeHost::current() = nullptr; }
 
-    std::unique_ptr<DelayEffect> makeEffect() {
-        auto effect = std::make_unique<DelayEffect>(&BridgeHost::callback);
-        effect->setSampleRate(44100.0f);
-        effect->resume();
+    // A VST 2 instance; -> and * reach the plug-in instance behind it.
+    struct Effect {
+        std::unique_ptr<Vst2Effect> vst2;
+        DelayEffect* operator->() const { return &vst2->core(); }
+        DelayEffect& operator*() const { return vst2->core(); }
+        void reset() { vst2.reset(); }
+    };
+
+    Effect makeEffect() {
+        Effect effect{std::make_unique<Vst2Effect>(&BridgeHost::callback)};
+        effect.vst2->setSampleRate(44100.0f);
+        effect.vst2->resume();
         return effect;
     }
 
-    std::string programName(DelayEffect& effect) {
+    std::string programName(const Effect& effect) {
         char name[512] = {};
-        vst::AEffect* record = effect.getAeffect();
+        vst::AEffect* record = effect.vst2->getAeffect();
         record->dispatcher(record, vst::effGetProgramName, 0, 0, name, 0.0f);
         return name;
     }

@@ -153,12 +153,12 @@ TEST_F(BridgeTest, RoutingIsClampedToTheChannelsAfterApplying) {
 
 TEST_F(BridgeTest, ProgramNameReachesTheHostAndUserPresetsAreRemembered) {
     auto effect = makeEffect();
-    EXPECT_EQ(programName(*effect), "Init");
+    EXPECT_EQ(programName(effect), "Init");
     const int updates = host_.updateDisplayCount;
     RefPtr<Preset> captured = RefPtr<Preset>::adopt(effect->createPresetFromState("My Sound"));
-    EXPECT_EQ(programName(*effect), "My Sound");
+    EXPECT_EQ(programName(effect), "My Sound");
     EXPECT_GT(host_.updateDisplayCount, updates);
-    EXPECT_EQ(effect->lastUserPreset, nullptr);  // capturing is not applying
+    EXPECT_EQ(effect->lastUserPreset.get(), nullptr);  // capturing is not applying
 
     // A factory preset: applied and named, but not remembered.
     auto factory = makeRef<PresetFolder>("Factory", kFactory);
@@ -166,22 +166,22 @@ TEST_F(BridgeTest, ProgramNameReachesTheHostAndUserPresetsAreRemembered) {
     factory->addPreset(factoryPreset.get());
     effect->applyPreset(factoryPreset.get());
     EXPECT_EQ(effect->getParameter(20), 0.25f);
-    EXPECT_EQ(programName(*effect), "Factory Sound");
-    EXPECT_EQ(effect->lastUserPreset, nullptr);
+    EXPECT_EQ(programName(effect), "Factory Sound");
+    EXPECT_EQ(effect->lastUserPreset.get(), nullptr);
 
     RefPtr<Preset> user = presetWith({{"20", 0.75}}, true, std::string(300, 'n').c_str());
     const int beforeApply = host_.updateDisplayCount;
     effect->applyPreset(user.get());
-    EXPECT_EQ(effect->lastUserPreset, user.get());
+    EXPECT_EQ(effect->lastUserPreset.get(), user.get());
     // The program keeps at most 255 characters; the host reads its own length.
     EXPECT_EQ(std::string(effect->program().name), std::string(255, 'n'));
-    EXPECT_EQ(programName(*effect).substr(0, 8), "nnnnnnnn");
+    EXPECT_EQ(programName(effect).substr(0, 8), "nnnnnnnn");
     EXPECT_GT(host_.updateDisplayCount, beforeApply);
 
     effect->applyPreset(factoryPreset.get());
-    EXPECT_EQ(effect->lastUserPreset, user.get());  // still the user's
+    EXPECT_EQ(effect->lastUserPreset.get(), user.get());  // still the user's
     effect->applyPreset(nullptr);                   // nothing happens
-    EXPECT_EQ(programName(*effect), "Factory Sound");
+    EXPECT_EQ(programName(effect), "Factory Sound");
 }
 
 TEST_F(BridgeTest, InstancesShareTheLibraryAndEachClosingSavesIt) {

@@ -5,7 +5,11 @@
 #include <sys/resource.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <filesystem>
+#include <functional>
+#include <memory>
+#include <thread>
 
 #include "PresetTestSupport.h"
 
@@ -28,6 +32,48 @@ void fillLibrary(PresetLibrary& library, int folders, int values, const char* pr
         for (int i = 0; i < values; ++i)
             addValues(preset.get(), {PropertyValue::makeFloat(std::to_string(i).c_str(), i / 241.0)});
         library.addFolder((prefix + std::to_string(f)).c_str())->addPreset(preset.get());
+    }
+}
+
+// Writes a user file of fillLibrary's folders (nothing else).
+bool writeFilledFile(const std::string& path, int folders, const char* prefix) {
+    auto library = makeRef<PresetLibrary>();
+    fillLibrary(*library, folders, 241, prefix);
+    return library->saveFile(path);
+}
+
+RefPtr<PresetLibrary> loaded(const std::string& path) {
+    auto library = makeRef<PresetLibrary>();
+    library->loadFile(path, false);
+    return library;
+}
+
+// The user folders as "Folder: preset preset, Other: ..." lines, in order.
+std::vector<std::string> contents(const PresetLibrary& library) {
+    std::vector<std::string> lines;
+    for (uint32_t f = 0; f < library.folderCount(); ++f) {
+        const PresetFolder* folder = library.folderAt(f);
+        if (folder->isFactory()) continue;
+        std::string line = folder->getName() + ":";
+        for (uint32_t p = 0; p < folder->presetCount(); ++p) line += " " + folder->presetAt(p)->getName();
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+std::vector<std::string> fileContents(const std::string& path) { return contents(*loaded(path)); }
+
+PresetFolder* folderNamed(PresetLibrary& library, const std::string& name) {
+    for (uint32_t f = 0; f < library.folderCount(); ++f)
+        if (library.folderAt(f)->getName() == name) return library.folderAt(f);
+    return nullptr;
+}
+
+void addPresets(PresetFolder* folder, std::initializer_list<const char*> names) {
+    for (const char* name : names) {
+        auto preset = makeRef<Preset>(name);
+        addValues(preset.get(), {PropertyValue::makeLong("Version", 1), PropertyValue::makeFloat("20", 0.25)});
+        folder->addPreset(preset.get());
     }
 }
 
@@ -106,7 +152,7 @@ TEST(PresetLibraryTest, PresetsReadNamesAndKeepOtherEntries) {
     EXPECT_EQ(f->presetAt(1)->findProperty("x")->getString(), "y");
 }
 
-TEST(PresetLibraryTest, SharedLifeLoadsFactoryThenUserAndSavesOnEveryRelease) {
+TEST(PresetLibraryTest, SharedLifeLoadsFactoryThenUserAndSavesItsChangesOnRelease) {
     TempDir folder;
     const std::string user = folder / "brelmo.varitap.presets.xml";
     {
@@ -127,7 +173,7 @@ TEST(PresetLibraryTest, SharedLifeLoadsFactoryThenUserAndSavesOnEveryRelease) {
     EXPECT_EQ(second, first);
     EXPECT_EQ(first->folderCount(), 3u);
 
-    // Each instance's end rewrites the user file; factory folders never go there.
+    // An instance's end saves the changes; factory folders never go to the file.
     PresetLibrary::saveAndRelease();
     ASSERT_EQ(PresetLibrary::current(), first);
     auto saved = makeRef<PresetLibrary>();
@@ -138,11 +184,19 @@ TEST(PresetLibraryTest, SharedLifeLoadsFactoryThenUserAndSavesOnEveryRelease) {
     EXPECT_EQ(PresetLibrary::current(), nullptr);  // the last release destroys it
     PresetLibrary::saveAndRelease();  // no library: nothing happens
 
-    // Neither file: an empty library, and a save creates the user file.
+    // Neither file: an empty library, saved only once it holds something.
     PresetLibrary* empty = PresetLibrary::acquireForInstance("", folder / "sub/dir/new.xml");
     EXPECT_EQ(empty->folderCount(), 0u);
+    EXPECT_FALSE(empty->hasChanges());
+    empty->retain();
     PresetLibrary::saveAndRelease();
-    EXPECT_EQ(readFile(folder / "sub/dir/new.xml"), readFile(dataPath("empty-library.xml")));
+    EXPECT_FALSE(fileExists(folder / "sub"));
+    empty->addFolder("F");
+    EXPECT_TRUE(empty->hasChanges());
+    PresetLibrary::saveAndRelease();
+    EXPECT_EQ(readFile(folder / "sub/dir/new.xml"),
+              "<Presets version=\"1\">\n\t<array name=\"folder\">\n"
+              "\t\t<string name=\"name\" value=\"F\" />\n\t</array>\n</Presets>\n");
     EXPECT_EQ(std::filesystem::status(folder / "sub/dir/new.xml").permissions() &
                   std::filesystem::perms::all,
               std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
@@ -167,20 +221,25 @@ TEST(PresetLibraryTest, UnreadableUserFileIsKeptAsBackupOnce) {
     library->addFolder("New");
     PresetLibrary::saveAndRelease();
     EXPECT_EQ(readFile(backup), unreadable);
-    auto back = makeRef<PresetLibrary>();
-    back->loadFile(user, false);
-    EXPECT_EQ(folderNames(*back), (std::vector<std::string>{"New"}));
+    EXPECT_EQ(folderNames(*loaded(user)), (std::vector<std::string>{"New"}));
 
     // A readable file is never backed up, and the backup stays as it was.
     library = PresetLibrary::acquireForInstance("", user);
+    library->addFolder("More");
     PresetLibrary::saveAndRelease();
     EXPECT_EQ(readFile(backup), unreadable);
 
-    // An empty user file holds nothing worth keeping.
+    // An empty user file holds nothing worth keeping. Without a change, no
+    // file is touched at all.
     writeFile(user, "");
     library = PresetLibrary::acquireForInstance("", user);
     PresetLibrary::saveAndRelease();
+    EXPECT_EQ(readFile(user), "");
+    library = PresetLibrary::acquireForInstance("", user);
+    library->addFolder("New");
+    PresetLibrary::saveAndRelease();
     EXPECT_EQ(readFile(backup), unreadable);
+    EXPECT_EQ(folderNames(*loaded(user)), (std::vector<std::string>{"New"}));
     EXPECT_EQ(leftovers(folder, "brelmo.varitap.presets.xml"),
               std::vector<std::string>{"brelmo.varitap.presets.xml.bak"});
 
@@ -189,11 +248,12 @@ TEST(PresetLibraryTest, UnreadableUserFileIsKeptAsBackupOnce) {
     const std::string blocked = folder / "blocked.xml";
     ASSERT_EQ(symlink("blocked.xml", blocked.c_str()), 0);
     library = PresetLibrary::acquireForInstance("", blocked);
+    library->addFolder("New");
     PresetLibrary::saveAndRelease();
     char target[64] = {};
     ASSERT_GT(readlink((blocked + ".bak").c_str(), target, sizeof target - 1), 0);
     EXPECT_STREQ(target, "blocked.xml");
-    EXPECT_EQ(readFile(blocked), readFile(dataPath("empty-library.xml")));
+    EXPECT_EQ(folderNames(*loaded(blocked)), (std::vector<std::string>{"New"}));
 }
 
 TEST(PresetLibraryTest, SymlinkedUserFileStaysALink) {
@@ -244,6 +304,30 @@ TEST(PresetLibraryTest, FailedSaveLeavesTheOldFileWhole) {
     // A folder that cannot be written to: nothing changes either.
     auto library = makeRef<PresetLibrary>();
     EXPECT_FALSE(library->saveFile("/proc/varitap-no-such-folder/user.xml"));
+
+    // The shared library's save fails after it took in what another process
+    // saved meanwhile; its next save neither loses nor repeats that.
+    const pid_t again = fork();
+    ASSERT_GE(again, 0);
+    if (again == 0) {
+        signal(SIGXFSZ, SIG_IGN);
+        PresetLibrary* shared = PresetLibrary::acquireForInstance("", user);
+        auto other = makeRef<PresetLibrary>();
+        other->loadFile(user, false);
+        other->addFolder("Other");
+        other->saveFile(user);
+        fillLibrary(*shared, 2, 241, "Big");
+        struct rlimit limit = {4096, RLIM_INFINITY};
+        setrlimit(RLIMIT_FSIZE, &limit);
+        if (shared->saveChanges()) _exit(1);
+        limit.rlim_cur = RLIM_INFINITY;
+        setrlimit(RLIMIT_FSIZE, &limit);
+        shared->removeFolder(shared->folderAt(2));  // "Big1"
+        _exit(shared->saveChanges() ? 0 : 1);
+    }
+    ASSERT_EQ(waitpid(again, &status, 0), again);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    EXPECT_EQ(fileContents(user), (std::vector<std::string>{"Old:", "Big0: p", "Other:"}));
 }
 
 // A child saves a large library over and over and is killed at moments
@@ -252,11 +336,7 @@ TEST(PresetLibraryTest, FailedSaveLeavesTheOldFileWhole) {
 TEST(PresetLibraryTest, SaveKilledAtAnyMomentLeavesOldOrNewWhole) {
     TempDir folder;
     const std::string user = folder / "user.xml";
-    {
-        auto library = makeRef<PresetLibrary>();
-        fillLibrary(*library, 2, 241, "Old");
-        ASSERT_TRUE(library->saveFile(user));
-    }
+    ASSERT_TRUE(writeFilledFile(user, 2, "Old"));
     auto microseconds = [] {
         timespec t;
         clock_gettime(CLOCK_MONOTONIC, &t);
@@ -312,12 +392,131 @@ TEST(PresetLibraryTest, SaveKilledAtAnyMomentLeavesOldOrNewWhole) {
         if (!others.empty()) ++killedMidSave;
         for (const std::string& name : others) std::filesystem::remove(folder / name);
         // Back to the old library for the next round.
-        auto old = makeRef<PresetLibrary>();
-        fillLibrary(*old, 2, 241, "Old");
-        ASSERT_TRUE(old->saveFile(user));
+        ASSERT_TRUE(writeFilledFile(user, 2, "Old"));
     }
     EXPECT_GT(killedMidSave, rounds / 2);  // the kills did land inside saves
     EXPECT_GT(sawOld, 0);
+}
+
+// Another process, as a host that runs each plug-in in its own process has
+// it: it loads the shared library from the user file when the parent says
+// so, changes it with `change` when told again, and saves as its instance
+// closes. Each step waits for the parent.
+class OtherProcess {
+public:
+    OtherProcess(const std::string& user, std::function<void(PresetLibrary&)> change) {
+        int toChild[2], toParent[2];
+        if (pipe(toChild) != 0 || pipe(toParent) != 0) return;
+        pid_ = fork();
+        if (pid_ == 0) {
+            close(toChild[1]);
+            close(toParent[0]);
+            char step;
+            if (read(toChild[0], &step, 1) != 1) _exit(2);
+            PresetLibrary* library = PresetLibrary::acquireForInstance("", user);
+            if (write(toParent[1], "l", 1) != 1 || read(toChild[0], &step, 1) != 1) _exit(2);
+            change(*library);
+            PresetLibrary::saveAndRelease();
+            _exit(write(toParent[1], "s", 1) == 1 ? 0 : 2);
+        }
+        close(toChild[0]);
+        close(toParent[1]);
+        toChild_ = toChild[1];
+        toParent_ = toParent[0];
+    }
+    ~OtherProcess() {
+        close(toChild_);
+        close(toParent_);
+        if (pid_ > 0) waitpid(pid_, nullptr, 0);
+    }
+    // Lets the child take its next step and waits until it took it.
+    bool step() {
+        char done;
+        return write(toChild_, "x", 1) == 1 && read(toParent_, &done, 1) == 1;
+    }
+
+private:
+    pid_t pid_ = -1;
+    int toChild_ = -1, toParent_ = -1;
+};
+
+// Two processes load the same user file; each changes it and saves as its
+// last instance closes. What either saved survives, what either removed
+// stays removed, and a folder one removed while the other added to it keeps
+// only the added presets. A process that changed nothing leaves the file be.
+TEST(PresetLibraryTest, TwoProcessesSavingKeepEachOthersChanges) {
+    TempDir folder;
+    const std::string user = folder / "brelmo.varitap.presets.xml";
+    {
+        auto seed = makeRef<PresetLibrary>();
+        addPresets(seed->addFolder("Keep"), {"a", "b"});
+        addPresets(seed->addFolder("Drop"), {"d"});
+        addPresets(seed->addFolder("Busy"), {"e"});
+        addPresets(seed->addFolder("Same"), {"s"});
+        addPresets(seed->addFolder("Same"), {"t"});
+        addPresets(seed->addFolder("Back"), {"g"});
+        ASSERT_TRUE(seed->saveFile(user));
+    }
+    OtherProcess other(user, [](PresetLibrary& library) {
+        library.removeFolder(library.folderAt(4));  // the second "Same"
+        addPresets(folderNamed(library, "Back"), {"h"});
+        addPresets(library.addFolder("Theirs"), {"c1", "c2"});
+        folderNamed(library, "Keep")->removePreset(folderNamed(library, "Keep")->presetAt(0));
+        library.removeFolder(folderNamed(library, "Drop"));
+        library.removeFolder(folderNamed(library, "Busy"));
+    });
+    ASSERT_TRUE(other.step());  // both processes have loaded the file
+    PresetLibrary* library = PresetLibrary::acquireForInstance("", user);
+    addPresets(library->addFolder("Mine"), {"m"});
+    addPresets(folderNamed(*library, "Keep"), {"k"});
+    addPresets(folderNamed(*library, "Busy"), {"x"});
+    library->removeFolder(folderNamed(*library, "Back"));
+    ASSERT_TRUE(other.step());  // the other process saved first
+    EXPECT_EQ(fileContents(user),
+              (std::vector<std::string>{"Keep: b", "Same: s", "Back: g h", "Theirs: c1 c2"}));
+    PresetLibrary::saveAndRelease();
+    const std::vector<std::string> merged = {"Keep: b k", "Busy: x", "Same: s",
+                                             "Mine: m",   "Back: h", "Theirs: c1 c2"};
+    EXPECT_EQ(fileContents(user), merged);
+
+    // A process that changes nothing does not write, even over a file
+    // another process changed since it loaded it.
+    library = PresetLibrary::acquireForInstance("", user);
+    EXPECT_EQ(contents(*library), merged);
+    writeFile(user, readFile(user) + "\n");
+    struct stat before;
+    ASSERT_EQ(stat(user.c_str(), &before), 0);
+    PresetLibrary::saveAndRelease();
+    struct stat after;
+    ASSERT_EQ(stat(user.c_str(), &after), 0);
+    EXPECT_EQ(after.st_ino, before.st_ino);
+    EXPECT_EQ(after.st_size, before.st_size);
+}
+
+// Processes that all loaded the same file and save at the same moment: the
+// configuration folder's lock lets each merge with what the others wrote.
+TEST(PresetLibraryTest, SimultaneousSavesOfManyProcessesAllSurvive) {
+    TempDir folder;
+    const std::string user = folder / "brelmo.varitap.presets.xml";
+    ASSERT_TRUE(writeFilledFile(user, 20, "Old"));
+    const int processes = 6;
+    std::vector<std::unique_ptr<OtherProcess>> others;
+    for (int i = 0; i < processes; ++i) {
+        others.push_back(std::make_unique<OtherProcess>(user, [i](PresetLibrary& library) {
+            fillLibrary(library, 1, 241, ("New" + std::to_string(i) + "-").c_str());
+        }));
+        ASSERT_TRUE(others.back()->step());
+    }
+    // All loaded; now all change and save at once.
+    std::vector<std::thread> releases;
+    for (auto& other : others) releases.emplace_back([&other] { other->step(); });
+    for (auto& release : releases) release.join();
+    const std::vector<std::string> saved = fileContents(user);
+    EXPECT_EQ(saved.size(), 20u + processes);
+    for (int i = 0; i < processes; ++i) {
+        const std::string name = "New" + std::to_string(i) + "-0: p";
+        EXPECT_NE(std::find(saved.begin(), saved.end(), name), saved.end()) << name;
+    }
 }
 
 // The instances' own use of this path runs in the bridge tests.

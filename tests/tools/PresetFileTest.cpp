@@ -1,5 +1,7 @@
 #include "tools/render/PresetFile.h"
 
+#include "persistence/PresetParameters.h"
+
 #include "RenderTestSupport.h"
 
 #include <gtest/gtest.h>
@@ -32,7 +34,7 @@ std::map<int, float> valuesOf(const std::string& values, int parameterCount = 24
     const std::vector<PresetEntry> presets = listPresets(*library);
     EXPECT_EQ(presets.size(), 1u);
     if (presets.size() != 1) return result;
-    for (auto [index, value] : presetParameterValues(*presets[0].preset, parameterCount))
+    for (auto [index, value] : varitap::presetParameterValues(*presets[0].preset, parameterCount))
         result[index] = value;
     return result;
 }
@@ -81,41 +83,6 @@ TEST(PresetFileTest, LibraryListsFactoryThenUserPresetsByFullNameAndNeverWrites)
     EXPECT_FALSE(listPresets(*userOnly)[0].preset->isFactory());
 }
 
-TEST(PresetFileTest, FirstLayoutPresetsAreConvertedAndCurrentOnesAreNot) {
-    // No "Version": the first layout (two inputs, two outputs, three buses).
-    auto old = valuesOf(
-        "<float name=\"0\" value=\"0.5\" />\n<float name=\"1\" value=\"0.7\" />\n"
-        "<float name=\"2\" value=\"0.3\" />\n<float name=\"3\" value=\"1.0\" />\n"
-        "<float name=\"10\" value=\"0.6\" />\n<float name=\"11\" value=\"0.2\" />\n"
-        "<float name=\"12\" value=\"1.0\" />\n"
-        "<float name=\"92\" value=\"5.0\" />\n<float name=\"107\" value=\"25.0\" />\n"
-        "<float name=\"93\" value=\"5.0\" />\n<float name=\"21\" value=\"0.7\" />\n");
-    EXPECT_FLOAT_EQ(old[0], 22.0f / 44.0f);  // old Out 2 -> Out 2
-    EXPECT_FLOAT_EQ(old[1], 41.0f / 44.0f);  // old bus 1 -> Intern 1
-    EXPECT_FLOAT_EQ(old[2], 2.0f / 44.0f);   // In 2 stays
-    EXPECT_FLOAT_EQ(old[3], 1.0f);           // 8 + 36 = 44: Intern 4
-    EXPECT_FLOAT_EQ(old[10], 21.0f / 24.0f);
-    EXPECT_FLOAT_EQ(old[11], 1.0f / 24.0f);
-    EXPECT_FLOAT_EQ(old[12], 1.0f);          // 24 / 24, limited to 1
-    EXPECT_FLOAT_EQ(old[92], 20.0f);         // a modulator may not aim at routing
-    EXPECT_FLOAT_EQ(old[107], 25.0f);
-    EXPECT_FLOAT_EQ(old[93], 5.0f);          // "Speed", not an "Index"
-    EXPECT_FLOAT_EQ(old[21], 0.7f);
-
-    auto current = valuesOf(
-        "<long name=\"Version\" value=\"1\" />\n<float name=\"0\" value=\"0.5\" />\n"
-        "<float name=\"1\" value=\"0.7\" />\n<float name=\"92\" value=\"5.0\" />\n");
-    EXPECT_FLOAT_EQ(current[0], 0.5f);
-    EXPECT_FLOAT_EQ(current[1], 0.7f);
-    EXPECT_FLOAT_EQ(current[92], 5.0f);
-
-    // Version 0 written out converts too; any other version does not.
-    EXPECT_FLOAT_EQ(valuesOf("<long name=\"Version\" value=\"0\" />\n<float name=\"1\" value=\"0.7\" />\n")[1],
-                    41.0f / 44.0f);
-    EXPECT_FLOAT_EQ(valuesOf("<long name=\"Version\" value=\"9\" />\n<float name=\"1\" value=\"0.7\" />\n")[1],
-                    0.7f);
-}
-
 TEST(PresetFileTest, KeysAndNumbersReadAsVaritapReadsThem) {
     auto values = valuesOf(
         "<long name=\"Version\" value=\"1\" />\n<float name=\"-1\" value=\"0.5\" />\n"
@@ -138,8 +105,13 @@ TEST(PresetFileTest, KeysAndNumbersReadAsVaritapReadsThem) {
                        3)
                   .size(),
               1u);
-    // A "Version" stored as a float is its bit pattern as a number: not 0, so
-    // the values are taken as they are.
+    // Version 0 written out converts from the first layout; any other version
+    // does not, and a "Version" stored as a float is its bit pattern as a
+    // number: not 0, so the values are taken as they are.
+    EXPECT_FLOAT_EQ(valuesOf("<long name=\"Version\" value=\"0\" />\n<float name=\"1\" value=\"0.7\" />\n")[1],
+                    41.0f / 44.0f);
+    EXPECT_FLOAT_EQ(valuesOf("<long name=\"Version\" value=\"9\" />\n<float name=\"1\" value=\"0.7\" />\n")[1],
+                    0.7f);
     EXPECT_FLOAT_EQ(valuesOf("<float name=\"Version\" value=\"0.0001\" />\n<float name=\"1\" value=\"0.7\" />\n")[1],
                     0.7f);
 }

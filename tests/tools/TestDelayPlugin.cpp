@@ -8,7 +8,7 @@
 // Built three ways: the normal plug-in (entry point VSTPluginMain), one that
 // exports only the older entry name "main" (TEST_DELAY_MAIN_ONLY), and the
 // same with a 1-in/4-out layout (TEST_DELAY_FOUR_OUTPUTS).
-#include "host/VstInterface.h"
+#include "host/vst2/VstInterface.h"
 
 #include <cmath>
 #include <cstdio>

@@ -2,6 +2,8 @@
 // loads it. Skips while the bundle is not built.
 #include "RenderTestSupport.h"
 
+#include "host/vst2/Vst2Effect.h"
+#include "persistence/Preset.h"
 #include "tools/render/PluginInstance.h"
 #include "tools/render/PresetFile.h"
 #include "tools/render/Renderer.h"
@@ -10,6 +12,8 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstring>
+#include <limits>
 
 using namespace rendertest;
 
@@ -204,4 +208,40 @@ TEST_F(VaritapRenderTest, UserPresetsApplyWithVaritapsConversionAndRoutingClamp)
 
     result = run({"--list-params", "--preset", "Mine/Old"});
     EXPECT_NE(result.out.find("    0  #1 Input Channel                41"), std::string::npos) << result.out;
+}
+
+// A damaged preset (not-a-number, infinities, numbers far outside 0..1, in
+// the first layout and the current one) leaves varitap-render's instance with
+// exactly the values Varitap's own applyPreset gives an instance.
+TEST_F(VaritapRenderTest, PresetsApplyAsVaritapItselfAppliesThem) {
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    const float inf = std::numeric_limits<float>::infinity();
+    const std::pair<const char*, float> stored[] = {
+        {"0", 1e30f}, {"1", -1e30f}, {"2", nan},  {"3", inf},   {"4", 0.7f},  {"10", 1e30f},
+        {"11", -inf}, {"12", nan},   {"13", 0.6f}, {"20", nan}, {"21", inf},  {"22", -inf},
+        {"28", nan},  {"92", nan},   {"107", 5.0f}, {"122", 30.0f}, {"240", nan}, {"23", 0.25f},
+    };
+    static auto host = [](vst::AEffect*, int32_t opcode, int32_t, vst::VstIntPtr, void*,
+                          float) -> vst::VstIntPtr { return opcode == vst::audioMasterVersion ? 2400 : 0; };
+    for (const bool firstLayout : {true, false}) {
+        SCOPED_TRACE(firstLayout ? "first layout" : "version 1");
+        auto preset = varitap::makeRef<varitap::Preset>("Damaged");
+        auto add = [&](varitap::PropertyValue* value) {
+            preset->addProperty(value);
+            value->release();
+        };
+        if (!firstLayout) add(varitap::PropertyValue::makeLong("Version", 1));
+        for (const auto& [key, value] : stored) add(varitap::PropertyValue::makeFloat(key, value));
+
+        std::string error;
+        auto plugin = render::PluginInstance::load(kBundle, error);
+        ASSERT_NE(plugin, nullptr) << error;
+        render::applyPreset(*plugin, *preset);
+        varitap::Vst2Effect own(host);
+        own.core().applyPreset(preset.get());
+        for (int32_t i = 0; i < varitap::kParameterCount; ++i) {
+            const float mine = own.core().getParameter(i), theirs = plugin->getParameter(i);
+            EXPECT_EQ(std::memcmp(&mine, &theirs, sizeof mine), 0) << i << ": " << mine << " " << theirs;
+        }
+    }
 }

@@ -4,7 +4,7 @@
 // the dispatcher and the process functions from its one thread.
 #pragma once
 
-#include "host/VstInterface.h"
+#include "host/vst2/VstInterface.h"
 
 #include <memory>
 #include <string>

@@ -8,7 +8,6 @@
 #pragma once
 
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "persistence/PresetLibrary.h"
@@ -39,14 +38,11 @@ std::vector<PresetEntry> listPresets(const varitap::PresetLibrary& library);
 // itself hold a slash, so the whole name is compared, never split.
 varitap::Preset* findPreset(const varitap::PresetLibrary& library, const std::string& fullName);
 
-// The (index, value) pairs Varitap sets when it applies this preset: every
-// value whose key reads as a decimal index below parameterCount, converted
-// from the first preset layout when the preset has no "Version" or version 0.
-std::vector<std::pair<int, float>> presetParameterValues(varitap::Preset& preset, int parameterCount);
-
-// Sets the preset's values through the plug-in's setParameter. For Varitap
-// the routing clamp it runs after applying a preset follows, so that a preset
-// routed to pins the plug-in does not have ends up where Varitap puts it.
+// Sets the values Varitap itself sets for the preset (varitap::
+// presetParameterValues, limited to the plug-in's parameters) through the
+// plug-in's setParameter. For Varitap the routing clamp it runs after
+// applying a preset follows, so that a preset routed to pins the plug-in does
+// not have ends up where Varitap puts it.
 void applyPreset(PluginInstance& plugin, varitap::Preset& preset);
 
 }  // namespace render

@@ -9,11 +9,12 @@
 
 #include <cstdint>
 
-#include "host/VstInterface.h"
+#include "engine/Relaxed.h"
+#include "host/vst2/VstInterface.h"
 
 namespace varitap {
 
-class AEffEditor;
+class PluginEditor;
 
 class AudioEffect {
 public:
@@ -21,8 +22,8 @@ public:
     // the counts, flags 0, ioRatio 1, object = this. Sample rate 44100, block
     // size 1024, current program 0, no editor.
     AudioEffect(vst::audioMasterCallback audioMaster, int32_t numPrograms, int32_t numParams);
-    // ui thread (effClose). Deletes the editor if one is still attached.
-    virtual ~AudioEffect();
+    // ui thread (effClose).
+    virtual ~AudioEffect() = default;
     AudioEffect(const AudioEffect&) = delete;
     AudioEffect& operator=(const AudioEffect&) = delete;
 
@@ -98,11 +99,12 @@ public:
     virtual int32_t getBlockSize() const { return blockSize; }
     int32_t getNumPrograms() const { return numPrograms; }
     int32_t getNumParams() const { return numParams; }
-    AEffEditor* getEditor() const { return editor; }
+    PluginEditor* getEditor() const { return editor; }
 
-    // ui thread. Takes ownership of the editor (null detaches) and sets or
-    // clears effFlagsHasEditor. A previous editor is not deleted here.
-    virtual void setEditor(AEffEditor* newEditor);
+    // ui thread. The editor that answers the editor opcodes (not owned: the
+    // plug-in instance that made it deletes it; null detaches); sets or
+    // clears effFlagsHasEditor.
+    virtual void setEditor(PluginEditor* newEditor);
 
     // Host services (any thread; they call the host).
     // The host's VST version; 1 for a host that answers 0.
@@ -124,8 +126,8 @@ public:
     void hasVu(bool state = true) { setFlag(vst::effFlagsHasVu, state); }
     void hasClip(bool state = true) { setFlag(vst::effFlagsHasClip, state); }
 
-    // The fixed editor rectangle answered for effEditGetRect, with or
-    // without an editor: top 0, left 0, bottom 400, right 865.
+    // The editor rectangle answered for effEditGetRect when there is no
+    // editor: top 0, left 0, bottom 400, right 865.
     static const vst::ERect& editorRect();
 
 protected:
@@ -140,16 +142,19 @@ protected:
         }
     }
 
-    float sampleRate = 44100.0f;         // Hz, until the host sets it
-    AEffEditor* editor = nullptr;        // owned, may be null
+    // Set on the ui thread, read on the audio thread: plain 32-bit values
+    // without a lock, well-defined for the compiler and the thread sanitizer.
+    Relaxed<float> sampleRate{44100.0f};  // Hz, until the host sets it
+    PluginEditor* editor = nullptr;      // not owned, may be null
     vst::audioMasterCallback audioMaster;  // the host's callback
     int32_t numPrograms;
     int32_t numParams;
     int32_t curProgram = 0;
-    int32_t blockSize = 1024;
+    Relaxed<int32_t> blockSize{1024};
     vst::AEffect cEffect;
 
 private:
+    vst::ERect editorSize_{};  // the editor's size as effEditGetRect last handed it out
     // The trampolines stored in the record; each catches every exception.
     static vst::VstIntPtr dispatchEffect(vst::AEffect* e, int32_t opcode, int32_t index,
                                          vst::VstIntPtr value, void* ptr, float opt);

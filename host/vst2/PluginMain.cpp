@@ -2,7 +2,7 @@
 // main (older hosts) and main_macho; all three are the same function. The
 // linker version script keeps everything else hidden.
 #include "editor/DelayEditor.h"
-#include "host/DelayEffect.h"
+#include "host/vst2/Vst2Effect.h"
 
 using varitap::createDelayEffect;
 using vst::AEffect;

@@ -1,4 +1,4 @@
-#include "host/AudioEffectX.h"
+#include "host/vst2/AudioEffectX.h"
 
 #include <algorithm>
 #include <climits>
@@ -110,6 +110,10 @@ VstTimeInfo* AudioEffectX::getTimeInfo(int32_t filter) {
 }
 
 bool AudioEffectX::ioChanged() { return callHost(audioMasterIOChanged) != 0; }
+
+bool AudioEffectX::sizeWindow(int32_t width, int32_t height) {
+    return callHost(audioMasterSizeWindow, width, height) != 0;
+}
 
 bool AudioEffectX::allocateArrangement(VstSpeakerArrangement** arr, int32_t channels) {
     if (!arr) return false;

@@ -5,7 +5,7 @@
 
 #include <cstdint>
 
-#include "host/AudioEffect.h"
+#include "host/vst2/AudioEffect.h"
 
 namespace varitap {
 
@@ -95,6 +95,9 @@ public:
     // ui thread. Tells the host that numInputs/numOutputs or the latency
     // changed.
     virtual bool ioChanged();
+    // ui thread. Asks the host to give the editor's window a new size
+    // (audioMasterSizeWindow); true when the host says it did.
+    virtual bool sizeWindow(int32_t width, int32_t height);
 
     // Speaker arrangements (ui thread; they allocate). An arrangement for n
     // channels holds room for at least the eight speakers the record

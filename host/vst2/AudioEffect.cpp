@@ -1,17 +1,13 @@
-#include "host/AudioEffect.h"
+#include "host/vst2/AudioEffect.h"
 
 #include <climits>
 #include <cstring>
 
-#include "host/AEffEditor.h"
+#include "host/PluginEditor.h"
 
 namespace varitap {
 
 using namespace vst;
-
-AEffEditor::AEffEditor(AudioEffect* effect) : effect(effect) {
-    if (effect) effect->setEditor(this);
-}
 
 AudioEffect::AudioEffect(audioMasterCallback audioMaster, int32_t numPrograms, int32_t numParams)
     : audioMaster(audioMaster), numPrograms(numPrograms), numParams(numParams) {
@@ -31,22 +27,17 @@ AudioEffect::AudioEffect(audioMasterCallback audioMaster, int32_t numPrograms, i
     cEffect.version = 1;
 }
 
-AudioEffect::~AudioEffect() {
-    delete editor;
-    editor = nullptr;
-}
-
 AudioEffect* AudioEffect::fromAeffect(AEffect* effect) {
     if (!effect || effect->magic != kEffectMagic) return nullptr;
     return static_cast<AudioEffect*>(effect->object);
 }
 
 const ERect& AudioEffect::editorRect() {
-    static const ERect rect = {0, 0, 400, 865};
+    static const ERect rect = {0, 0, PluginEditor::kHeight, PluginEditor::kWidth};
     return rect;
 }
 
-void AudioEffect::setEditor(AEffEditor* newEditor) {
+void AudioEffect::setEditor(PluginEditor* newEditor) {
     editor = newEditor;
     setFlag(effFlagsHasEditor, editor != nullptr);
 }
@@ -101,8 +92,17 @@ VstIntPtr AudioEffect::dispatcher(int32_t opcode, int32_t index, VstIntPtr value
         case effEditGetRect:
             // Hosts size their window before opening the editor: the
             // rectangle is answered whether or not an editor exists.
+            // With an editor it is the editor's size at its scale, handed out
+            // in a record that stays valid until the next request.
             if (!ptr) return 0;
-            *static_cast<const ERect**>(ptr) = &editorRect();
+            if (editor) {
+                int32_t width = PluginEditor::kWidth, height = PluginEditor::kHeight;
+                editor->getSize(&width, &height);
+                editorSize_ = ERect{0, 0, static_cast<int16_t>(height), static_cast<int16_t>(width)};
+                *static_cast<const ERect**>(ptr) = &editorSize_;
+            } else {
+                *static_cast<const ERect**>(ptr) = &editorRect();
+            }
             return 1;
         case effEditOpen:
             return editor && editor->open(ptr) ? 1 : 0;
