@@ -55,6 +55,8 @@ const char* usageText() {
            "  --bench PLUGIN_B      time the plug-in (A, with its preset and settings) against\n"
            "                        PLUGIN_B (as it starts), alternating A B A B; writes no audio\n"
            "  --rounds N            runs of each plug-in in --bench (default 4)\n"
+           "  --check-clap FILE     run a strict host's checks on a .clap plug-in; prints\n"
+           "                        each failed check, exit status 1 when one fails\n"
            "  -q, --quiet           print nothing but errors\n"
            "  -h, --help            this text\n";
 }
@@ -173,6 +175,8 @@ bool parseCommandLine(int argc, const char* const* argv, Options& options, std::
             options.listPresets = true;
         } else if (arg == "--bench") {
             if (!value(options.benchPlugin)) return false;
+        } else if (arg == "--check-clap") {
+            if (!value(options.checkClap)) return false;
         } else if (arg == "--rounds") {
             if (!number(n, 1, 1000, "1..1000")) return false;
             options.benchRounds = static_cast<int>(n);

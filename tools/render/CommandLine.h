@@ -29,6 +29,7 @@ struct Options {
     bool listParams = false;
     bool listPresets = false;
     std::string benchPlugin;  // plug-in B of --bench
+    std::string checkClap;    // the .clap of --check-clap
     int benchRounds = 4;
     bool quiet = false;
     bool help = false;
