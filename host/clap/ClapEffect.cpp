@@ -52,26 +52,22 @@ void writeText(char* out, uint32_t size, const std::string& text) {
 
 }  // namespace
 
+// The choice a value selects: the last one at or below it (the engine
+// truncates a selector's value to its step).
+size_t choiceOf(const ParameterInfo& info, float value) {
+    size_t k = 0;
+    while (k + 1 < info.choices.size() && info.choices[k + 1].value <= value + 1e-6f) ++k;
+    return k;
+}
+
 double ClapEffect::toClap(int32_t index, float value) {
-    const ParameterInfo& info = infoOf(index);
-    if (info.kind != ParameterInfo::kChoice) return value;
-    // The nearest choice.
-    size_t best = 0;
-    for (size_t k = 1; k < info.choices.size(); ++k) {
-        if (std::fabs(info.choices[k].value - value) < std::fabs(info.choices[best].value - value)) best = k;
-    }
-    return static_cast<double>(best);
+    (void)index;
+    return value;
 }
 
 bool ClapEffect::fromClap(int32_t index, double value, float* out) {
     if (!std::isfinite(value)) return false;
     const ParameterInfo& info = infoOf(index);
-    if (info.kind == ParameterInfo::kChoice) {
-        const double last = static_cast<double>(info.choices.size() - 1);
-        const double k = std::round(value < 0.0 ? 0.0 : value > last ? last : value);
-        *out = info.choices[static_cast<size_t>(k)].value;
-        return true;
-    }
     const double low = info.minimum;
     const double high = info.maximum;
     *out = static_cast<float>(value < low ? low : value > high ? high : value);
@@ -130,7 +126,7 @@ void ClapEffect::readTransport(const clap_event_transport* transport) {
     }
     if (transport->flags & kTransportHasSecondsTimeline) {
         const double seconds = static_cast<double>(transport->song_pos_seconds) / static_cast<double>(kTimeFactor);
-        if (seconds >= 0.0) time_.samplePos = seconds * time_.sampleRate;
+        if (seconds >= 0.0) time_.samplePos = std::round(seconds * time_.sampleRate);
     }
 }
 
@@ -234,7 +230,7 @@ clap_process_status ClapEffect::process(const clap_process* p) {
             out[c] = hasOut ? outBuffer->data32[c] + offset : discard_.get();
         }
         core_->processReplacing(in, out, static_cast<int32_t>(n));
-        if (!p->transport && (time_.flags & HostTimeInfo::kTransportPlaying)) time_.samplePos += n;
+        if (time_.flags & HostTimeInfo::kTransportPlaying) time_.samplePos += n;
     }
     if (outBuffer) p->audio_outputs[0].constant_mask = 0;
     blockOut_ = nullptr;
@@ -261,7 +257,7 @@ bool ClapEffect::valueToText(int32_t index, double value, char* text, uint32_t s
         while (!shown.empty() && shown.front() == ' ') shown.erase(0, 1);
         if (label[0]) shown += std::string(" ") + label;
     } else if (info.kind == ParameterInfo::kChoice) {
-        shown = info.choices[static_cast<size_t>(toClap(index, coreValue))].label;
+        shown = info.choices[choiceOf(info, coreValue)].label;
     } else {
         char number[32];
         std::snprintf(number, sizeof number, "%g", static_cast<double>(coreValue));
@@ -283,7 +279,7 @@ bool ClapEffect::textToValue(int32_t index, const char* text, double* value) {
     if (info.kind == ParameterInfo::kChoice) {
         for (size_t k = 0; k < info.choices.size(); ++k) {
             if (info.choices[k].label == text) {
-                *value = static_cast<double>(k);
+                *value = info.choices[k].value;
                 return true;
             }
         }
@@ -431,8 +427,12 @@ struct ClapCalls {
             *out = clap_param_info{};
             out->id = index;
             out->flags = kParamIsAutomatable;
-            if (info.kind != ParameterInfo::kContinuous) out->flags |= kParamIsStepped;
-            if (info.kind == ParameterInfo::kChoice || info.kind == ParameterInfo::kToggle) out->flags |= kParamIsEnum;
+            // Toggles and "Index" take whole numbers. Choices keep their
+            // fractional values (presets hold values between the steps).
+            if (info.kind == ParameterInfo::kToggle || info.kind == ParameterInfo::kInteger) {
+                out->flags |= kParamIsStepped;
+            }
+            if (info.kind == ParameterInfo::kToggle) out->flags |= kParamIsEnum;
             char name[kNameTextMax + 1] = {};
             of(plugin)->core_->getParameterName(i, name);
             // A modulator's table steps have no name in VST 2; hosts get the
@@ -440,13 +440,8 @@ struct ClapCalls {
             writeText(out->name, sizeof out->name, name[0] ? std::string(name) : info.name);
             const size_t colon = info.symbol.find('_');
             writeText(out->module, sizeof out->module, colon == std::string::npos ? "" : info.symbol.substr(0, colon));
-            if (info.kind == ParameterInfo::kChoice) {
-                out->min_value = 0.0;
-                out->max_value = static_cast<double>(info.choices.size() - 1);
-            } else {
-                out->min_value = info.minimum;
-                out->max_value = info.maximum;
-            }
+            out->min_value = info.minimum;
+            out->max_value = info.maximum;
             out->default_value = ClapEffect::toClap(i, info.defaultValue);
             return true;
         } catch (...) {

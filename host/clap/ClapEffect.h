@@ -31,9 +31,7 @@ public:
     ~ClapEffect() override;
 
     // The parameter domain. A parameter id is its index 0..240. Values are
-    // the ones setParameter takes (0..1, a modulator's "Index" 0..240),
-    // except for parameters that are one of a few choices, whose CLAP value
-    // is the number of the choice (0, 1, 2, ...).
+    // the ones setParameter takes (0..1, a modulator's "Index" 0..240).
     static double toClap(int32_t index, float value);
     // False for a value that is not a number; values outside the range are
     // brought inside.
