@@ -9,6 +9,7 @@
 
 #include "engine/ParameterText.h"
 #include "host/ParameterInfo.h"
+#include "host/PluginEditor.h"
 
 namespace varitap {
 
@@ -86,6 +87,9 @@ ClapEffect::~ClapEffect() = default;
 bool ClapEffect::init() {
     if (host_->get_extension) {
         hostParams_ = static_cast<const clap_host_params*>(host_->get_extension(host_, kExtParams));
+        hostGui_ = static_cast<const clap_host_gui*>(host_->get_extension(host_, kExtGui));
+        hostTimer_ = static_cast<const clap_host_timer_support*>(host_->get_extension(host_, kExtTimerSupport));
+        if (hostTimer_ && !(hostTimer_->register_timer && hostTimer_->unregister_timer)) hostTimer_ = nullptr;
     }
     silence_.reset(new float[kPieceFrames]());
     discard_.reset(new float[kPieceFrames]());
@@ -202,6 +206,11 @@ void ClapEffect::automate(int32_t index, float value) {
         return;
     }
     queue(kEventParamValue, index, value);
+}
+
+bool ClapEffect::resizeEditor(int32_t width, int32_t height) {
+    if (!hostGui_ || !hostGui_->request_resize || width <= 0 || height <= 0) return false;
+    return hostGui_->request_resize(host_, static_cast<uint32_t>(width), static_cast<uint32_t>(height));
 }
 
 void ClapEffect::updateDisplay() {
@@ -366,6 +375,7 @@ struct ClapCalls {
     }
     static void destroy(const clap_plugin* plugin) {
         try {
+            guiDestroy(plugin);
             delete of(plugin);
         } catch (...) {
         }
@@ -496,6 +506,94 @@ struct ClapCalls {
     // Echoes may ring for ever (feedback): the host keeps calling process.
     static uint32_t tail(const clap_plugin*) { return UINT32_MAX; }
 
+    // The editor, embedded in the host's X11 window. Its idle work runs on
+    // the host's timer.
+    static PluginEditor* editorOf(const clap_plugin* plugin) {
+        ClapEffect* effect = of(plugin);
+        return effect->core_ ? effect->core_->getEditor() : nullptr;
+    }
+    static bool guiSupported(const clap_plugin* plugin, const char* api, bool floating) {
+        return editorOf(plugin) && api && std::strcmp(api, kWindowApiX11) == 0 && !floating;
+    }
+    static bool guiPreferred(const clap_plugin*, const char** api, bool* floating) {
+        if (!api || !floating) return false;
+        *api = kWindowApiX11;
+        *floating = false;
+        return true;
+    }
+    static bool guiCreate(const clap_plugin* plugin, const char* api, bool floating) {
+        ClapEffect* effect = of(plugin);
+        if (!guiSupported(plugin, api, floating) || effect->guiCreated_) return false;
+        effect->guiCreated_ = true;
+        if (effect->hostTimer_ && !effect->hostTimer_->register_timer(effect->host_, 30, &effect->timer_)) {
+            effect->timer_ = kInvalidId;
+        }
+        return true;
+    }
+    static void guiDestroy(const clap_plugin* plugin) {
+        ClapEffect* effect = of(plugin);
+        if (!effect->guiCreated_) return;
+        try {
+            if (PluginEditor* editor = editorOf(plugin)) editor->close();
+        } catch (...) {
+        }
+        if (effect->timer_ != kInvalidId) effect->hostTimer_->unregister_timer(effect->host_, effect->timer_);
+        effect->timer_ = kInvalidId;
+        effect->guiCreated_ = false;
+    }
+    static bool guiSetScale(const clap_plugin* plugin, double scale) {
+        PluginEditor* editor = editorOf(plugin);
+        if (!editor || !(scale > 0.0 && std::isfinite(scale))) return false;
+        try {
+            editor->setScale(scale);
+            return true;
+        } catch (...) {
+            return false;
+        }
+    }
+    static bool guiGetSize(const clap_plugin* plugin, uint32_t* width, uint32_t* height) {
+        PluginEditor* editor = editorOf(plugin);
+        if (!editor || !width || !height) return false;
+        int32_t w = PluginEditor::kWidth, h = PluginEditor::kHeight;
+        editor->getSize(&w, &h);
+        *width = static_cast<uint32_t>(w);
+        *height = static_cast<uint32_t>(h);
+        return true;
+    }
+    static bool guiCanResize(const clap_plugin*) { return false; }
+    static bool guiResizeHints(const clap_plugin*, clap_gui_resize_hints*) { return false; }
+    static bool guiAdjustSize(const clap_plugin*, uint32_t*, uint32_t*) { return false; }
+    static bool guiSetSize(const clap_plugin* plugin, uint32_t width, uint32_t height) {
+        uint32_t w = 0, h = 0;
+        return guiGetSize(plugin, &w, &h) && w == width && h == height;
+    }
+    static bool guiSetParent(const clap_plugin* plugin, const clap_window* window) {
+        PluginEditor* editor = editorOf(plugin);
+        if (!of(plugin)->guiCreated_ || !editor || !window || !window->api ||
+            std::strcmp(window->api, kWindowApiX11) != 0 || window->x11 == 0) {
+            return false;
+        }
+        try {
+            if (editor->isOpen()) editor->close();
+            return editor->open(reinterpret_cast<void*>(static_cast<uintptr_t>(window->x11)));
+        } catch (...) {
+            return false;
+        }
+    }
+    static bool guiSetTransient(const clap_plugin*, const clap_window*) { return false; }
+    static void guiSuggestTitle(const clap_plugin*, const char*) {}
+    static bool guiShow(const clap_plugin* plugin) { return of(plugin)->guiCreated_; }
+    static bool guiHide(const clap_plugin* plugin) { return of(plugin)->guiCreated_; }
+    static void onTimer(const clap_plugin* plugin, clap_id id) {
+        ClapEffect* effect = of(plugin);
+        if (id != effect->timer_) return;
+        try {
+            PluginEditor* editor = editorOf(plugin);
+            if (editor && editor->isOpen()) editor->idle();
+        } catch (...) {
+        }
+    }
+
     static const void* extension(const clap_plugin*, const char* id) {
         static const clap_plugin_audio_ports ports = {portCount, portGet};
         static const clap_plugin_params params = {paramCount, paramInfo,   paramValue,
@@ -503,7 +601,14 @@ struct ClapCalls {
         static const clap_plugin_state state = {stateSave, stateLoad};
         static const clap_plugin_latency latencyTable = {latency};
         static const clap_plugin_tail tailTable = {tail};
+        static const clap_plugin_gui gui = {guiSupported,  guiPreferred,    guiCreate,       guiDestroy,
+                                            guiSetScale,   guiGetSize,      guiCanResize,    guiResizeHints,
+                                            guiAdjustSize, guiSetSize,      guiSetParent,    guiSetTransient,
+                                            guiSuggestTitle, guiShow,       guiHide};
+        static const clap_plugin_timer_support timer = {onTimer};
         if (!id) return nullptr;
+        if (std::strcmp(id, kExtGui) == 0) return &gui;
+        if (std::strcmp(id, kExtTimerSupport) == 0) return &timer;
         if (std::strcmp(id, kExtAudioPorts) == 0) return &ports;
         if (std::strcmp(id, kExtParams) == 0) return &params;
         if (std::strcmp(id, kExtState) == 0) return &state;

@@ -48,6 +48,8 @@ public:
     void beginEdit(int32_t index) override { queue(clap::kEventParamGestureBegin, index, 0.0f); }
     void endEdit(int32_t index) override { queue(clap::kEventParamGestureEnd, index, 0.0f); }
     void updateDisplay() override;
+    // ui thread. Through the host's gui extension, when it has one.
+    bool resizeEditor(int32_t width, int32_t height) override;
 
 private:
     friend struct ClapCalls;
@@ -75,6 +77,10 @@ private:
     clap::clap_plugin plugin_;
     const clap::clap_host* host_;
     const clap::clap_host_params* hostParams_ = nullptr;
+    const clap::clap_host_gui* hostGui_ = nullptr;
+    const clap::clap_host_timer_support* hostTimer_ = nullptr;
+    clap::clap_id timer_ = clap::kInvalidId;   // the editor's idle timer, while it exists
+    bool guiCreated_ = false;
     std::unique_ptr<DelayEffect> core_;
     HostTimeInfo time_;
     std::unique_ptr<float[]> silence_;   // stands in for a missing input channel

@@ -4,11 +4,15 @@
 #include <atomic>
 #include <cstring>
 
+#include "editor/DelayEditor.h"
 #include "host/clap/ClapEffect.h"
 #include "host/clap/ClapInterface.h"
 
 using namespace varitap::clap;
 using varitap::ClapEffect;
+
+// Every instance of the module gets the editor, installed when the module loads.
+[[maybe_unused]] static const bool kEditorInstalled = (varitap::setEditorFactory(&varitap::createDelayEditor), true);
 
 namespace {
 

@@ -176,6 +176,25 @@ public:
         expect(tail && tail->get(p) > 0, "no tail: a host sleeping on silence cuts the echoes");
     }
 
+    // The editor extension without a window: the X11 embedded API only, and
+    // a size that follows the host's scale.
+    void checkGui(const clap_plugin* p) {
+        const auto* gui = static_cast<const clap_plugin_gui*>(p->get_extension(p, kExtGui));
+        if (!gui) return;  // a plug-in without an editor
+        expect(gui->is_api_supported(p, kWindowApiX11, false), "gui: embedded x11 not supported");
+        expect(!gui->is_api_supported(p, "wayland", false), "gui: an unknown API is supported");
+        if (!expect(gui->create(p, kWindowApiX11, false), "gui: create failed")) return;
+        uint32_t w1 = 0, h1 = 0, w2 = 0, h2 = 0;
+        expect(gui->set_scale(p, 1.0) && gui->get_size(p, &w1, &h1) && w1 > 0 && h1 > 0, "gui: no size at scale 1");
+        expect(gui->set_scale(p, 2.0) && gui->get_size(p, &w2, &h2) && w2 == 2 * w1 && h2 == 2 * h1,
+               "gui: the size does not follow the scale");
+        expect(!gui->set_scale(p, std::nan("")), "gui: a scale that is not a number accepted");
+        gui->set_scale(p, 1.0);
+        clap_window none{kWindowApiX11, {0}};
+        expect(!gui->set_parent(p, &none), "gui: window 0 accepted as a parent");
+        gui->destroy(p);
+    }
+
     // Every parameter's info, and its current, lowest and highest value as
     // text and back.
     void checkParams(const clap_plugin* p) {
@@ -378,6 +397,7 @@ std::vector<std::string> checkClapPlugin(const std::string& path) {
     if (checker.load(path)) {
         if (const clap_plugin* p = checker.create()) {
             checker.checkPorts(p);
+            checker.checkGui(p);
             checker.checkParams(p);
             checker.checkHostileValues(p);
             checker.checkState(p);
