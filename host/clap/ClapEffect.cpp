@@ -6,6 +6,7 @@
 #include <cstring>
 #include <new>
 #include <string>
+#include <vector>
 
 #include "engine/ParameterText.h"
 #include "host/ParameterInfo.h"
@@ -34,12 +35,13 @@ struct StateImage {
 
 // The parameter table, built once per module.
 const ParameterInfo& infoOf(int32_t index) {
-    static const auto* table = [] {
-        auto* t = new ParameterInfo[kParameterCount];
+    // Destroyed with the module (hosts unload it).
+    static const std::vector<ParameterInfo> table = [] {
+        std::vector<ParameterInfo> t(kParameterCount);
         for (int32_t i = 0; i < kParameterCount; ++i) t[i] = parameterInfo(i);
         return t;
     }();
-    return table[index];
+    return table[static_cast<size_t>(index)];
 }
 
 bool validId(clap_id id) { return id < static_cast<clap_id>(kParameterCount); }

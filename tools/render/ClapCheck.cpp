@@ -95,7 +95,7 @@ struct Stream {
                         uint64_t n = self->bytes.size() - self->position;
                         if (n > size) n = size;
                         if (n > self->chunk) n = self->chunk;
-                        std::memcpy(data, self->bytes.data() + self->position, n);
+                        if (n > 0) std::memcpy(data, self->bytes.data() + self->position, n);
                         self->position += n;
                         return static_cast<int64_t>(n);
                     }};
