@@ -200,11 +200,11 @@ void ClapEffect::sendQueued(const clap_output_events* out) {
 
 void ClapEffect::automate(int32_t index, float value) {
     if (index < 0 || index >= kParameterCount) return;
-    const clap_output_events* out = blockOut_;
-    if (out && std::this_thread::get_id() == audioThread_.load(std::memory_order_relaxed)) {
+    // Only the audio thread reads blockOut_, which it alone writes.
+    if (std::this_thread::get_id() == audioThread_.load(std::memory_order_relaxed) && blockOut_) {
         // A modulator's movement: shown by the host, not recorded, since the
         // modulator makes it again on playback.
-        if (out->try_push) pushValue(out, index, value, kEventIsLive | kEventDontRecord);
+        if (blockOut_->try_push) pushValue(blockOut_, index, value, kEventIsLive | kEventDontRecord);
         return;
     }
     queue(kEventParamValue, index, value);
