@@ -1,16 +1,20 @@
 #!/usr/bin/env bash
 # Installs the built plug-in bundles where Linux hosts look for them: the
-# VST 2 bundle Varitap.vst and the LV2 bundle Varitap.lv2.
+# VST 2 bundle Varitap.vst, the LV2 bundle Varitap.lv2 and the CLAP bundle
+# folder Varitap (holding Contents/<arch>-linux/Varitap.clap).
 #
 # Usage: scripts/install.sh [--prefix DIR] [--build DIR]
 #   --build DIR   build folder that holds Varitap.vst and lv2/Varitap.lv2 (default: build/release)
-#   --prefix DIR  install as DIR/Varitap.vst and DIR/Varitap.lv2 instead of the default places
+#   --prefix DIR  install as DIR/Varitap.vst, DIR/Varitap.lv2 and DIR/Varitap instead of the
+#                 default places
 #
 # Default places: /usr/local/lib/vst/Varitap.vst and /usr/local/lib/lv2/Varitap.lv2
 # when those folders are writable (Ardour, Carla, Qtractor, Audacity and MusE
 # search them; LV2 hosts also search /usr/lib/lv2 and ~/.lv2), else
 # ~/.vst/Varitap.vst (Ardour then needs LXVST_PATH to include ~/.vst) and
-# ~/.lv2/Varitap.lv2 (searched by every LV2 host).
+# ~/.lv2/Varitap.lv2 (searched by every LV2 host). The CLAP folder goes to
+# /usr/local/lib/clap/Varitap, else ~/.clap/Varitap (CLAP hosts search both
+# recursively for .clap files).
 # Hosts list a plug-in found twice twice, so one copy only: installing to one
 # default place removes a copy left in the other.
 set -euo pipefail
@@ -27,8 +31,8 @@ while [ $# -gt 0 ]; do
   esac
 done
 
-for bundle in "$build/Varitap.vst" "$build/lv2/Varitap.lv2"; do
-  if ! ls "$bundle"/Contents/*-linux/Varitap.so >/dev/null 2>&1; then
+for bundle in "$build/Varitap.vst" "$build/lv2/Varitap.lv2" "$build/clap/Varitap"; do
+  if ! compgen -G "$bundle/Contents/*-linux/Varitap.*" >/dev/null; then
     echo "install: no built bundle in $bundle (build first)" >&2
     exit 1
   fi
@@ -87,3 +91,4 @@ if [ "$installed_dir" = "$HOME/.vst" ]; then
   echo "install: Ardour finds it with LXVST_PATH=$HOME/.vst"
 fi
 install_bundle "$build/lv2/Varitap.lv2" /usr/local/lib/lv2 "$HOME/.lv2"
+install_bundle "$build/clap/Varitap" /usr/local/lib/clap "$HOME/.clap"

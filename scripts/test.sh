@@ -4,8 +4,9 @@
 # cross build with an emulated check, a short fuzzing run of the presets
 # reader and of the whole plug-in, and in the AddressSanitizer + UndefinedBehaviorSanitizer build, which runs last so
 # that the output ends with its ctest summary. Installs missing Debian
-# packages first (Debian's Ardour too, for the real-host test, where the
-# shared harness that drives it is there). Exits non-zero when any build or test failed.
+# packages first (Debian's Qtractor, whose plug-in scanner checks the CLAP
+# module, and Ardour for the real-host test where the shared harness that
+# drives it is there). Exits non-zero when any build or test failed.
 set -uo pipefail
 cd "$(dirname "$0")/.."
 
@@ -13,7 +14,7 @@ cd "$(dirname "$0")/.."
 # harness; Ardour is installed only where that harness is.
 realhost=()
 [ -f ../shared/realhost/run-ardour.sh ] && [ "${VARITAP_REALHOST:-1}" != 0 ] && realhost=(ardour)
-bash scripts/setup.sh "${realhost[@]}" || exit 1
+bash scripts/setup.sh qtractor "${realhost[@]}" || exit 1
 
 jobs=$(nproc)
 status=0

@@ -37,7 +37,7 @@ TEST(Install, PrefixGetsOneWholeLoadableBundleOfEachFormat) {
     ASSERT_EQ(std::system(("touch '" + bundle + "/stale'").c_str()), 0);
     ASSERT_EQ(runInstall(prefix), 0);
     EXPECT_FALSE(exists(bundle + "/stale"));
-    EXPECT_EQ(std::system(("test $(ls -A '" + prefix + "' | wc -l) -eq 2").c_str()), 0);
+    EXPECT_EQ(std::system(("test $(ls -A '" + prefix + "' | wc -l) -eq 3").c_str()), 0);
 
     void* handle = dlopen(so.c_str(), RTLD_NOW | RTLD_LOCAL);
     ASSERT_NE(handle, nullptr) << dlerror();
@@ -63,6 +63,13 @@ TEST(Install, PrefixGetsOneWholeLoadableBundleOfEachFormat) {
     ASSERT_NE(descriptor, nullptr);
     EXPECT_NE(descriptor(0), nullptr);
     EXPECT_EQ(descriptor(1), nullptr);
+    dlclose(handle);
+
+    const std::string clap = prefix + "/Varitap/Contents/";
+    EXPECT_TRUE(exists(clap + "Resources/varitap.factory.presets.xml"));
+    handle = dlopen((clap + VARITAP_ARCH_DIR + "/Varitap.clap").c_str(), RTLD_NOW | RTLD_LOCAL);
+    ASSERT_NE(handle, nullptr) << dlerror();
+    EXPECT_NE(dlsym(handle, "clap_entry"), nullptr);
     dlclose(handle);
 
     // A build folder without a bundle is refused.

@@ -1,8 +1,9 @@
 // The LV2 plug-in as hosts see it: the built Varitap.lv2 bundle checked by
 // Debian's LV2 tools (lv2_validate, lv2info, lv2apply), its module loaded
-// through lv2_descriptor beside the VST 2 module (the same samples for the
-// same parameters, tempo and blocks), and bad input (sample rates, block
-// sizes, state).
+// through lv2_descriptor beside the VST 2 module and the CLAP module (the
+// same samples for the same parameters, tempo and blocks), and bad input
+// (sample rates, block sizes, state).
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <sndfile.h>
 #include <stdlib.h>
@@ -21,6 +22,7 @@
 #include "FakeLv2Host.h"
 #include "host/DelayEffect.h"
 #include "host/ParameterInfo.h"
+#include "host/clap/ClapInterface.h"
 #include "persistence/Preset.h"
 #include "persistence/PresetLibrary.h"
 #include "persistence/PropertyValue.h"
@@ -155,8 +157,80 @@ TEST(Lv2Bundle, Lv2applyRendersTheEchoWhereItBelongs) {
     EXPECT_EQ(std::system(("rm -rf '" + dir + "'").c_str()), 0);
 }
 
-// Both modules side by side: one VST 2 and one LV2 instance given the same
-// parameters, tempo, transport and blocks.
+// The CLAP module through clap_entry: one instance, its values set with
+// parameter events in the first block as a host sends them.
+class ClapPlugin {
+public:
+    explicit ClapPlugin(double rate, uint32_t maxBlock) {
+        library_ = dlopen(VARITAP_CLAP_MODULE, RTLD_NOW | RTLD_LOCAL);
+        if (!library_) return;
+        entry_ = static_cast<const clap::clap_plugin_entry*>(dlsym(library_, "clap_entry"));
+        if (!entry_ || !entry_->init(VARITAP_CLAP_MODULE)) return;
+        host_.clap_version = clap::kVersion;
+        host_.name = host_.vendor = host_.url = host_.version = "test";
+        host_.get_extension = [](const clap::clap_host*, const char*) -> const void* { return nullptr; };
+        host_.request_restart = host_.request_process = host_.request_callback = [](const clap::clap_host*) {};
+        const auto* factory =
+            static_cast<const clap::clap_plugin_factory*>(entry_->get_factory(clap::kPluginFactoryId));
+        plugin_ = factory->create_plugin(factory, &host_, factory->get_plugin_descriptor(factory, 0)->id);
+        if (plugin_ && !(plugin_->init(plugin_) && plugin_->activate(plugin_, rate, 1, maxBlock) &&
+                         plugin_->start_processing(plugin_))) {
+            plugin_->destroy(plugin_);
+            plugin_ = nullptr;
+        }
+    }
+    ~ClapPlugin() {
+        if (plugin_) {
+            plugin_->stop_processing(plugin_);
+            plugin_->deactivate(plugin_);
+            plugin_->destroy(plugin_);
+        }
+        if (entry_) entry_->deinit();
+        if (library_) dlclose(library_);
+    }
+    explicit operator bool() const { return plugin_ != nullptr; }
+
+    // Values as the VST 2 plug-in takes them.
+    void set(int32_t index, float value) {
+        const double clapValue = value;
+        clap::clap_event_param_value e{};
+        e.header = {sizeof e, 0, clap::kCoreEventSpaceId, clap::kEventParamValue, 0};
+        e.param_id = static_cast<clap::clap_id>(index);
+        e.note_id = -1;
+        e.port_index = e.channel = e.key = -1;
+        e.value = clapValue;
+        events_.push_back(e);
+    }
+
+    // One block; transport null: the host gives none.
+    void process(float* const* in, float* const* out, uint32_t frames, const clap::clap_event_transport* transport) {
+        clap::clap_audio_buffer input{const_cast<float**>(in), nullptr, 2, 0, 0};
+        clap::clap_audio_buffer output{const_cast<float**>(out), nullptr, 2, 0, 0};
+        clap::clap_input_events events{this,
+                                       [](const clap::clap_input_events* l) {
+                                           return static_cast<uint32_t>(static_cast<ClapPlugin*>(l->ctx)->events_.size());
+                                       },
+                                       [](const clap::clap_input_events* l, uint32_t i) -> const clap::clap_event_header* {
+                                           return &static_cast<ClapPlugin*>(l->ctx)->events_[i].header;
+                                       }};
+        clap::clap_output_events sink{nullptr, [](const clap::clap_output_events*, const clap::clap_event_header*) {
+                                          return true;
+                                      }};
+        clap::clap_process p{-1, frames, transport, &input, &output, 1, 1, &events, &sink};
+        plugin_->process(plugin_, &p);
+        events_.clear();
+    }
+
+private:
+    void* library_ = nullptr;
+    const clap::clap_plugin_entry* entry_ = nullptr;
+    clap::clap_host host_{};
+    const clap::clap_plugin* plugin_ = nullptr;
+    std::vector<clap::clap_event_param_value> events_;
+};
+
+// The three modules side by side: one VST 2, one LV2 and one CLAP instance
+// given the same parameters, tempo, transport and blocks.
 class Formats : public ::testing::Test {
 protected:
     static constexpr int32_t kBlock = 512;
@@ -183,33 +257,48 @@ protected:
         ASSERT_TRUE(lv2);
         for (int32_t i = 0; i < kParameterCount; ++i) lv2.control[i] = parameterInfo(i).defaultValue;
         lv2.activate();
+        ClapPlugin clapPlugin(44100.0, kBlock);
+        ASSERT_TRUE(clapPlugin);
         for (int32_t i = 0; i < kParameterCount; ++i) {
             vst2.set(i, values[i]);
             lv2.control[i] = values[i];
+            clapPlugin.set(i, values[i]);
         }
         host.time.flags = kVstTempoValid | (playing ? kVstTransportPlaying : 0);
         std::mt19937 random(7);
         std::uniform_real_distribution<float> noise(-0.5f, 0.5f);
         Plugin::Buffers in(2, std::vector<float>(kBlock)), out(2, std::vector<float>(kBlock));
         std::vector<float> lv2Out[2] = {std::vector<float>(kBlock), std::vector<float>(kBlock)};
-        size_t differences = 0;
+        std::vector<float> clapOut[2] = {std::vector<float>(kBlock), std::vector<float>(kBlock)};
+        size_t differences = 0, clapDifferences = 0;
         for (int block = 0; block < kBlocks; ++block) {
             for (int c = 0; c < 2; ++c) {
                 for (float& x : in[c]) x = block % 40 < 4 ? noise(random) : 0.0f;
             }
             host.time.samplePos = static_cast<double>(block) * kBlock;
             // The engines may scale inputs in place: each gets its own copy.
-            Plugin::Buffers vstIn = in;
+            Plugin::Buffers vstIn = in, clapIn = in;
             vst2.processReplacing(vstIn, out, kBlock);
             const float* lv2In[2] = {in[0].data(), in[1].data()};
             float* lv2Outs[2] = {lv2Out[0].data(), lv2Out[1].data()};
             const Lv2Plugin::Position start{0, 1.0f, 120.0f};
             lv2.run(lv2In, lv2Outs, kBlock, playing && block == 0 ? &start : nullptr);
+            clap::clap_event_transport transport{};
+            transport.header = {sizeof transport, 0, clap::kCoreEventSpaceId, clap::kEventTransport, 0};
+            transport.flags = clap::kTransportHasTempo | clap::kTransportIsPlaying | clap::kTransportHasSecondsTimeline;
+            transport.tempo = 120.0;
+            transport.song_pos_seconds = static_cast<int64_t>(
+                std::llround(host.time.samplePos / 44100.0 * static_cast<double>(clap::kTimeFactor)));
+            float* clapIns[2] = {clapIn[0].data(), clapIn[1].data()};
+            float* clapOuts[2] = {clapOut[0].data(), clapOut[1].data()};
+            clapPlugin.process(clapIns, clapOuts, kBlock, playing ? &transport : nullptr);
             for (int c = 0; c < 2; ++c) {
                 differences += std::memcmp(out[c].data(), lv2Out[c].data(), kBlock * sizeof(float)) != 0;
+                clapDifferences += std::memcmp(out[c].data(), clapOut[c].data(), kBlock * sizeof(float)) != 0;
             }
         }
         EXPECT_EQ(differences, 0u);
+        EXPECT_EQ(clapDifferences, 0u);
     }
 };
 

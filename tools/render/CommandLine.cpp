@@ -56,6 +56,8 @@ const char* usageText() {
            "                        PLUGIN_B, alternating A B A B; writes no audio\n"
            "  --bench-set NAME=VALUE  set a parameter of PLUGIN_B, as --set does for A (repeatable)\n"
            "  --rounds N            runs of each plug-in in --bench (default 4)\n"
+           "  --check-clap FILE     run a strict host's checks on a .clap plug-in; prints\n"
+           "                        each failed check, exit status 1 when one fails\n"
            "  -q, --quiet           print nothing but errors\n"
            "  -h, --help            this text\n";
 }
@@ -174,6 +176,8 @@ bool parseCommandLine(int argc, const char* const* argv, Options& options, std::
             options.listPresets = true;
         } else if (arg == "--bench") {
             if (!value(options.benchPlugin)) return false;
+        } else if (arg == "--check-clap") {
+            if (!value(options.checkClap)) return false;
         } else if (arg == "--rounds") {
             if (!number(n, 1, 1000, "1..1000")) return false;
             options.benchRounds = static_cast<int>(n);

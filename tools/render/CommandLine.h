@@ -30,6 +30,7 @@ struct Options {
     bool listPresets = false;
     std::string benchPlugin;  // plug-in B of --bench
     std::vector<ParameterSetting> benchSettings;  // --bench-set: plug-in B's parameters
+    std::string checkClap;    // the .clap of --check-clap
     int benchRounds = 4;
     bool quiet = false;
     bool help = false;

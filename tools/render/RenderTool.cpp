@@ -1,6 +1,7 @@
 #include "tools/render/RenderTool.h"
 
 #include "tools/render/AudioFiles.h"
+#include "tools/render/ClapCheck.h"
 #include "tools/render/DemoSignal.h"
 #include "tools/render/PluginInstance.h"
 #include "tools/render/PresetFile.h"
@@ -143,6 +144,12 @@ int runRenderTool(int argc, const char* const* argv) {
     if (options.help) {
         std::fputs(usageText(), stdout);
         return 0;
+    }
+    if (!options.checkClap.empty()) {
+        const std::vector<std::string> failures = checkClapPlugin(options.checkClap);
+        for (const std::string& failure : failures) std::fprintf(stderr, "varitap-render: %s\n", failure.c_str());
+        if (!options.quiet && failures.empty()) std::printf("%s: every check passed\n", options.checkClap.c_str());
+        return failures.empty() ? 0 : kExitFailure;
     }
 
     const std::string pluginPath = options.plugin.empty() ? defaultPluginPath() : options.plugin;
