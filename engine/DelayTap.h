@@ -50,7 +50,7 @@ public:
     explicit DelayTap(uint32_t capacity);
     ~DelayTap() override;
 
-    // Slot order as the class was designed; the threads are noted per call.
+    // Virtual in this order so that subclasses extend the tap; the threads are noted per call.
     // audio thread (the engine's suspend request), or while no block runs:
     // zeroes the whole line.
     virtual void clearBuffer();

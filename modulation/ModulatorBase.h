@@ -26,7 +26,7 @@ public:
     explicit ModulatorBase(EngineHost* target);
     ~ModulatorBase() override = default;
 
-    // Slot order as designed. Setters: any thread, no lock.
+    // Setters: any thread, no lock.
     // The target parameter's number (raw 0..240, not a fraction).
     virtual void setIndex(int index);
     virtual int getIndex() const;
