@@ -3,6 +3,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <charconv>
 #include <cstring>
 #include <new>
 #include <string>
@@ -270,8 +271,10 @@ bool ClapEffect::valueToText(int32_t index, double value, char* text, uint32_t s
     } else if (info.kind == ParameterInfo::kChoice) {
         shown = info.choices[choiceOf(info, coreValue)].label;
     } else {
+        // Numbers read the same under any locale the host has set.
         char number[32];
-        std::snprintf(number, sizeof number, "%g", static_cast<double>(coreValue));
+        const auto written = std::to_chars(number, number + sizeof number - 1, coreValue);
+        *written.ptr = 0;
         shown = number;
     }
     writeText(text, size, shown);
@@ -296,9 +299,10 @@ bool ClapEffect::textToValue(int32_t index, const char* text, double* value) {
         }
         return false;
     }
-    char* end = nullptr;
-    const double number = std::strtod(text, &end);
-    if (end == text || *end != 0 || !std::isfinite(number)) return false;
+    double number = 0.0;
+    const char* end = text + std::strlen(text);
+    const auto read = std::from_chars(text, end, number);
+    if (read.ec != std::errc() || read.ptr != end || !std::isfinite(number)) return false;
     if (number < info.minimum || number > info.maximum) return false;
     *value = number;
     return true;

@@ -2,9 +2,12 @@
 
 #include <dlfcn.h>
 
+#include <cctype>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
+#include <charconv>
+#include <clocale>
 #include <cstring>
 #include <limits>
 #include <random>
@@ -227,6 +230,20 @@ public:
                 expect(params_->value_to_text(p, info.id, back, again, sizeof again) && std::strcmp(text, again) == 0,
                        at + ": \"" + text + "\" reads back as another value");
             }
+            // Where a number is shown, it is written and read with a decimal
+            // point whatever the locale, as a user types it.
+            const double middle = 0.5 * (info.min_value + info.max_value);
+            char shown[256];
+            if (!(info.flags & kParamIsStepped) && params_->value_to_text(p, info.id, middle, shown, sizeof shown) &&
+                (std::isdigit(static_cast<unsigned char>(shown[0])) || shown[0] == '-')) {
+                expect(!std::strchr(shown, ','), at + ": shows a decimal comma in \"" + shown + "\"");
+                char typed[64];
+                const auto end = std::to_chars(typed, typed + sizeof typed - 1, middle);
+                *end.ptr = 0;
+                double read = 0.0;
+                expect(params_->text_to_value(p, info.id, typed, &read) && read == middle,
+                       at + ": the typed number \"" + typed + "\" is not read");
+            }
             char tiny[1] = {'x'};
             params_->value_to_text(p, info.id, value, tiny, sizeof tiny);
             expect(tiny[0] == 0, at + ": text overflows a one-byte buffer");
@@ -392,6 +409,10 @@ private:
 }  // namespace
 
 std::vector<std::string> checkClapPlugin(const std::string& path) {
+    // As a host does: the user's locale for the whole process while the
+    // plug-in runs (a German one writes decimal commas), the caller's after.
+    const std::string callersLocale = std::setlocale(LC_ALL, nullptr);
+    std::setlocale(LC_ALL, "");
     std::vector<std::string> failures;
     Checker checker(failures);
     if (checker.load(path)) {
@@ -406,6 +427,7 @@ std::vector<std::string> checkClapPlugin(const std::string& path) {
         }
     }
     checker.unload();
+    std::setlocale(LC_ALL, callersLocale.c_str());
     return failures;
 }
 
