@@ -161,7 +161,8 @@ TEST_F(MenuPopupTest, PointerPicksEntryInSubmenuThatShowsItsCheckMark) {
     EXPECT_EQ(tree.top->lastItemMenu(index), tree.sub.get());
     EXPECT_EQ(index, 2);
     EXPECT_FLOAT_EQ(tree.sub->value(), 2.0f);
-    EXPECT_TRUE(host.popupWindows().empty());  // all menu windows gone
+    // All menu windows gone (as the server sees them from the host's connection).
+    EXPECT_TRUE(waitFor([&] { return host.popupWindows().empty(); }));
 
     // The check mark: dark ink in the check column on "Beta"'s row only.
     ASSERT_GT(subImage.width, 20);
