@@ -31,37 +31,13 @@ run_tests() {
   ctest --preset "$preset" -j "$jobs" --timeout 600 || status=1
 }
 
-# The programs (named as their targets) of the tests labelled "threads",
-# read from the test files CMake wrote, so that nothing needs to be built
-# first. Those tests are plain add_test() entries.
-threads_programs() {
-  find "$1" -name CTestTestfile.cmake -print0 | xargs -0 -r sed -n \
-    -e 's/^add_test(\([^ ]*\) "\([^"]*\)".*/A \1 \2/p' \
-    -e 's/^set_tests_properties(\([^ ]*\) PROPERTIES .*LABELS "\([^"]*\)".*/L \1 \2/p' |
-    awk '$1 == "A" { path[$2] = $3 }
-         $1 == "L" { n = split($3, labels, ";")
-                     for (i = 1; i <= n; i++) if (labels[i] == "threads" && ($2 in path)) print path[$2] }' |
-    xargs -r -n1 basename | sort -u
-}
-
 if build release; then run_tests release; else status=1; fi
 
-# ThreadSanitizer: only the programs of the tests labelled "threads" are
-# built (the preset runs only those; other programs, such as ones that
-# replace the allocation functions, need not work under it).
-echo "=== tsan build ==="
-if cmake --preset tsan >/dev/null; then
-  targets=$(threads_programs build/tsan)
-  if [ -z "$targets" ]; then
-    echo "=== tsan tests: none labelled threads ==="
-  elif cmake --build --preset tsan -j "$jobs" --target $targets; then
-    run_tests tsan
-  else
-    status=1
-  fi
-else
-  status=1
-fi
+# ThreadSanitizer: the preset builds the programs of the tests labelled
+# "threads" (target varitap_tests_threads) and runs those tests only; other
+# programs, such as ones that replace the allocation functions, need not
+# work under it.
+if build tsan; then run_tests tsan; else status=1; fi
 
 # 64-bit Arm: the engine compiled for aarch64, its vector loops checked
 # against the scalar ones under emulation.
