@@ -225,8 +225,8 @@ def test_mutant(root, build, mutant, jobs, test_timeout, env):
         return "invalid", ""
     regex = "^(" + "|".join(labels) + ")$"
     code, out = run(["ctest", "--test-dir", build, "-L", regex, "-LE", "^realhost$", "-j", str(jobs),
-                     "--timeout", str(test_timeout)], root,
-                    timeout=test_timeout * 4 + 60, env=env)
+                     "--timeout", str(test_timeout), "--stop-on-failure"], root,
+                    timeout=test_timeout * 2 + 30, env=env)
     if code is None:
         return "timeout", "whole run"
     failed = re.findall(r"\d+ - (\S+) \((Failed|Timeout|SEGFAULT|Subprocess aborted|Child aborted|"
@@ -244,9 +244,11 @@ def main():
     parser.add_argument("--seed", type=int, default=13)
     parser.add_argument("--count", type=int, default=150)
     parser.add_argument("--jobs", type=int, default=os.cpu_count() or 2)
-    parser.add_argument("--test-timeout", type=int, default=30)
+    parser.add_argument("--test-timeout", type=int, default=20)
     parser.add_argument("--report", default="build/mutate/mutants.tsv")
     parser.add_argument("--replay", help="a report of an earlier run: try the same mutants")
+    parser.add_argument("--resume", help="a report of an interrupted run of the same sample: "
+                        "its results are kept and the rest is tried")
     parser.add_argument("--list", action="store_true", help="list the sample, change nothing")
     parser.add_argument("--only", help="only mutants whose file starts with this path")
     args = parser.parse_args()
@@ -255,19 +257,15 @@ def main():
     build = os.path.join(root, "build", "mutate")
     lines_of = {}
     if args.replay:
-        mutants = []
-        with open(args.replay, encoding="utf-8") as f:
-            for row in f:
-                if row.startswith("#") or not row.strip():
-                    continue
-                cells = row.rstrip("\n").split("\t")
-                m = Mutant(cells[1], int(cells[2]), int(cells[3]), unescape(cells[5]),
-                           unescape(cells[6]), cells[4])
-                lines_of[m.key()] = unescape(cells[9])
-                mutants.append(m)
+        mutants = read_report(args.replay)
+        for m in mutants:
+            lines_of[m.key()] = m.line_text
         total = len(mutants)
     else:
         mutants, total = sample(root, args.seed, args.count)
+    done = {}
+    if args.resume:
+        done = {(m.key(), m.orig, m.repl): m for m in read_report(args.resume)}
     if args.only:
         mutants = [m for m in mutants if m.path.startswith(args.only)]
 
@@ -313,10 +311,15 @@ def main():
                 original = f.read()
             line_text = lines_of.get(m.key())
             mutated = None
-            if line_text is None or relocate(original, m, line_text):
+            earlier = done.get((m.key(), m.orig, m.repl))
+            if earlier:
+                m.status, m.detail, line_text = earlier.status, earlier.detail, earlier.line_text
+            elif line_text is None or relocate(original, m, line_text):
                 line_text = original.split("\n")[m.line - 1] if m.line <= original.count("\n") + 1 else ""
                 mutated = apply(original, m)
-            if mutated is None:
+            if earlier:
+                pass
+            elif mutated is None:
                 m.status = "gone"
             else:
                 try:
@@ -344,6 +347,20 @@ def main():
         print(f"score {100.0 * found / judged:.1f} % ({found} of {judged}) in {minutes:.1f} min; "
               f"report: {args.report}")
     return 0
+
+
+def read_report(path):
+    mutants = []
+    with open(path, encoding="utf-8") as f:
+        for row in f:
+            if row.startswith("#") or not row.strip():
+                continue
+            cells = row.rstrip("\n").split("\t")
+            m = Mutant(cells[1], int(cells[2]), int(cells[3]), unescape(cells[5]), unescape(cells[6]),
+                       cells[4])
+            m.status, m.detail, m.line_text = cells[7], cells[8], unescape(cells[9])
+            mutants.append(m)
+    return mutants
 
 
 def escape(s):
