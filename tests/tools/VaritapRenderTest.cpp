@@ -30,17 +30,6 @@ protected:
         args.insert(args.begin(), {"--plugin", kBundle});
         return runRender(args, dir.path());
     }
-    // Frames where the channel rises above the threshold, one per echo: the
-    // first frame of each run of loud frames.
-    static std::vector<long> onsets(const Audio& audio, int channel, float threshold) {
-        std::vector<long> found;
-        long last = -1000;
-        for (long f : peaks(audio, channel, threshold)) {
-            if (f - last > 100) found.push_back(f);
-            last = f;
-        }
-        return found;
-    }
     TempDir dir;
     // Varitap saves the user presets file when an instance closes: keep the
     // in-process instances away from the real one.
@@ -48,45 +37,6 @@ protected:
 };
 
 }  // namespace
-
-TEST_F(VaritapRenderTest, InitProgramEchoesFollowTheHostTempo) {
-    // Left impulse at 1000, right at 3000: "Init" runs tap 1 from In 1 to
-    // Out 1 at "1/4" and tap 2 from In 2 to Out 2 at "1/8D", with feedback.
-    Audio input = impulses(2, 44100, 4410, {{1000, 1.0f}}, 0);
-    input.samples[3000 * 2 + 1] = 1.0f;
-    ASSERT_TRUE(writeAudio(dir.file("in.wav"), input));
-
-    for (double tempo : {120.0, 100.0}) {
-        RunResult result = run({"in.wav", "-o", "out.wav", "--tempo", std::to_string(tempo), "--tail", "2.4"});
-        ASSERT_EQ(result.status, 0) << result.err;
-        Audio out = readAudio(dir.file("out.wav"));
-        ASSERT_EQ(out.channels, 2);
-        ASSERT_EQ(out.frames(), 4410 + 105840);
-        const long beat = static_cast<long>(60.0 / tempo * 44100.0);  // samples per beat
-        const long dotted = static_cast<long>(static_cast<float>(60.0 / tempo * 44100.0) * 0.75f);
-        std::vector<long> left = {1000}, right = {3000};
-        for (long t = 1000 + beat; t < out.frames(); t += beat) left.push_back(t);
-        for (long t = 3000 + dotted; t < out.frames(); t += dotted) right.push_back(t);
-        EXPECT_EQ(onsets(out, 0, 0.02f), left) << tempo;
-        EXPECT_EQ(onsets(out, 1, 0.02f), right) << tempo;
-        // Dry share of the "Wet/Dry Mix Volume", then each repeat weaker.
-        EXPECT_NEAR(out.at(1000, 0), 0.563636f, 1e-4);
-        EXPECT_LT(std::fabs(out.at(left[2], 0)), std::fabs(out.at(left[1], 0)) + 1e-6f);
-    }
-}
-
-TEST_F(VaritapRenderTest, FreeTapDelaysByItsShareOf56000Samples) {
-    ASSERT_TRUE(writeAudio(dir.file("in.wav"), impulses(1, 48000, 48000, {{1000, 1.0f}})));
-    RunResult result = run({"in.wav", "-o", "out.wav", "--tail", "0", "--set", "#1: Sync=0", "--set",
-                            "#1: Delay=0.25", "--set", "#1: Feedback=0", "--set", "#2: Volume=0", "--set",
-                            "Wet/Dry Mix Volume=0", "--block", "333"});
-    ASSERT_EQ(result.status, 0) << result.err;
-    Audio out = readAudio(dir.file("out.wav"));
-    ASSERT_EQ(out.channels, 2);  // mono in, stereo out
-    EXPECT_EQ(peaks(out, 0, 1e-4f), std::vector<long>{15000});
-    EXPECT_NEAR(out.at(15000, 0), 1.0f, 1e-5);
-    EXPECT_EQ(peaks(out, 1, 1e-4f), std::vector<long>{});  // tap 2 silenced
-}
 
 // Displays through the listing; a modulator's "Index" takes a parameter
 // number (0..240), every other parameter 0..1.
