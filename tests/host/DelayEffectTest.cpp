@@ -15,13 +15,8 @@ namespace {
 
 using namespace vst;
 
-class DelayEffectTest : public ::testing::Test {
+class DelayEffectTest : public BundleTest {
 protected:
-    BundleLibrary library;
-    FakeHost host;
-
-    void SetUp() override { ASSERT_TRUE(library.loaded()) << BundleLibrary::path(); }
-
     static void arrangements(Plugin& plugin, VstSpeakerArrangement** in, VstSpeakerArrangement** out) {
         *in = *out = nullptr;
         ASSERT_EQ(plugin.dispatch(effGetSpeakerArrangement, 0, reinterpret_cast<VstIntPtr>(in), out), 1);

@@ -18,14 +18,12 @@ using namespace vst;
 
 constexpr const char* kUntouched = Plugin::kUntouched;
 
-class ParameterModelTest : public ::testing::Test {
+class ParameterModelTest : public BundleTest {
 protected:
-    BundleLibrary library;
-    FakeHost host;
     std::unique_ptr<Plugin> plugin;
 
     void SetUp() override {
-        ASSERT_TRUE(library.loaded());
+        BundleTest::SetUp();
         plugin = std::make_unique<Plugin>(library, host);
         ASSERT_TRUE(*plugin);
     }
