@@ -58,7 +58,6 @@ TEST(AudioEffect, RecordAndDefaultAnswers) {
     Plugin plugin(library, host);
     ASSERT_TRUE(plugin);
     AEffect* e = plugin.effect();
-    EXPECT_EQ(e->magic, fourCharCode('V', 's', 't', 'P'));
     EXPECT_EQ(e->uniqueID, fourCharCode('v', 'r', 't', 'p'));
     EXPECT_EQ(e->numPrograms, 1);
     EXPECT_EQ(e->numParams, 241);

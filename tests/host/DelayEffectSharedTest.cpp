@@ -6,6 +6,7 @@
 
 #include <cstdlib>
 #include <limits>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -41,13 +42,17 @@ protected:
         EXPECT_EQ(std::system(command.c_str()), 0);
     }
 
-    static Vst2Effect* make() {
+    // An instance made through the entry point's own call, closed through
+    // its record as a host closes it.
+    struct Close {
+        void operator()(Vst2Effect* effect) const {
+            effect->getAeffect()->dispatcher(effect->getAeffect(), effClose, 0, 0, nullptr, 0.0f);
+        }
+    };
+    using Instance = std::unique_ptr<Vst2Effect, Close>;
+    static Instance make() {
         AEffect* e = createDelayEffect(&FakeHost::callback);
-        return e ? Vst2Effect::fromRecord(e) : nullptr;
-    }
-    static void close(Vst2Effect* effect) {
-        AEffect* e = effect->getAeffect();
-        e->dispatcher(e, effClose, 0, 0, nullptr, 0.0f);
+        return Instance(e ? Vst2Effect::fromRecord(e) : nullptr);
     }
 };
 
@@ -64,11 +69,11 @@ Singletons singletons() {
 TEST_F(DelayEffectShared, TwoInstancesShareTheSingletonsUntilTheLastCloses) {
     const Singletons none = singletons();
     for (const auto& single : none) ASSERT_EQ(single.first, nullptr);
-    Vst2Effect* first = make();
+    Instance first = make();
     ASSERT_NE(first, nullptr);
     const Singletons one = singletons();
     for (const auto& single : one) ASSERT_NE(single.first, nullptr);
-    Vst2Effect* second = make();
+    Instance second = make();
     ASSERT_NE(second, nullptr);
     const Singletons two = singletons();
     for (size_t i = 0; i < one.size(); ++i) {
@@ -79,11 +84,11 @@ TEST_F(DelayEffectShared, TwoInstancesShareTheSingletonsUntilTheLastCloses) {
     std::vector<float> in(512, 0.1f), out(512, 0.0f);
     float* i[2] = {in.data(), in.data() + 256};
     float* o[2] = {out.data(), out.data() + 256};
-    for (Vst2Effect* effect : {first, second}) effect->getAeffect()->processReplacing(effect->getAeffect(), i, o, 256);
+    for (Vst2Effect* effect : {first.get(), second.get()}) effect->getAeffect()->processReplacing(effect->getAeffect(), i, o, 256);
 
-    close(first);
+    first.reset();
     EXPECT_EQ(singletons(), one);
-    close(second);
+    second.reset();
     EXPECT_EQ(singletons(), none);
 }
 
@@ -95,7 +100,7 @@ TEST_F(DelayEffectShared, UserOptionsAreReadAtConstruction) {
         options->release();
     };
     setOptions(1, 500);
-    Vst2Effect* effect = make();
+    Instance effect = make();
     ASSERT_NE(effect, nullptr);
     for (int t = 0; t < kTapCount; ++t) EXPECT_TRUE(effect->core().engine().tap(t).isResampling()) << t;
     EXPECT_EQ(modulatorSmoothFactor(), 500);
@@ -106,7 +111,7 @@ TEST_F(DelayEffectShared, UserOptionsAreReadAtConstruction) {
     long stored = -1;
     EXPECT_TRUE(Preferences::current()->getNumber(kOptionDelayTimeResample, &stored, -1));
     EXPECT_EQ(stored, 0);
-    close(effect);
+    effect.reset();
 
     // A zero option leaves the defaults.
     setOptions(0, 0);
@@ -115,11 +120,10 @@ TEST_F(DelayEffectShared, UserOptionsAreReadAtConstruction) {
     ASSERT_NE(effect, nullptr);
     EXPECT_FALSE(effect->core().engine().tap(3).isResampling());
     EXPECT_EQ(modulatorSmoothFactor(), kDefaultSmoothFactor);
-    close(effect);
 }
 
 TEST_F(DelayEffectShared, ProgramZeroReappliesItsValuesOverTheEngine) {
-    Vst2Effect* effect = make();
+    Instance effect = make();
     ASSERT_NE(effect, nullptr);
     effect->core().engine().tap(0).setVolume(0.1f);
     effect->core().engine().setWetDry(0.9f);
@@ -141,7 +145,6 @@ TEST_F(DelayEffectShared, ProgramZeroReappliesItsValuesOverTheEngine) {
     e->setParameter(e, 241, 0.5f);
     EXPECT_FLOAT_EQ(effect->core().program().values[0], 0.022728f);
     EXPECT_FLOAT_EQ(effect->core().program().values[240], 0.0f);
-    close(effect);
 }
 
 // An editor that records what the effect tells it.
@@ -162,7 +165,7 @@ TEST_F(DelayEffectShared, EditorHookAttachesAndHearsEveryChange) {
     RecordingEditor::changes.clear();
     RecordingEditor::rebuilds = 0;
     RecordingEditor::idles = 0;
-    Vst2Effect* effect = make();
+    Instance effect = make();
     ASSERT_NE(effect, nullptr);
     AEffect* e = effect->getAeffect();
     EXPECT_EQ(RecordingEditor::alive, 1);
@@ -195,7 +198,7 @@ TEST_F(DelayEffectShared, EditorHookAttachesAndHearsEveryChange) {
     e->dispatcher(e, effEditClose, 0, 0, nullptr, 0.0f);
     EXPECT_FALSE(effect->getEditor()->isOpen());
 
-    close(effect);
+    effect.reset();
     EXPECT_EQ(RecordingEditor::alive, 0);
 }
 
@@ -210,6 +213,7 @@ TEST_F(DelayEffectShared, AnArrangementThatCannotBeCopiedIsRefused) {
         bool fail = false;
     };
     auto* effect = new FailingCopies(&FakeHost::callback);
+    Instance owner(effect);
     Arrangement mono(kSpeakerArrMono, 1), stereo(kSpeakerArrStereo, 2);
     AEffect* e = effect->getAeffect();
     auto offer = [&](Arrangement& in, Arrangement& out) {
@@ -220,11 +224,10 @@ TEST_F(DelayEffectShared, AnArrangementThatCannotBeCopiedIsRefused) {
     EXPECT_EQ(offer(stereo, mono), 0);
     EXPECT_EQ(effect->core().inputChannels(), 1);
     EXPECT_EQ(effect->core().outputChannels(), 2);
-    close(effect);
 }
 
 TEST_F(DelayEffectShared, TimeInformationReachesTheEngineInItsOwnTerms) {
-    Vst2Effect* effect = make();
+    Instance effect = make();
     ASSERT_NE(effect, nullptr);
     host.time.tempo = 90.0;
     host.time.samplePos = 4410.0;
@@ -245,7 +248,6 @@ TEST_F(DelayEffectShared, TimeInformationReachesTheEngineInItsOwnTerms) {
     EXPECT_EQ(effect->core().engine().tap(0).sampleRate(), 48000.0f);
     e->dispatcher(e, effSetSampleRate, 0, 0, nullptr, 0.0f);
     EXPECT_EQ(effect->getSampleRate(), 0.0f);
-    close(effect);
 }
 
 }  // namespace

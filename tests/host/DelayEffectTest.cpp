@@ -15,13 +15,8 @@ namespace {
 
 using namespace vst;
 
-class DelayEffectTest : public ::testing::Test {
+class DelayEffectTest : public BundleTest {
 protected:
-    BundleLibrary library;
-    FakeHost host;
-
-    void SetUp() override { ASSERT_TRUE(library.loaded()) << BundleLibrary::path(); }
-
     static void arrangements(Plugin& plugin, VstSpeakerArrangement** in, VstSpeakerArrangement** out) {
         *in = *out = nullptr;
         ASSERT_EQ(plugin.dispatch(effGetSpeakerArrangement, 0, reinterpret_cast<VstIntPtr>(in), out), 1);
@@ -222,31 +217,48 @@ TEST_F(DelayEffectTest, InitProgramAndProgramCalls) {
     EXPECT_EQ(plugin.programName(), std::string(kVstMaxProgNameLen, 'x'));
 }
 
-// Impulse responses through the Init program at 120 BPM, 44.1 kHz: tap 1
-// (input 1 to output 1) is a synchronised "1/4", 22050 samples.
-TEST_F(DelayEffectTest, InitProgramEchoesAQuarterNoteLater) {
-    Plugin plugin(library, host);
-    ASSERT_TRUE(plugin);
-    plugin.dispatch(effSetSampleRate, 0, 0, nullptr, 44100.0f);
-    plugin.dispatch(effMainsChanged, 0, 1);
+// Impulse responses through the Init program at 44.1 kHz: tap 1 (input 1 to
+// output 1) is a synchronised "1/4", tap 2 (input 2 to output 2) a "1/8D"
+// with feedback, both at the host's tempo.
+TEST_F(DelayEffectTest, InitProgramEchoesFollowTheHostTempo) {
     const float mix = 0.563636f;
-    std::vector<std::vector<float>> in(2, std::vector<float>(11025, 0.0f));
-    std::vector<std::vector<float>> out(2, std::vector<float>(11025, 0.0f));
-    in[0][0] = 1.0f;
-    std::vector<float> left;
-    for (int block = 0; block < 4; ++block) {
-        plugin.processReplacing(in, out, 11025);
-        left.insert(left.end(), out[0].begin(), out[0].end());
-        in[0][0] = 0.0f;
+    // The first frame of each run of frames louder than 0.02: one per echo.
+    auto onsets = [](const std::vector<float>& samples) {
+        std::vector<size_t> found;
+        for (size_t i = 0; i < samples.size(); ++i)
+            if (std::fabs(samples[i]) > 0.02f && (found.empty() || i - found.back() > 100)) found.push_back(i);
+        return found;
+    };
+    auto peakNear = [](const std::vector<float>& samples, size_t at) {
+        return std::max(std::fabs(samples[at]), std::fabs(samples[at + 1]));
+    };
+    for (double tempo : {120.0, 100.0}) {
+        SCOPED_TRACE(tempo);
+        host.time.tempo = tempo;
+        Plugin plugin(library, host);
+        ASSERT_TRUE(plugin);
+        plugin.dispatch(effSetSampleRate, 0, 0, nullptr, 44100.0f);
+        plugin.dispatch(effMainsChanged, 0, 1);
+        Plugin::Buffers in(2, std::vector<float>(11025, 0.0f)), out = in, heard(2);
+        in[0][0] = in[1][0] = 1.0f;
+        for (int block = 0; block < 4; ++block) {
+            plugin.processReplacing(in, out, 11025);
+            for (int c = 0; c < 2; ++c) heard[c].insert(heard[c].end(), out[c].begin(), out[c].end());
+            in[0][0] = in[1][0] = 0.0f;
+        }
+        const size_t beat = static_cast<size_t>(60.0 / tempo * 44100.0);
+        const size_t dotted = static_cast<size_t>(static_cast<float>(60.0 / tempo * 44100.0) * 0.75f);
+        // The dry share, then the wet share a beat later and nothing else.
+        EXPECT_FLOAT_EQ(heard[0][0], mix);
+        EXPECT_FLOAT_EQ(heard[0][beat], 1.0f - mix);
+        float elsewhere = 0.0f;
+        for (size_t i = 1; i < heard[0].size(); ++i)
+            if (i != beat) elsewhere = std::max(elsewhere, std::fabs(heard[0][i]));
+        EXPECT_LT(elsewhere, 1e-6f);
+        // Every dotted eighth an echo, each weaker.
+        EXPECT_EQ(onsets(heard[1]), (std::vector<size_t>{0, dotted, 2 * dotted}));
+        EXPECT_LT(peakNear(heard[1], 2 * dotted), peakNear(heard[1], dotted));
     }
-    ASSERT_EQ(left.size(), 44100u);
-    EXPECT_FLOAT_EQ(left[0], mix);
-    EXPECT_FLOAT_EQ(left[22050], 1.0f - mix);
-    float elsewhere = 0.0f;
-    for (size_t i = 1; i < left.size(); ++i) {
-        if (i != 22050) elsewhere = std::max(elsewhere, std::fabs(left[i]));
-    }
-    EXPECT_LT(elsewhere, 1e-6f);
     // The host was asked for tempo and the automation-writing flag.
     ASSERT_FALSE(host.timeRequests.empty());
     EXPECT_EQ(host.timeRequests.back(), kVstTempoValid | kVstAutomationWriting);

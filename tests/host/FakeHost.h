@@ -4,6 +4,8 @@
 // plug-in tells it (automation, display updates).
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <cstdint>
 #include <string>
 #include <utility>
@@ -109,6 +111,15 @@ public:
 
 private:
     std::vector<unsigned char> bytes_;
+};
+
+// The fixture of the tests on the built bundle: the library and a host whose
+// answers a test may set before it makes its instances.
+class BundleTest : public ::testing::Test {
+protected:
+    void SetUp() override { ASSERT_TRUE(library.loaded()) << BundleLibrary::path(); }
+    BundleLibrary library;
+    FakeHost host;
 };
 
 }  // namespace varitap::test

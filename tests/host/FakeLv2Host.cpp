@@ -10,6 +10,9 @@
 #include <algorithm>
 #include <cstring>
 
+#include "engine/ParameterLayout.h"
+#include "host/ParameterInfo.h"
+
 namespace varitap::test {
 
 std::string Lv2Library::bundlePath() { return VARITAP_LV2_BUNDLE_DIR; }
@@ -30,6 +33,7 @@ Lv2Library::~Lv2Library() {
 Lv2Plugin::Lv2Plugin(const Lv2Library& library, double sampleRate, int32_t maxBlock, bool mapUrids,
                      float optionRate)
     : descriptor_(library.descriptor()) {
+    for (int32_t i = 0; i < kParameterCount; ++i) control[i] = parameterInfo(i).defaultValue;
     const LV2_Feature mapFeature{LV2_URID__map, &map_};
     const int32_t minBlock = 0;
     const float rate = optionRate > 0.0f ? optionRate : static_cast<float>(sampleRate);

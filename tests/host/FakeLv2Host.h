@@ -50,7 +50,7 @@ public:
     explicit operator bool() const { return handle_ != nullptr; }
     LV2_Handle handle() const { return handle_; }
 
-    float control[241] = {};  // the control ports' values, set to the defaults by the test
+    float control[241];  // the control ports' values, the parameters' defaults at first
     void activate();
     // Runs frames from in into out (two channels each, at least frames long).
     // With a position, the block carries a time:Position event (frame,

@@ -12,12 +12,14 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <map>
 #include <random>
 #include <set>
 #include <string>
 #include <vector>
 
+#include "../base/TestSupport.h"
 #include "FakeHost.h"
 #include "FakeLv2Host.h"
 #include "host/DelayEffect.h"
@@ -95,17 +97,17 @@ TEST(Lv2Bundle, ValidatesAndDescribesEveryParameterAsTheVst2PluginNamesIt) {
     EXPECT_EQ(parameterInfo(kParameterCount).symbol, "");
 }
 
-std::vector<float> readChannel(const std::string& path, int channel, int* channels) {
+// A sound file's channels (none when it cannot be read).
+std::vector<std::vector<float>> readChannels(const std::string& path) {
     SF_INFO info{};
     SNDFILE* file = sf_open(path.c_str(), SFM_READ, &info);
     if (!file) return {};
     std::vector<float> frames(static_cast<size_t>(info.frames * info.channels));
     sf_readf_float(file, frames.data(), info.frames);
     sf_close(file);
-    *channels = info.channels;
-    std::vector<float> out;
-    for (sf_count_t i = 0; i < info.frames; ++i) out.push_back(frames[static_cast<size_t>(i * info.channels + channel)]);
-    return out;
+    std::vector<std::vector<float>> channels(static_cast<size_t>(info.channels));
+    for (size_t i = 0; i < frames.size(); ++i) channels[i % channels.size()].push_back(frames[i]);
+    return channels;
 }
 
 // lv2apply (Debian's lilv-utils) runs an impulse through tap 1 set free at
@@ -115,9 +117,8 @@ TEST(Lv2Bundle, Lv2applyRendersTheEchoWhereItBelongs) {
 #ifdef VARITAP_SANITIZED_MODULES
     GTEST_SKIP() << "lv2apply cannot load a module built with sanitizers";
 #endif
-    char pattern[] = "/tmp/varitap-lv2apply-XXXXXX";
-    ASSERT_NE(mkdtemp(pattern), nullptr);
-    const std::string dir = pattern;
+    TempDir temp;
+    const std::string& dir = temp.path();
     SF_INFO format{};
     format.samplerate = 44100;
     format.channels = 2;
@@ -136,25 +137,20 @@ TEST(Lv2Bundle, Lv2applyRendersTheEchoWhereItBelongs) {
             " -c tap1_feedback 0 -c tap2_volume 0 urn:brelmo:varitap 2>&1",
         &status);
     ASSERT_EQ(status, 0) << output;
-    int channels = 0;
-    const std::vector<float> left = readChannel(dir + "/out.wav", 0, &channels);
-    const std::vector<float> right = readChannel(dir + "/out.wav", 1, &channels);
-    ASSERT_EQ(channels, 2);
+    const std::vector<std::vector<float>> channels = readChannels(dir + "/out.wav");
+    ASSERT_EQ(channels.size(), 2u);
+    const std::vector<float>& left = channels[0];
     ASSERT_EQ(left.size(), 8000u);
-    size_t loudest = 0;
+    const size_t loudest = std::max_element(left.begin(), left.end()) - left.begin();
     float elsewhere = 0.0f, rightPeak = 0.0f;
     for (size_t i = 0; i < left.size(); ++i) {
-        if (std::fabs(left[i]) > std::fabs(left[loudest])) loudest = i;
-        rightPeak = std::max(rightPeak, std::fabs(right[i]));
-    }
-    for (size_t i = 0; i < left.size(); ++i) {
         if (i != loudest) elsewhere = std::max(elsewhere, std::fabs(left[i]));
+        rightPeak = std::max(rightPeak, std::fabs(channels[1][i]));
     }
     EXPECT_EQ(loudest, 1100u);
     EXPECT_FLOAT_EQ(left[loudest], 1.0f);
     EXPECT_LT(elsewhere, 1e-6f);
     EXPECT_LT(rightPeak, 1e-6f);
-    EXPECT_EQ(std::system(("rm -rf '" + dir + "'").c_str()), 0);
 }
 
 // The CLAP module through clap_entry: one instance, its values set with
@@ -338,21 +334,11 @@ TEST_F(Formats, InitEveryFactoryPresetAndARandomStateSoundTheSame) {
     expectSameSamples(state, false, "random");
 }
 
-}  // namespace
-}  // namespace varitap::test
-
-namespace varitap::test {
-namespace {
-
 // The files in a folder with their contents.
 std::map<std::string, std::string> folderFiles(const std::string& dir) {
-    const std::string listing = commandOutput("cd '" + dir + "' && for f in *; do [ -f \"$f\" ] && printf '%s\\n' \"$f\"; done");
     std::map<std::string, std::string> files;
-    size_t start = 0;
-    for (size_t end; (end = listing.find('\n', start)) != std::string::npos; start = end + 1) {
-        const std::string name = listing.substr(start, end - start);
-        files[name] = commandOutput("cat '" + dir + "/" + name + "'");
-    }
+    for (const auto& entry : std::filesystem::directory_iterator(dir))
+        if (entry.is_regular_file()) files[entry.path().filename()] = readFile(entry.path());
     return files;
 }
 
@@ -362,10 +348,7 @@ std::vector<unsigned char> bytesOf(const void* data, size_t size) {
 }
 
 bool finite(const std::vector<float>& samples) {
-    for (float x : samples) {
-        if (!std::isfinite(x)) return false;
-    }
-    return true;
+    return std::all_of(samples.begin(), samples.end(), [](float x) { return std::isfinite(x); });
 }
 
 // Any rate from 8000 to 384000 Hz, blocks of 0 frames and of the host's
@@ -400,7 +383,6 @@ TEST(Lv2Effect, BadInputIsHarmless) {
             SCOPED_TRACE(std::to_string(rate) + (features ? " with" : " without") + " features");
             Lv2Plugin plugin(library, rate, features ? kMaxBlock : 0, features != 0);
             ASSERT_TRUE(plugin);
-            for (int32_t i = 0; i < kParameterCount; ++i) plugin.control[i] = parameterInfo(i).defaultValue;
             plugin.control[20] = 0.0f;  // all wet
             plugin.activate();
             plugin.run(ins, outs, 0);
@@ -416,7 +398,6 @@ TEST(Lv2Effect, BadInputIsHarmless) {
     {
         Lv2Plugin plugin(library, 0.0, kMaxBlock, true, 44100.0f);
         ASSERT_TRUE(plugin);
-        for (int32_t i = 0; i < kParameterCount; ++i) plugin.control[i] = parameterInfo(i).defaultValue;
         plugin.activate();
         std::fill(in[0].begin(), in[0].end(), 0.0f);
         std::fill(in[1].begin(), in[1].end(), 0.0f);
@@ -429,7 +410,6 @@ TEST(Lv2Effect, BadInputIsHarmless) {
     }
 
     Lv2Plugin source(library, 48000.0);
-    for (int32_t i = 0; i < kParameterCount; ++i) source.control[i] = parameterInfo(i).defaultValue;
     source.control[22] = 0.5f;   // tap 1 volume
     source.control[92] = 33.0f;  // modulator 1 aims at 33
     source.activate();
@@ -441,7 +421,6 @@ TEST(Lv2Effect, BadInputIsHarmless) {
     ASSERT_EQ(saved.count(key + "parameters"), 1u);
 
     Lv2Plugin target(library, 48000.0);
-    for (int32_t i = 0; i < kParameterCount; ++i) target.control[i] = parameterInfo(i).defaultValue;
     target.activate();
     target.restore(saved);
     EXPECT_EQ(target.save(), saved);

@@ -10,7 +10,7 @@
 #include <set>
 #include <vector>
 
-#include "BridgeHost.h"
+#include "BridgeTest.h"
 #include "engine/ParameterLayout.h"
 #include "persistence/PresetLibrary.h"
 

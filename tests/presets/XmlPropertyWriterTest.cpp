@@ -31,25 +31,28 @@ private:
     int failFrom_;
 };
 
-// The library of the folder "F" / preset "P" example.
-RefPtr<PresetLibrary> libraryWithFP() {
+// A library of one folder with one preset: the header values, then `values`.
+RefPtr<PresetLibrary> libraryWith(const char* folder, const char* name, std::initializer_list<PropertyValue*> values) {
     auto library = makeRef<PresetLibrary>();
-    auto preset = makeRef<Preset>("P");
+    auto preset = makeRef<Preset>(name);
     addValues(preset.get(), {PropertyValue::makeLong("Version", 1), PropertyValue::makeLong("NumInputs", 2),
-                             PropertyValue::makeLong("NumOutputs", 2), PropertyValue::makeFloat("0", 0.5),
-                             PropertyValue::makeFloat("1", 0.1), PropertyValue::makeFloat("2", -3.25)});
-    library->addFolder("F")->addPreset(preset.get());
+                             PropertyValue::makeLong("NumOutputs", 2)});
+    addValues(preset.get(), values);
+    library->addFolder(folder)->addPreset(preset.get());
     return library;
 }
 
+// The folder "F" / preset "P" example.
+RefPtr<PresetLibrary> libraryWithFP() {
+    return libraryWith("F", "P", {PropertyValue::makeFloat("0", 0.5), PropertyValue::makeFloat("1", 0.1),
+                                  PropertyValue::makeFloat("2", -3.25)});
+}
+
 RefPtr<PresetLibrary> libraryWithFullPreset() {
-    auto library = makeRef<PresetLibrary>();
-    auto preset = makeRef<Preset>("All 241");
-    addValues(preset.get(), {PropertyValue::makeLong("Version", 1), PropertyValue::makeLong("NumInputs", 2),
-                             PropertyValue::makeLong("NumOutputs", 2)});
+    auto library = libraryWith("Full", "All 241", {});
     for (int i = 0; i < 241; ++i)
-        addValues(preset.get(), {PropertyValue::makeFloat(std::to_string(i).c_str(), fullPresetValue(i))});
-    library->addFolder("Full")->addPreset(preset.get());
+        addValues(library->folderAt(0)->presetAt(0),
+                  {PropertyValue::makeFloat(std::to_string(i).c_str(), fullPresetValue(i))});
     return library;
 }
 

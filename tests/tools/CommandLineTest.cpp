@@ -14,30 +14,27 @@ bool parse(std::vector<const char*> args, Options& options, std::string& error) 
 }  // namespace
 
 TEST(CommandLineTest, SettingsSplitAtTheLastEqualsSignAndKnowIndicesFromNames) {
+    // {text, target, index, value}; a name holding '=' keeps it, and only
+    // all digits make an index.
+    const struct { const char* text; const char* target; int index; float value; } good[] = {
+        {"#1: Delay=0.25", "#1: Delay", -1, 0.25f}, {"a=b=1", "a=b", -1, 1.0f},
+        {"21=0.5", "21", 21, 0.5f}, {"2x=0.5", "2x", -1, 0.5f}};
     ParameterSetting setting;
     std::string error;
-    ASSERT_TRUE(parseSetting("#1: Delay=0.25", setting, error));
-    EXPECT_EQ(setting.target, "#1: Delay");
-    EXPECT_EQ(setting.index, -1);
-    EXPECT_FLOAT_EQ(setting.value, 0.25f);
-
-    ASSERT_TRUE(parseSetting("a=b=1", setting, error));  // a name holding '='
-    EXPECT_EQ(setting.target, "a=b");
-    EXPECT_FLOAT_EQ(setting.value, 1.0f);
-
-    ASSERT_TRUE(parseSetting("21=0.5", setting, error));
-    EXPECT_EQ(setting.index, 21);
-    ASSERT_TRUE(parseSetting("2x=0.5", setting, error));  // not all digits: a name
-    EXPECT_EQ(setting.index, -1);
-
-    EXPECT_FALSE(parseSetting("Delay", setting, error));
-    EXPECT_NE(error.find("Delay"), std::string::npos);
-    EXPECT_FALSE(parseSetting("=0.5", setting, error));
-    EXPECT_FALSE(parseSetting("Delay=", setting, error));
-    EXPECT_FALSE(parseSetting("Delay=half", setting, error));
-    EXPECT_NE(error.find("half"), std::string::npos);
-    EXPECT_FALSE(parseSetting("Delay=nan", setting, error));
-    EXPECT_FALSE(parseSetting("99999999999=0.5", setting, error));
+    for (const auto& row : good) {
+        ASSERT_TRUE(parseSetting(row.text, setting, error)) << row.text;
+        EXPECT_EQ(setting.target, row.target);
+        EXPECT_EQ(setting.index, row.index) << row.text;
+        EXPECT_FLOAT_EQ(setting.value, row.value) << row.text;
+    }
+    // {text, a word the error names}
+    const std::pair<const char*, const char*> bad[] = {{"Delay", "Delay"}, {"=0.5", ""}, {"Delay=", ""},
+                                                       {"Delay=half", "half"}, {"Delay=nan", ""},
+                                                       {"99999999999=0.5", ""}};
+    for (const auto& [text, named] : bad) {
+        EXPECT_FALSE(parseSetting(text, setting, error)) << text;
+        EXPECT_NE(error.find(named), std::string::npos) << text << ": " << error;
+    }
 }
 
 TEST(CommandLineTest, OptionsTakeValuesInBothFormsAndRefuseBadOnes) {

@@ -1,11 +1,20 @@
 // End-to-end runs of the varitap-render program against the TestDelay
-// plug-in: bad input, echo positions, presets, listings, plot and bench.
+// plug-in (bad input, echo positions, presets, listings, plot and bench) and
+// against Varitap's own bundle, loaded as a host loads it (skipped while the
+// bundle is not built).
 #include "RenderTestSupport.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstring>
+#include <limits>
 #include <regex>
+
+#include "host/vst2/Vst2Effect.h"
+#include "persistence/Preset.h"
+#include "tools/render/PluginInstance.h"
+#include "tools/render/PresetFile.h"
 
 using namespace rendertest;
 
@@ -19,7 +28,7 @@ protected:
         std::ofstream(dir.file("text.wav")) << "RIFF but not really";
     }
     RunResult run(std::vector<std::string> args) {
-        args.insert(args.begin(), {"--plugin", TEST_DELAY_BUNDLE});
+        args.insert(args.begin(), {"--plugin", plugin});
         return runRender(args, dir.path());
     }
     // One error line that names the thing, non-zero status, and nothing left
@@ -35,7 +44,22 @@ protected:
         EXPECT_EQ(dir.entries(), inputs) << result.err;
     }
     const std::vector<std::string> inputs = {"in.wav", "text.wav"};
+    std::string plugin = TEST_DELAY_BUNDLE;
     TempDir dir;
+};
+
+const std::string kBundle = VARITAP_BUNDLE_DIR;
+
+class VaritapRenderTest : public RenderToolTest {
+protected:
+    VaritapRenderTest() { plugin = kBundle; }
+    void SetUp() override {
+        if (!fileExists(kBundle + "/Contents/" VARITAP_ARCH_DIR "/Varitap.so")) GTEST_SKIP() << "Varitap bundle not built";
+        RenderToolTest::SetUp();
+    }
+    // Varitap saves the user presets file when an instance closes: keep the
+    // in-process instances away from the real one.
+    ConfigHomeGuard config{dir.path()};
 };
 
 }  // namespace
@@ -75,34 +99,25 @@ TEST_F(RenderToolTest, BadInputGetsOneLineAndLeavesNoOutput) {
 }
 
 TEST_F(RenderToolTest, EchoesLandOnTheSampleWithTempoRateAndTail) {
-    RunResult result = run({"in.wav", "-o", "out.wav", "--set", "Delay=0.25", "--set", "0=0.75",
-                            "--tail", "0.1", "--block", "100"});
+    // Two seconds of tail unless told otherwise; FLAC in 24 bits.
+    RunResult result = run({"in.wav", "-o", "out.flac", "--set", "Delay=0.25", "--set", "0=0.75", "--block", "100"});
     ASSERT_EQ(result.status, 0) << result.err;
-    Audio out = readAudio(dir.file("out.wav"));
-    EXPECT_EQ(out.format, SF_FORMAT_WAV | SF_FORMAT_FLOAT);
+    Audio out = readAudio(dir.file("out.flac"));
+    EXPECT_EQ(out.format, SF_FORMAT_FLAC | SF_FORMAT_PCM_24);
     EXPECT_EQ(out.rate, 44100);
     ASSERT_EQ(out.channels, 2);
-    EXPECT_EQ(out.frames(), 4410 + 4410);
+    EXPECT_EQ(out.frames(), 4410 + 2 * 44100);
     for (int c = 0; c < 2; ++c) {
         EXPECT_EQ(peaks(out, c, 1e-6f), std::vector<long>{1250});
         EXPECT_FLOAT_EQ(out.at(1250, c), 0.375f);
     }
-    // An impulse 100 samples before the end echoes inside the tail.
-    ASSERT_TRUE(writeAudio(dir.file("late.wav"), impulses(1, 44100, 4410, {{4310, 1.0f}})));
-    result = run({"late.wav", "-o", "late.flac", "--set", "Delay=0.25"});
-    ASSERT_EQ(result.status, 0) << result.err;
-    out = readAudio(dir.file("late.flac"));
-    EXPECT_EQ(out.format, SF_FORMAT_FLAC | SF_FORMAT_PCM_24);
-    ASSERT_EQ(out.channels, 2);  // mono in, both outputs
-    EXPECT_EQ(out.frames(), 4410 + 2 * 44100);
-    for (int c = 0; c < 2; ++c) EXPECT_EQ(peaks(out, c, 0.5f), std::vector<long>{4560});
-
     // The tempo and the file's rate reach the plug-in: one beat at 100 BPM and 22050 Hz is 13230 samples.
     ASSERT_TRUE(writeAudio(dir.file("slow.wav"), impulses(2, 22050, 20000, {{100, 1.0f}})));
     result = run({"slow.wav", "-o", "slow.out.wav", "--set", "Sync=1", "--tempo", "100",
                             "--tail", "0"});
     ASSERT_EQ(result.status, 0) << result.err;
     out = readAudio(dir.file("slow.out.wav"));
+    EXPECT_EQ(out.format, SF_FORMAT_WAV | SF_FORMAT_FLOAT);
     EXPECT_EQ(out.rate, 22050);
     EXPECT_EQ(peaks(out, 0, 0.5f), std::vector<long>{13330});
     EXPECT_EQ(peaks(out, 1, 0.5f), std::vector<long>{13330});
@@ -230,4 +245,95 @@ TEST_F(RenderToolTest, AnInterruptedRenderLeavesNothingBehind) {
     ::unlink(dir.file("err.txt").c_str());
     EXPECT_EQ(err, "varitap-render: slow.wav: interrupted; nothing was written\n");
     EXPECT_EQ(dir.entries(), inputs);
+}
+
+// Displays through the listing; a modulator's "Index" takes a parameter
+// number (0..240), every other parameter 0..1.
+TEST_F(VaritapRenderTest, ParametersAreListedAndCheckedInVaritapsOwnRanges) {
+    RunResult result =
+        run({"--list-params", "--set", "#1: Sync=0", "--set", "#1: Delay=0.25", "--set", "Auto #1 Index=21"});
+    ASSERT_EQ(result.status, 0) << result.err;
+    EXPECT_NE(result.out.find("#1: Delay                  317.4        Samples"), std::string::npos) << result.out;
+    EXPECT_NE(result.out.find("Auto #1 Index              #1: Delay"), std::string::npos) << result.out;
+    result = run({"--set", "Auto #1 Index=241", "-o", "x.wav"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_NE(result.err.find("outside 0..240"), std::string::npos) << result.err;
+    result = run({"--set", "Auto #1 Speed=2", "-o", "x.wav"});
+    EXPECT_NE(result.err.find("outside 0..1"), std::string::npos) << result.err;
+}
+
+// A factory preset's render of the demo, kept as a 24-bit FLAC. After an
+// intended change of the engine or of the preset, write a new reference with
+// VARITAP_UPDATE_REFERENCE=1 and listen to it before committing.
+TEST_F(VaritapRenderTest, FactoryPresetRenderMatchesTheStoredReference) {
+    const std::string reference = VARITAP_TEST_DATA_DIR "/tools/varitap-reference-ping-pong-filtered.flac";
+    const std::vector<std::string> render = {"--rate", "16000", "--tempo", "240", "--tail", "0.5",
+                                             "--preset", "Ping-Pong/Ping-Pong Filtered"};
+    if (std::getenv("VARITAP_UPDATE_REFERENCE")) {
+        std::vector<std::string> args = render;
+        args.insert(args.end(), {"-o", reference});
+        RunResult result = run(args);
+        ASSERT_EQ(result.status, 0) << result.err;
+    }
+    std::vector<std::string> args = render;
+    args.insert(args.end(), {"-o", "now.wav"});
+    RunResult result = run(args);
+    ASSERT_EQ(result.status, 0) << result.err;
+    Audio now = readAudio(dir.file("now.wav"));
+    Audio stored = readAudio(reference);
+    ASSERT_EQ(stored.channels, 2) << reference;
+    ASSERT_EQ(now.channels, stored.channels);
+    ASSERT_EQ(now.rate, stored.rate);
+    ASSERT_EQ(now.frames(), stored.frames());
+    double worst = 0.0, squares = 0.0, energy = 0.0;
+    long worstFrame = 0;
+    for (size_t i = 0; i < now.samples.size(); ++i) {
+        double difference = std::fabs(now.samples[i] - stored.samples[i]);
+        if (difference > worst) {
+            worst = difference;
+            worstFrame = static_cast<long>(i) / now.channels;
+        }
+        squares += difference * difference;
+        energy += static_cast<double>(stored.samples[i]) * stored.samples[i];
+    }
+    EXPECT_GT(energy, 1.0);  // the reference is not silence
+    // 24-bit storage rounds by 6e-8; the rest allows for compilers and flags.
+    EXPECT_LT(worst, 1e-3) << "largest difference at frame " << worstFrame;
+    EXPECT_LT(std::sqrt(squares / static_cast<double>(now.samples.size())), 1e-5);
+}
+
+// A damaged preset (not-a-number, infinities, numbers far outside 0..1, in
+// the first layout and the current one) leaves varitap-render's instance with
+// exactly the values Varitap's own applyPreset gives an instance.
+TEST_F(VaritapRenderTest, PresetsApplyAsVaritapItselfAppliesThem) {
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    const float inf = std::numeric_limits<float>::infinity();
+    const std::pair<const char*, float> stored[] = {
+        {"0", 1e30f}, {"1", -1e30f}, {"2", nan},  {"3", inf},   {"4", 0.7f},  {"10", 1e30f},
+        {"11", -inf}, {"12", nan},   {"13", 0.6f}, {"20", nan}, {"21", inf},  {"22", -inf},
+        {"28", nan},  {"92", nan},   {"107", 5.0f}, {"122", 30.0f}, {"240", nan}, {"23", 0.25f},
+    };
+    static auto host = [](vst::AEffect*, int32_t opcode, int32_t, vst::VstIntPtr, void*,
+                          float) -> vst::VstIntPtr { return opcode == vst::audioMasterVersion ? 2400 : 0; };
+    for (const bool firstLayout : {true, false}) {
+        SCOPED_TRACE(firstLayout ? "first layout" : "version 1");
+        auto preset = varitap::makeRef<varitap::Preset>("Damaged");
+        auto add = [&](varitap::PropertyValue* value) {
+            preset->addProperty(value);
+            value->release();
+        };
+        if (!firstLayout) add(varitap::PropertyValue::makeLong("Version", 1));
+        for (const auto& [key, value] : stored) add(varitap::PropertyValue::makeFloat(key, value));
+
+        std::string error;
+        auto plugin = render::PluginInstance::load(kBundle, error);
+        ASSERT_NE(plugin, nullptr) << error;
+        render::applyPreset(*plugin, *preset);
+        varitap::Vst2Effect own(host);
+        own.core().applyPreset(preset.get());
+        for (int32_t i = 0; i < varitap::kParameterCount; ++i) {
+            const float mine = own.core().getParameter(i), theirs = plugin->getParameter(i);
+            EXPECT_EQ(std::memcmp(&mine, &theirs, sizeof mine), 0) << i << ": " << mine << " " << theirs;
+        }
+    }
 }

@@ -157,22 +157,6 @@ struct TestDelay {
 
 TestDelay* self(AEffect* effect) { return static_cast<TestDelay*>(effect->object); }
 
-VstIntPtr dispatcher(AEffect* e, VstInt32 opcode, VstInt32 index, VstIntPtr value, void* ptr, float opt) {
-    return self(e)->dispatch(opcode, index, value, ptr, opt);
-}
-void processReplacing(AEffect* e, float** in, float** out, VstInt32 frames) {
-    self(e)->process(in, out, frames, true);
-}
-void processAccumulating(AEffect* e, float** in, float** out, VstInt32 frames) {
-    self(e)->process(in, out, frames, false);
-}
-void setParameter(AEffect* e, VstInt32 index, float value) {
-    if (index >= 0 && index < kParams) self(e)->params[index] = value;
-}
-float getParameter(AEffect* e, VstInt32 index) {
-    return index >= 0 && index < kParams ? self(e)->params[index] : 0.0f;
-}
-
 AEffect* createTestDelay(audioMasterCallback master) {
     if (std::getenv("TEST_DELAY_REFUSE")) return nullptr;
     VstIntPtr version = master(nullptr, audioMasterVersion, 0, 0, nullptr, 0.0f);
@@ -181,11 +165,19 @@ AEffect* createTestDelay(audioMasterCallback master) {
     plugin->master = master;
     AEffect& e = plugin->effect;
     e.magic = kEffectMagic;
-    e.dispatcher = dispatcher;
-    e.process = processAccumulating;
-    e.processReplacing = processReplacing;
-    e.setParameter = setParameter;
-    e.getParameter = getParameter;
+    e.dispatcher = [](AEffect* e, VstInt32 opcode, VstInt32 index, VstIntPtr value, void* ptr, float opt) {
+        return self(e)->dispatch(opcode, index, value, ptr, opt);
+    };
+    e.process = [](AEffect* e, float** in, float** out, VstInt32 frames) { self(e)->process(in, out, frames, false); };
+    e.processReplacing = [](AEffect* e, float** in, float** out, VstInt32 frames) {
+        self(e)->process(in, out, frames, true);
+    };
+    e.setParameter = [](AEffect* e, VstInt32 index, float value) {
+        if (index >= 0 && index < kParams) self(e)->params[index] = value;
+    };
+    e.getParameter = [](AEffect* e, VstInt32 index) {
+        return index >= 0 && index < kParams ? self(e)->params[index] : 0.0f;
+    };
     e.numPrograms = 1;
     e.numParams = kParams;
     e.numInputs = kInputs;
