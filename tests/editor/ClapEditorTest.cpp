@@ -109,11 +109,12 @@ public:
         plugin_ = nullptr;
     }
 
-    // The host's main loop for ms: readable descriptors, timers every 30 ms
-    // (when fireTimers), and the callbacks the plug-in asked for.
+    // The host's main loop for ms (one turn at least): readable descriptors,
+    // timers every 30 ms (when fireTimers), and the callbacks the plug-in
+    // asked for.
     void loop(int ms, bool fireTimers = true) {
         const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
-        while (std::chrono::steady_clock::now() < end) {
+        do {
             std::vector<pollfd> ready;
             for (int fd : fdList_) ready.push_back({fd, POLLIN, 0});
             poll(ready.data(), ready.size(), 10);
@@ -126,7 +127,7 @@ public:
             }
             if (callbackWanted_.exchange(false)) plugin_->on_main_thread(plugin_);
             display_.sync();
-        }
+        } while (std::chrono::steady_clock::now() < end);
     }
     const clap_plugin_posix_fd_support* fdSupport() const {
         return static_cast<const clap_plugin_posix_fd_support*>(plugin_->get_extension(plugin_, kExtPosixFdSupport));
@@ -164,6 +165,7 @@ public:
         plugin_->process(plugin_, &p);
     }
     std::vector<std::string> takeEvents() { return std::exchange(events_, {}); }
+    bool callbackWanted() const { return callbackWanted_; }
 
 private:
     static ClapGuiHost* of(const clap_host* h) { return static_cast<ClapGuiHost*>(h->host_data); }
@@ -227,15 +229,18 @@ TEST(ClapEditor, ModulatorMovementsReachTheHostAsLiveValuesItDoesNotRecord) {
     ASSERT_TRUE(host.plugin()->activate(host.plugin(), 44100.0, 1, 256));
     const std::string live = "flags " + std::to_string(kEventIsLive | kEventDontRecord);
     size_t moves = 0;
+    std::vector<std::string> others;
     for (int block = 0; block < 100; ++block) {
         host.process(true);
         for (const std::string& e : host.takeEvents()) {
-            EXPECT_EQ(e.rfind("value " + std::to_string(volume) + " ", 0), 0u) << e;
-            EXPECT_EQ(e.substr(e.size() - live.size()), live) << e;
-            ++moves;
+            const bool move = e.rfind("value " + std::to_string(volume) + " ", 0) == 0 &&
+                              e.substr(e.size() - live.size()) == live;
+            if (move) ++moves;
+            else others.push_back(e);
         }
     }
     EXPECT_GT(moves, 50u);
+    EXPECT_TRUE(others.empty()) << others.front();
     host.plugin()->deactivate(host.plugin());
 }
 
@@ -354,7 +359,12 @@ TEST(ClapEditor, WithoutTheHostsLoopsTheEditorRunsOnItsOwnTimer) {
     host.set(tapParameterIndex(0, kTapFeedback), 0.9);
     host.loop(150);
     EXPECT_GT(differingFraction(host.display().grab(host.window(), knob), shown, 40), 0.02);
+
+    // The timer stops with the editor.
     host.gui().destroy(host.plugin());
+    host.loop(0);
+    gui::test::waitFor([] { return false; }, 100);
+    EXPECT_FALSE(host.callbackWanted());
 }
 
 }  // namespace
