@@ -128,6 +128,7 @@ public:
     void idle() override;
     bool isOpen() const override;
     void* nativeWindow() const override;
+    int connectionFd() const override { return frame_ ? frame_->connectionFd() : -1; }
     // ui thread. A key the frame did not use; 1 when used.
     int onKeyDown(const gui::KeyEvent& key);
     // ui thread (the host asks before and after opening). The window's size at the open editor's

@@ -91,6 +91,8 @@ uint32_t Frame::windowId() const { return platform_ ? platform_->windowId() : 0;
 
 bool Frame::isParentGone() const { return platform_ && platform_->isParentGone(); }
 
+int Frame::connectionFd() const { return platform_ ? platform_->connectionFd() : -1; }
+
 void Frame::idle() {
     RefPtr<Frame> keep(this);
     std::lock_guard<std::recursive_mutex> lock(guard_);

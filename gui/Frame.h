@@ -51,6 +51,9 @@ public:
     uint32_t windowId() const;
     // True when the parent window went away under the open frame.
     bool isParentGone() const;
+    // ui. The descriptor of the frame's X connection while open, else -1: a
+    // host's event loop calls idle() when it becomes readable.
+    int connectionFd() const;
 
     // The frame's scale, device pixels per logical pixel (1 until set). The
     // views, their rectangles and mouse positions stay logical; the window is

@@ -33,6 +33,9 @@ public:
     virtual void idle() = 0;
     // Waits up to timeoutMs for an event (no guard needed).
     virtual void waitForEvents(int timeoutMs) = 0;
+    // The descriptor of the window system connection while open, else -1:
+    // readable when events wait for idle().
+    virtual int connectionFd() const = 0;
     // Marks a frame area to draw at the next idle or timer tick.
     virtual void invalidate(const Rect& area) = 0;
     // Modal popup of a menu at frame point `where`; true when chosen.

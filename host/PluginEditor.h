@@ -31,6 +31,10 @@ public:
     // ui thread. The editor's own window inside the host's (an X11 window id
     // as a pointer) while open, else null.
     virtual void* nativeWindow() const { return nullptr; }
+    // ui thread. While open, the descriptor of the editor's window system
+    // connection, which becomes readable when events wait for idle(); else
+    // -1. Hosts with an event loop watch it and idle the editor then.
+    virtual int connectionFd() const { return -1; }
     // ui thread (also before the editor opens). The window's size in host
     // pixels: the logical size times the editor's scale.
     virtual void getSize(int32_t* width, int32_t* height) {

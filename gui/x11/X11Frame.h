@@ -33,6 +33,7 @@ public:
     bool isParentGone() const override { return windowGone_; }
     void idle() override;
     void waitForEvents(int timeoutMs) override;
+    int connectionFd() const override { return connection_ ? xcb_get_file_descriptor(connection_) : -1; }
     void invalidate(const Rect& area) override;
     bool popupMenu(OptionMenu& menu, Point where) override;
 

@@ -1,5 +1,6 @@
 #include "host/clap/ClapEffect.h"
 
+#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -21,6 +22,8 @@ namespace {
 
 // Blocks longer than the engine's buses run in pieces.
 constexpr uint32_t kPieceFrames = DelayEngine::kBusSamples;
+// The period of the editor's idle work.
+constexpr uint32_t kIdleMs = 30;
 
 // The state stream: a tag, the layout's version, the program name and every
 // parameter value as the instance holds it (little-endian floats).
@@ -85,7 +88,7 @@ ClapEffect::ClapEffect(const clap_host* host) : plugin_{}, host_(host) {
     time_.flags = HostTimeInfo::kTempoValid;
 }
 
-ClapEffect::~ClapEffect() = default;
+ClapEffect::~ClapEffect() { stopOwnTimer(); }
 
 bool ClapEffect::init() {
     if (host_->get_extension) {
@@ -93,6 +96,8 @@ bool ClapEffect::init() {
         hostGui_ = static_cast<const clap_host_gui*>(host_->get_extension(host_, kExtGui));
         hostTimer_ = static_cast<const clap_host_timer_support*>(host_->get_extension(host_, kExtTimerSupport));
         if (hostTimer_ && !(hostTimer_->register_timer && hostTimer_->unregister_timer)) hostTimer_ = nullptr;
+        hostFd_ = static_cast<const clap_host_posix_fd_support*>(host_->get_extension(host_, kExtPosixFdSupport));
+        if (hostFd_ && !(hostFd_->register_fd && hostFd_->unregister_fd)) hostFd_ = nullptr;
     }
     silence_.reset(new float[kPieceFrames]());
     discard_.reset(new float[kPieceFrames]());
@@ -214,6 +219,45 @@ void ClapEffect::automate(int32_t index, float value) {
 bool ClapEffect::resizeEditor(int32_t width, int32_t height) {
     if (!hostGui_ || !hostGui_->request_resize || width <= 0 || height <= 0) return false;
     return hostGui_->request_resize(host_, static_cast<uint32_t>(width), static_cast<uint32_t>(height));
+}
+
+void ClapEffect::watchConnection() {
+    PluginEditor* editor = core_->getEditor();
+    const int fd = editor ? editor->connectionFd() : -1;
+    if (hostFd_ && fd >= 0 && hostFd_->register_fd(host_, fd, kFdRead)) watchedFd_ = fd;
+}
+
+void ClapEffect::unwatchConnection() {
+    // Before the editor closes the connection: the number may be reused.
+    if (watchedFd_ >= 0) hostFd_->unregister_fd(host_, watchedFd_);
+    watchedFd_ = -1;
+}
+
+void ClapEffect::startOwnTimer() {
+    if (ownTimer_.joinable() || !host_->request_callback) return;
+    ownTimerStop_ = false;
+    ownTimer_ = std::thread([this] {
+        for (;;) {
+            {
+                std::unique_lock<std::mutex> lock(ownTimerMutex_);
+                if (ownTimerWake_.wait_for(lock, std::chrono::milliseconds(kIdleMs), [this] { return ownTimerStop_; })) {
+                    return;
+                }
+            }
+            // The host calls on_main_thread, where the editor idles.
+            host_->request_callback(host_);
+        }
+    });
+}
+
+void ClapEffect::stopOwnTimer() {
+    if (!ownTimer_.joinable()) return;
+    {
+        std::lock_guard<std::mutex> lock(ownTimerMutex_);
+        ownTimerStop_ = true;
+    }
+    ownTimerWake_.notify_all();
+    ownTimer_.join();
 }
 
 void ClapEffect::updateDisplay() {
@@ -370,7 +414,7 @@ bool ClapEffect::load(const clap_istream* stream) {
 // The plug-in record's functions and the extension tables. No exception
 // leaves them.
 struct ClapCalls {
-    static ClapEffect* of(const clap_plugin* plugin) { return static_cast<ClapEffect*>(plugin->plugin_data); }
+    static ClapEffect* of(const clap_plugin* plugin) { return ClapEffect::of(plugin); }
 
     static bool init(const clap_plugin* plugin) {
         try {
@@ -417,7 +461,10 @@ struct ClapCalls {
             return kProcessError;
         }
     }
-    static void onMainThread(const clap_plugin*) {}
+    // The callbacks our own idle timer asks for.
+    static void onMainThread(const clap_plugin* plugin) {
+        if (of(plugin)->ownTimer_.joinable()) idleEditor(plugin);
+    }
 
     // Audio ports: one stereo input, one stereo output.
     static uint32_t portCount(const clap_plugin*, bool) { return 1; }
@@ -512,8 +559,10 @@ struct ClapCalls {
     // Echoes may ring for ever (feedback): the host keeps calling process.
     static uint32_t tail(const clap_plugin*) { return UINT32_MAX; }
 
-    // The editor, embedded in the host's X11 window. Its idle work runs on
-    // the host's timer.
+    // The editor, embedded in the host's X11 window. Its X connection is on
+    // the host's descriptor loop and its idle work on the host's timer when
+    // the host offers them; otherwise its idle work runs on our own timer
+    // (and the frame's redraw timer draws it when no idle comes).
     static PluginEditor* editorOf(const clap_plugin* plugin) {
         ClapEffect* effect = of(plugin);
         return effect->core_ ? effect->core_->getEditor() : nullptr;
@@ -531,20 +580,23 @@ struct ClapCalls {
         ClapEffect* effect = of(plugin);
         if (!guiSupported(plugin, api, floating) || effect->guiCreated_) return false;
         effect->guiCreated_ = true;
-        if (effect->hostTimer_ && !effect->hostTimer_->register_timer(effect->host_, 30, &effect->timer_)) {
+        if (effect->hostTimer_ && !effect->hostTimer_->register_timer(effect->host_, kIdleMs, &effect->timer_)) {
             effect->timer_ = kInvalidId;
         }
+        if (effect->timer_ == kInvalidId) effect->startOwnTimer();
         return true;
     }
     static void guiDestroy(const clap_plugin* plugin) {
         ClapEffect* effect = of(plugin);
         if (!effect->guiCreated_) return;
+        effect->unwatchConnection();
         try {
             if (PluginEditor* editor = editorOf(plugin)) editor->close();
         } catch (...) {
         }
         if (effect->timer_ != kInvalidId) effect->hostTimer_->unregister_timer(effect->host_, effect->timer_);
         effect->timer_ = kInvalidId;
+        effect->stopOwnTimer();
         effect->guiCreated_ = false;
     }
     static bool guiSetScale(const clap_plugin* plugin, double scale) {
@@ -579,9 +631,13 @@ struct ClapCalls {
             std::strcmp(window->api, kWindowApiX11) != 0 || window->x11 == 0) {
             return false;
         }
+        ClapEffect* effect = of(plugin);
+        effect->unwatchConnection();
         try {
             if (editor->isOpen()) editor->close();
-            return editor->open(reinterpret_cast<void*>(static_cast<uintptr_t>(window->x11)));
+            if (!editor->open(reinterpret_cast<void*>(static_cast<uintptr_t>(window->x11)))) return false;
+            effect->watchConnection();
+            return true;
         } catch (...) {
             return false;
         }
@@ -590,14 +646,19 @@ struct ClapCalls {
     static void guiSuggestTitle(const clap_plugin*, const char*) {}
     static bool guiShow(const clap_plugin* plugin) { return of(plugin)->guiCreated_; }
     static bool guiHide(const clap_plugin* plugin) { return of(plugin)->guiCreated_; }
-    static void onTimer(const clap_plugin* plugin, clap_id id) {
-        ClapEffect* effect = of(plugin);
-        if (id != effect->timer_) return;
+    static void idleEditor(const clap_plugin* plugin) {
+        if (!of(plugin)->guiCreated_) return;
         try {
             PluginEditor* editor = editorOf(plugin);
             if (editor && editor->isOpen()) editor->idle();
         } catch (...) {
         }
+    }
+    static void onTimer(const clap_plugin* plugin, clap_id id) {
+        if (id == of(plugin)->timer_) idleEditor(plugin);
+    }
+    static void onFd(const clap_plugin* plugin, int fd, uint32_t) {
+        if (fd >= 0 && fd == of(plugin)->watchedFd_) idleEditor(plugin);
     }
 
     static const void* extension(const clap_plugin*, const char* id) {
@@ -612,9 +673,11 @@ struct ClapCalls {
                                             guiAdjustSize, guiSetSize,      guiSetParent,    guiSetTransient,
                                             guiSuggestTitle, guiShow,       guiHide};
         static const clap_plugin_timer_support timer = {onTimer};
+        static const clap_plugin_posix_fd_support fds = {onFd};
         if (!id) return nullptr;
         if (std::strcmp(id, kExtGui) == 0) return &gui;
         if (std::strcmp(id, kExtTimerSupport) == 0) return &timer;
+        if (std::strcmp(id, kExtPosixFdSupport) == 0) return &fds;
         if (std::strcmp(id, kExtAudioPorts) == 0) return &ports;
         if (std::strcmp(id, kExtParams) == 0) return &params;
         if (std::strcmp(id, kExtState) == 0) return &state;

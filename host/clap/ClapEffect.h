@@ -7,8 +7,10 @@
 #pragma once
 
 #include <atomic>
+#include <condition_variable>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <thread>
 
 #include "host/DelayEffect.h"
@@ -51,6 +53,10 @@ public:
     // ui thread. Through the host's gui extension, when it has one.
     bool resizeEditor(int32_t width, int32_t height) override;
 
+    // The instance behind a plug-in record this class made.
+    static ClapEffect* of(const clap::clap_plugin* plugin) { return static_cast<ClapEffect*>(plugin->plugin_data); }
+    DelayEffect& core() { return *core_; }
+
 private:
     friend struct ClapCalls;
     struct Pending {
@@ -73,14 +79,28 @@ private:
     bool textToValue(int32_t index, const char* text, double* value);
     bool save(const clap::clap_ostream* stream);
     bool load(const clap::clap_istream* stream);
+    // The editor's loops, main thread: its connection on the host's
+    // descriptor loop, its idle work on the host's timer or on our own.
+    void watchConnection();
+    void unwatchConnection();
+    void startOwnTimer();
+    void stopOwnTimer();
 
     clap::clap_plugin plugin_;
     const clap::clap_host* host_;
     const clap::clap_host_params* hostParams_ = nullptr;
     const clap::clap_host_gui* hostGui_ = nullptr;
     const clap::clap_host_timer_support* hostTimer_ = nullptr;
+    const clap::clap_host_posix_fd_support* hostFd_ = nullptr;
     clap::clap_id timer_ = clap::kInvalidId;   // the editor's idle timer, while it exists
+    int watchedFd_ = -1;                       // the open editor's connection, on the host's loop
     bool guiCreated_ = false;
+    // Our own idle timer, for a host without timers: a thread that asks the
+    // host for a main-thread callback every tick.
+    std::thread ownTimer_;
+    std::mutex ownTimerMutex_;
+    std::condition_variable ownTimerWake_;
+    bool ownTimerStop_ = false;
     std::unique_ptr<DelayEffect> core_;
     HostTimeInfo time_;
     std::unique_ptr<float[]> silence_;   // stands in for a missing input channel

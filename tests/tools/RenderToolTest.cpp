@@ -337,3 +337,32 @@ TEST_F(VaritapRenderTest, PresetsApplyAsVaritapItselfAppliesThem) {
         }
     }
 }
+
+// The CLAP module, named by its file or by its bundle folder, renders the
+// demo through a synced modulator's preset and a setting exactly as the
+// VST 2 bundle does, and --bench times it against the VST 2 one.
+TEST_F(VaritapRenderTest, TheClapPlugInRendersWhatTheVst2OneRenders) {
+    const std::string clapBundle = VARITAP_CLAP_BUNDLE_DIR;
+    const std::vector<std::string> render = {"--tempo", "100", "--tail", "1", "--block", "300", "--preset",
+                                             "Filter Sweeps and Motion/Synced Bandpass Wah", "--set",
+                                             "#1: Feedback=0.7", "-o"};
+    std::vector<Audio> outputs;
+    for (const std::string& plugin : {kBundle, clapBundle + "/Contents/" VARITAP_ARCH_DIR "/Varitap.clap", clapBundle}) {
+        std::vector<std::string> args = {"--plugin", plugin};
+        args.insert(args.end(), render.begin(), render.end());
+        args.push_back("out" + std::to_string(outputs.size()) + ".wav");
+        RunResult result = runRender(args, dir.path());
+        ASSERT_EQ(result.status, 0) << plugin << ": " << result.err;
+        EXPECT_NE(result.out.find("plug-in: Varitap ("), std::string::npos) << result.out;
+        outputs.push_back(readAudio(dir.file(args.back())));
+    }
+    ASSERT_GT(outputs[0].frames(), 44100);
+    EXPECT_TRUE(outputs[0].samples == outputs[1].samples);
+    EXPECT_TRUE(outputs[0].samples == outputs[2].samples);
+
+    RunResult bench = run({"--bench", clapBundle, "--rounds", "1", "--tail", "0", "--preset",
+                           "Filter Sweeps and Motion/Synced Bandpass Wah"});
+    ASSERT_EQ(bench.status, 0) << bench.err;
+    EXPECT_NE(bench.out.find("B: Varitap (" + clapBundle + "/Contents/"), std::string::npos) << bench.out;
+    EXPECT_NE(bench.out.find("cost ratio A/B: "), std::string::npos) << bench.out;
+}

@@ -1,7 +1,5 @@
 #include "tools/render/ClapCheck.h"
 
-#include <dlfcn.h>
-
 #include <cctype>
 #include <cmath>
 #include <cstdint>
@@ -13,73 +11,13 @@
 #include <random>
 #include <set>
 
-#include "host/clap/ClapInterface.h"
+#include "tools/render/ClapHost.h"
 
 namespace render {
 
 using namespace varitap::clap;
 
 namespace {
-
-// The host record and what the plug-in asked of it.
-struct Host {
-    clap_host record{};
-    clap_host_params params{};
-    int rescans = 0;
-    int flushRequests = 0;
-
-    Host() {
-        record.clap_version = kVersion;
-        record.host_data = this;
-        record.name = "varitap-render";
-        record.vendor = "Brelmo";
-        record.url = "";
-        record.version = "1";
-        record.get_extension = [](const clap_host* h, const char* id) -> const void* {
-            Host* self = static_cast<Host*>(h->host_data);
-            return id && std::strcmp(id, kExtParams) == 0 ? &self->params : nullptr;
-        };
-        record.request_restart = [](const clap_host*) {};
-        record.request_process = [](const clap_host*) {};
-        record.request_callback = [](const clap_host*) {};
-        params.rescan = [](const clap_host* h, uint32_t) { ++static_cast<Host*>(h->host_data)->rescans; };
-        params.clear = [](const clap_host*, clap_id, uint32_t) {};
-        params.request_flush = [](const clap_host* h) { ++static_cast<Host*>(h->host_data)->flushRequests; };
-    }
-};
-
-// A fixed list of input events, and an output queue that keeps what fits.
-struct InputEvents {
-    std::vector<clap_event_param_value> values;
-    clap_input_events record{this, [](const clap_input_events* l) {
-                                 return static_cast<uint32_t>(static_cast<InputEvents*>(l->ctx)->values.size());
-                             },
-                             [](const clap_input_events* l, uint32_t i) -> const clap_event_header* {
-                                 auto* self = static_cast<InputEvents*>(l->ctx);
-                                 return i < self->values.size() ? &self->values[i].header : nullptr;
-                             }};
-    void add(clap_id id, double value) {
-        clap_event_param_value e{};
-        e.header.size = sizeof e;
-        e.header.type = kEventParamValue;
-        e.param_id = id;
-        e.note_id = -1;
-        e.port_index = e.channel = e.key = -1;
-        e.value = value;
-        values.push_back(e);
-    }
-};
-
-struct OutputEvents {
-    int count = 0;
-    int malformed = 0;
-    clap_output_events record{this, [](const clap_output_events* l, const clap_event_header* e) {
-                                  auto* self = static_cast<OutputEvents*>(l->ctx);
-                                  ++self->count;
-                                  if (!e || e->size < sizeof(clap_event_header)) ++self->malformed;
-                                  return true;
-                              }};
-};
 
 // Streams that move at most `chunk` bytes per call.
 struct Stream {
@@ -115,17 +53,14 @@ public:
     }
 
     bool load(const std::string& path) {
-        library_ = ::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-        if (!expect(library_ != nullptr, path + ": cannot be loaded")) return false;
-        entry_ = static_cast<const clap_plugin_entry*>(::dlsym(library_, "clap_entry"));
-        if (!expect(entry_ != nullptr, "no clap_entry")) return false;
-        if (!expect(entry_->clap_version.major == 1, "clap_entry: version is not 1.x")) return false;
+        std::string error;
+        if (!expect(module_.open(path, error), path + ": " + error)) return false;
+        const clap_plugin_entry* entry = module_.entry();
+        factory_ = module_.factory();
         // Counted: a second init and one deinit leave the module usable.
-        if (!expect(entry_->init(path.c_str()) && entry_->init(path.c_str()), "init refused")) return false;
-        entry_->deinit();
-        factory_ = static_cast<const clap_plugin_factory*>(entry_->get_factory(kPluginFactoryId));
-        expect(entry_->get_factory("clap.unknown-factory") == nullptr, "an unknown factory is answered");
-        if (!expect(factory_ != nullptr, "no plug-in factory")) return false;
+        if (!expect(entry->init(path.c_str()), "init refused")) return false;
+        entry->deinit();
+        expect(entry->get_factory("clap.unknown-factory") == nullptr, "an unknown factory is answered");
         if (!expect(factory_->get_plugin_count(factory_) == 1, "the factory does not list one plug-in")) return false;
         descriptor_ = factory_->get_plugin_descriptor(factory_, 0);
         expect(factory_->get_plugin_descriptor(factory_, 1) == nullptr, "descriptor 1 exists");
@@ -140,11 +75,6 @@ public:
         expect(factory_->create_plugin(factory_, &host_.record, "no.such.plugin") == nullptr,
                "an unknown id creates a plug-in");
         return true;
-    }
-
-    void unload() {
-        if (entry_) entry_->deinit();
-        if (library_) ::dlclose(library_);
     }
 
     // A created and initialised instance with its extensions, or null.
@@ -255,7 +185,7 @@ public:
     }
 
     // One block of `frames` through p, in place or not; false on error.
-    bool run(const clap_plugin* p, uint32_t frames, bool inPlace, InputEvents* events, std::vector<float>* out) {
+    bool run(const clap_plugin* p, uint32_t frames, bool inPlace, ClapInputEvents* events, std::vector<float>* out) {
         std::vector<float> l(frames), r(frames), ol(frames), orr(frames);
         for (uint32_t i = 0; i < frames; ++i) {
             l[i] = static_cast<float>(std::sin(0.01 * (phase_ + i)));
@@ -266,8 +196,8 @@ public:
         float* outData[2] = {inPlace ? l.data() : ol.data(), inPlace ? r.data() : orr.data()};
         clap_audio_buffer in{inData, nullptr, 2, 0, 0};
         clap_audio_buffer outBuf{outData, nullptr, 2, 0, 0};
-        InputEvents none;
-        OutputEvents outEvents;
+        ClapInputEvents none;
+        ClapOutputEvents outEvents;
         clap_process process{};
         process.steady_time = -1;
         process.frames_count = frames;
@@ -306,7 +236,7 @@ public:
         const double specials[] = {std::nan(""), std::numeric_limits<double>::infinity(),
                                    -std::numeric_limits<double>::infinity(), -1e30, 1e30, -1.0, 2.0, 241.0};
         for (int round = 0; round < 60; ++round) {
-            InputEvents events;
+            ClapInputEvents events;
             for (int k = 0; k < 12; ++k) {
                 const clap_param_info& info = infos_[random() % infos_.size()];
                 std::uniform_real_distribution<double> inRange(info.min_value, info.max_value);
@@ -315,7 +245,7 @@ public:
             if (!run(p, 1 + random() % 512, round % 2 == 0, &events, nullptr)) break;
         }
         // A parameter id the plug-in does not have.
-        InputEvents unknown;
+        ClapInputEvents unknown;
         unknown.add(0xFFFFFF00u, 0.5);
         run(p, 64, false, &unknown, nullptr);
         stop(p);
@@ -325,10 +255,10 @@ public:
     // short reads: the same values and the same output.
     void checkState(const clap_plugin* from) {
         // A value set through flush (no processing) reaches the state.
-        InputEvents edit;
+        ClapInputEvents edit;
         const clap_param_info& last = infos_.back();
         edit.add(last.id, last.min_value + (last.max_value - last.min_value) * 0.25);
-        OutputEvents ignored;
+        ClapOutputEvents ignored;
         params_->flush(from, &edit.record, &ignored.record);
         Stream saved;
         if (!expect(state_->save(from, &saved.out), "state save failed")) return;
@@ -395,9 +325,8 @@ public:
 
 private:
     std::vector<std::string>& failures_;
-    Host host_;
-    void* library_ = nullptr;
-    const clap_plugin_entry* entry_ = nullptr;
+    ClapModule module_;  // destroyed after every instance
+    ClapHost host_;
     const clap_plugin_factory* factory_ = nullptr;
     const clap_plugin_descriptor* descriptor_ = nullptr;
     const clap_plugin_params* params_ = nullptr;
@@ -414,19 +343,20 @@ std::vector<std::string> checkClapPlugin(const std::string& path) {
     const std::string callersLocale = std::setlocale(LC_ALL, nullptr);
     std::setlocale(LC_ALL, "");
     std::vector<std::string> failures;
-    Checker checker(failures);
-    if (checker.load(path)) {
-        if (const clap_plugin* p = checker.create()) {
-            checker.checkPorts(p);
-            checker.checkGui(p);
-            checker.checkParams(p);
-            checker.checkHostileValues(p);
-            checker.checkState(p);
-            checker.checkRates(p);
-            p->destroy(p);
+    {
+        Checker checker(failures);
+        if (checker.load(path)) {
+            if (const clap_plugin* p = checker.create()) {
+                checker.checkPorts(p);
+                checker.checkGui(p);
+                checker.checkParams(p);
+                checker.checkHostileValues(p);
+                checker.checkState(p);
+                checker.checkRates(p);
+                p->destroy(p);
+            }
         }
     }
-    checker.unload();
     std::setlocale(LC_ALL, callersLocale.c_str());
     return failures;
 }

@@ -36,11 +36,11 @@ bool allDigits(const std::string& text) {
 const char* usageText() {
     return "usage: varitap-render [INPUT] [options]\n"
            "Renders INPUT (any audio file libsndfile reads) through Varitap or another VST 2\n"
-           "plug-in. Without INPUT it renders a short demo signal of its own.\n"
+           "or CLAP plug-in. Without INPUT it renders a short demo signal of its own.\n"
            "\n"
            "  -o, --output FILE     output file; the format follows its extension\n"
            "                        (default: X.rendered.EXT beside INPUT, varitap-demo.wav for the demo)\n"
-           "  --plugin PATH         a .so file or an X.vst bundle folder (default: the built Varitap)\n"
+           "  --plugin PATH         a .so or .clap file or its bundle folder (default: the built Varitap)\n"
            "  --preset FOLDER/NAME  a preset from Varitap's factory or user library\n"
            "  --set INDEX=VALUE     set a parameter by number (repeatable; after --preset)\n"
            "  --set \"NAME=VALUE\"    set a parameter by its name as hosts show it\n"

@@ -1,5 +1,7 @@
 #include "tools/render/PluginInstance.h"
 
+#include "tools/render/ClapInstance.h"
+
 #include <dirent.h>
 #include <dlfcn.h>
 #include <sys/stat.h>
@@ -54,18 +56,20 @@ bool endsWith(const std::string& text, const std::string& tail) {
     return text.size() >= tail.size() && text.compare(text.size() - tail.size(), tail.size(), tail) == 0;
 }
 
-// The bundle's shared object: <bundle>/Contents/<arch>-linux/<stem>.so when
-// present, otherwise the first .so in that folder in name order.
+// The bundle's module: <bundle>/Contents/<arch>-linux/<stem>.so or
+// <stem>.clap when present, otherwise the first .so or .clap in that folder
+// in name order.
 std::string sharedObjectInBundle(const std::string& bundle) {
     std::string folder = bundle + "/Contents/" VARITAP_ARCH_DIR;
     std::string stem = baseName(bundle);
     if (endsWith(stem, ".vst")) stem.resize(stem.size() - 4);
-    if (exists(folder + "/" + stem + ".so")) return folder + "/" + stem + ".so";
+    for (const char* suffix : {".so", ".clap"})
+        if (exists(folder + "/" + stem + suffix)) return folder + "/" + stem + suffix;
     std::vector<std::string> names;
     if (DIR* dir = ::opendir(folder.c_str())) {
         while (dirent* entry = ::readdir(dir)) {
             std::string name = entry->d_name;
-            if (endsWith(name, ".so")) names.push_back(name);
+            if (endsWith(name, ".so") || endsWith(name, ".clap")) names.push_back(name);
         }
         ::closedir(dir);
     }
@@ -97,7 +101,7 @@ bool locatePlugin(const std::string& path, PluginLocation& location, std::string
         location.bundle = realPath(path);
         std::string object = sharedObjectInBundle(location.bundle);
         if (object.empty()) {
-            error = "not a VST2 plug-in (a folder without Contents/" VARITAP_ARCH_DIR "/*.so)";
+            error = "not a VST2 plug-in (a folder without Contents/" VARITAP_ARCH_DIR "/*.so or *.clap)";
             return false;
         }
         location.sharedObject = realPath(object);
@@ -110,6 +114,35 @@ bool locatePlugin(const std::string& path, PluginLocation& location, std::string
     if (baseName(archFolder) == VARITAP_ARCH_DIR && baseName(contents) == "Contents")
         location.bundle = parentOf(contents);
     return true;
+}
+
+std::unique_ptr<HostedPlugin> loadPlugin(const std::string& path, std::string& error) {
+    PluginLocation location;
+    if (!locatePlugin(path, location, error)) return nullptr;
+    if (endsWith(location.sharedObject, ".clap")) return ClapInstance::load(location, error);
+    return PluginInstance::load(path, error);
+}
+
+int HostedPlugin::findParameter(const std::string& name) const {
+    for (int i = 0; i < numParams(); ++i)
+        if (parameterName(i) == name) return i;
+    return -1;
+}
+
+void HostedPlugin::prepare(double sampleRate, int blockSize, double tempo) {
+    blockSize_ = std::max(1, blockSize);
+    transport_ = Transport{};
+    transport_.sampleRate = sampleRate;
+    transport_.tempo = tempo;
+    auto makeBuffers = [this](int count, std::vector<std::vector<float>>& buffers,
+                              std::vector<float*>& pointers) {
+        buffers.assign(std::max(0, count), std::vector<float>(blockSize_, 0.0f));
+        pointers.clear();
+        for (auto& buffer : buffers) pointers.push_back(buffer.data());
+        pointers.push_back(nullptr);  // never read; keeps data() non-null
+    };
+    makeBuffers(numInputs(), inputBuffers_, inputPointers_);
+    makeBuffers(numOutputs(), outputBuffers_, outputPointers_);
 }
 
 const char* PluginInstance::hostName() { return "varitap-render"; }
@@ -203,10 +236,12 @@ std::string PluginInstance::parameterLabel(int index) const {
 std::string PluginInstance::programName() const { return text(vst::effGetProgramName, 0); }
 std::string PluginInstance::effectName() const { return text(vst::effGetEffectName, 0); }
 
-int PluginInstance::findParameter(const std::string& name) const {
-    for (int i = 0; i < numParams(); ++i)
-        if (parameterName(i) == name) return i;
-    return -1;
+void PluginInstance::parameterRange(int index, float& low, float& high) const {
+    low = 0.0f;
+    high = 1.0f;
+    constexpr int kFirstModulator = 91, kModulatorSize = 15, kIndexSlot = 1;
+    if (isVaritap() && index >= kFirstModulator && (index - kFirstModulator) % kModulatorSize == kIndexSlot)
+        high = static_cast<float>(numParams() - 1);
 }
 
 float PluginInstance::getParameter(int index) const { return effect_->getParameter(effect_, index); }
@@ -217,27 +252,24 @@ void PluginInstance::setParameter(int index, float value) {
 
 void PluginInstance::setProgram(int program) { dispatch(vst::effSetProgram, 0, program); }
 
+void PluginInstance::setProgramName(const std::string& name) {
+    // Hosts keep at most 24 characters.
+    char text[vst::kVstMaxProgNameLen + 1] = {};
+    std::strncpy(text, name.c_str(), vst::kVstMaxProgNameLen);
+    dispatch(vst::effSetProgramName, 0, 0, text);
+}
+
+void PluginInstance::setSampleRate(double sampleRate) {
+    dispatch(vst::effSetSampleRate, 0, 0, nullptr, static_cast<float>(sampleRate));
+}
+
 void PluginInstance::start(double sampleRate, int blockSize, int connectedInputs,
                            int connectedOutputs, double tempo) {
     if (running_) stop();
-    blockSize_ = std::max(1, blockSize);
     connectedInputs_ = connectedInputs;
     connectedOutputs_ = connectedOutputs;
-    transport_ = Transport{};
-    transport_.sampleRate = sampleRate;
-    transport_.tempo = tempo;
-
-    auto makeBuffers = [this](int count, std::vector<std::vector<float>>& buffers,
-                              std::vector<float*>& pointers) {
-        buffers.assign(std::max(0, count), std::vector<float>(blockSize_, 0.0f));
-        pointers.clear();
-        for (auto& buffer : buffers) pointers.push_back(buffer.data());
-        pointers.push_back(nullptr);  // never read; keeps data() non-null
-    };
-    makeBuffers(numInputs(), inputBuffers_, inputPointers_);
-    makeBuffers(numOutputs(), outputBuffers_, outputPointers_);
-
-    dispatch(vst::effSetSampleRate, 0, 0, nullptr, static_cast<float>(sampleRate));
+    prepare(sampleRate, blockSize, tempo);
+    setSampleRate(sampleRate);
     dispatch(vst::effSetBlockSize, 0, blockSize_);
     dispatch(vst::effMainsChanged, 0, 1);
     dispatch(vst::effStartProcess);

@@ -3,8 +3,6 @@
 #include "persistence/PresetParameters.h"
 #include "tools/render/PluginInstance.h"
 
-#include <cstring>
-
 namespace render {
 
 std::string factoryPresetsPath(const std::string& bundle) {
@@ -38,7 +36,7 @@ varitap::Preset* findPreset(const varitap::PresetLibrary& library, const std::st
     return nullptr;
 }
 
-void applyPreset(PluginInstance& plugin, varitap::Preset& preset) {
+void applyPreset(HostedPlugin& plugin, varitap::Preset& preset) {
     for (const auto& [index, value] : varitap::presetParameterValues(preset, plugin.numParams()))
         plugin.setParameter(index, value);
 
@@ -52,10 +50,8 @@ void applyPreset(PluginInstance& plugin, varitap::Preset& preset) {
                 plugin.setParameter(i, clamped);
         }
     }
-    // Hosts show the preset's name as the program name (at most 24 characters).
-    char name[vst::kVstMaxProgNameLen + 1] = {};
-    std::strncpy(name, preset.getName().c_str(), vst::kVstMaxProgNameLen);
-    plugin.effect()->dispatcher(plugin.effect(), vst::effSetProgramName, 0, 0, name, 0.0f);
+    // Hosts show the preset's name as the program name.
+    plugin.setProgramName(preset.getName());
 }
 
 }  // namespace render

@@ -14,7 +14,7 @@
 
 namespace render {
 
-class PluginInstance;
+class HostedPlugin;
 
 // <bundle>/Contents/Resources/varitap.factory.presets.xml, whether or not the
 // file is there (messages name it); empty without a bundle.
@@ -43,6 +43,6 @@ varitap::Preset* findPreset(const varitap::PresetLibrary& library, const std::st
 // plug-in's setParameter. For Varitap the routing clamp it runs after
 // applying a preset follows, so that a preset routed to pins the plug-in does
 // not have ends up where Varitap puts it.
-void applyPreset(PluginInstance& plugin, varitap::Preset& preset);
+void applyPreset(HostedPlugin& plugin, varitap::Preset& preset);
 
 }  // namespace render

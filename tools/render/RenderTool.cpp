@@ -73,7 +73,7 @@ std::string settingName(const ParameterSetting& setting) {
     return setting.index >= 0 ? "parameter " + setting.target : "parameter " + quoted(setting.target);
 }
 
-void listParameters(const PluginInstance& plugin) {
+void listParameters(const HostedPlugin& plugin) {
     std::printf("%5s  %-26s %-12s %s\n", "index", "name", "display", "label");
     for (int i = 0; i < plugin.numParams(); ++i) {
         std::printf("%5d  %-26s %-12s %s\n", i, plugin.parameterName(i).c_str(),
@@ -81,30 +81,22 @@ void listParameters(const PluginInstance& plugin) {
     }
 }
 
-std::string describePlugin(const PluginInstance& plugin) {
+std::string describePlugin(const HostedPlugin& plugin) {
     // Plug-ins that do not tell their name (Varitap among them) are named
     // after their file, as hosts name them after their bundle.
     std::string name = plugin.effectName();
     const std::string& path = plugin.location().sharedObject;
     if (name.empty()) {
         name = path.substr(path.find_last_of('/') + 1);
-        if (name.size() > 3 && name.compare(name.size() - 3, 3, ".so") == 0) name.resize(name.size() - 3);
+        const size_t dot = name.find_last_of('.');
+        if (dot != std::string::npos && dot > 0) name.resize(dot);  // ".so", ".clap"
     }
     return name + " (" + path + ")";
 }
 
 }  // namespace
 
-void parameterRange(const PluginInstance& plugin, int index, float& low, float& high) {
-    low = 0.0f;
-    high = 1.0f;
-    constexpr int kFirstModulator = 91, kModulatorSize = 15, kIndexSlot = 1;
-    if (plugin.isVaritap() && index >= kFirstModulator &&
-        (index - kFirstModulator) % kModulatorSize == kIndexSlot)
-        high = static_cast<float>(plugin.numParams() - 1);
-}
-
-bool applySettings(PluginInstance& plugin, const std::vector<ParameterSetting>& settings,
+bool applySettings(HostedPlugin& plugin, const std::vector<ParameterSetting>& settings,
                    std::string& error) {
     std::vector<std::pair<int, float>> resolved;
     for (const ParameterSetting& setting : settings) {
@@ -121,7 +113,7 @@ bool applySettings(PluginInstance& plugin, const std::vector<ParameterSetting>& 
             return false;
         }
         float low, high;
-        parameterRange(plugin, index, low, high);
+        plugin.parameterRange(index, low, high);
         if (!(setting.value >= low && setting.value <= high)) {
             char text[160];
             std::snprintf(text, sizeof(text), ": value %g is outside %g..%g", setting.value, low, high);
@@ -153,7 +145,7 @@ int runRenderTool(int argc, const char* const* argv) {
     }
 
     const std::string pluginPath = options.plugin.empty() ? defaultPluginPath() : options.plugin;
-    std::unique_ptr<PluginInstance> plugin = PluginInstance::load(pluginPath, error);
+    std::unique_ptr<HostedPlugin> plugin = loadPlugin(pluginPath, error);
     if (!plugin) return fail(pluginPath, error);
     if (plugin->numOutputs() < 1) return fail(pluginPath, "the plug-in has no audio outputs");
 
@@ -198,8 +190,7 @@ int runRenderTool(int argc, const char* const* argv) {
     }
 
     if (options.listParams) {
-        if (source) plugin->effect()->dispatcher(plugin->effect(), vst::effSetSampleRate, 0, 0, nullptr,
-                                                 static_cast<float>(source->sampleRate()));
+        if (source) plugin->setSampleRate(source->sampleRate());
         listParameters(*plugin);
         return 0;
     }
@@ -211,7 +202,7 @@ int runRenderTool(int argc, const char* const* argv) {
     settings.progress = !options.quiet && ::isatty(STDERR_FILENO);
 
     if (!options.benchPlugin.empty()) {
-        std::unique_ptr<PluginInstance> other = PluginInstance::load(options.benchPlugin, error);
+        std::unique_ptr<HostedPlugin> other = loadPlugin(options.benchPlugin, error);
         if (!other) return fail(options.benchPlugin, error);
         if (other->numOutputs() < 1) return fail(options.benchPlugin, "the plug-in has no audio outputs");
         if (!applySettings(*other, options.benchSettings, error)) {

@@ -58,7 +58,7 @@ int connectedInputCount(int pluginInputs, int inputChannels) {
     return std::min(pluginInputs, inputChannels == 1 ? 2 : inputChannels);
 }
 
-bool renderSource(PluginInstance& plugin, AudioSource& source, const RenderSettings& settings,
+bool renderSource(HostedPlugin& plugin, AudioSource& source, const RenderSettings& settings,
                   int outputChannels, const BlockSink& sink, RenderResult& result,
                   std::string& error) {
     result = RenderResult{};
@@ -124,7 +124,7 @@ bool renderSource(PluginInstance& plugin, AudioSource& source, const RenderSetti
     return true;
 }
 
-BenchResult benchmark(PluginInstance& a, PluginInstance& b, MemorySource& source,
+BenchResult benchmark(HostedPlugin& a, HostedPlugin& b, MemorySource& source,
                       const RenderSettings& settings, int rounds) {
     BenchResult bench;
     RenderSettings quiet = settings;
@@ -134,7 +134,7 @@ BenchResult benchmark(PluginInstance& a, PluginInstance& b, MemorySource& source
     // buffers ready on a worker thread after their first blocks and only then
     // do all their work.
     for (int round = 0; round <= std::max(1, rounds); ++round) {
-        for (PluginInstance* plugin : {&a, &b}) {
+        for (HostedPlugin* plugin : {&a, &b}) {
             source.rewind();
             RenderResult result;
             int channels = outputChannelCount(plugin->numOutputs(), source.channels());

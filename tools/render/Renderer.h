@@ -43,7 +43,7 @@ int connectedInputCount(int pluginInputs, int inputChannels);
 // frames of each block; returning false stops the render.
 using BlockSink = std::function<bool(const float* input, const float* output, int frames)>;
 
-bool renderSource(PluginInstance& plugin, AudioSource& source, const RenderSettings& settings,
+bool renderSource(HostedPlugin& plugin, AudioSource& source, const RenderSettings& settings,
                   int outputChannels, const BlockSink& sink, RenderResult& result,
                   std::string& error);
 
@@ -56,7 +56,7 @@ struct BenchResult {
 
 // Runs A, B, A, B, ... (rounds of each) over the same input with the same
 // settings, without writing anything, and compares their fastest runs.
-BenchResult benchmark(PluginInstance& a, PluginInstance& b, MemorySource& source,
+BenchResult benchmark(HostedPlugin& a, HostedPlugin& b, MemorySource& source,
                       const RenderSettings& settings, int rounds);
 
 }  // namespace render
