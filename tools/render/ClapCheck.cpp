@@ -316,6 +316,12 @@ public:
                 stop(p);
             }
         }
+        // A rate that is not a positive number is refused, and the
+        // instance stays usable.
+        for (double rate : {0.0, -44100.0, std::nan(""), std::numeric_limits<double>::infinity()}) {
+            if (!expect(!p->activate(p, rate, 1, 512), "activate accepted " + std::to_string(rate) + " Hz"))
+                p->deactivate(p);
+        }
         // Blocks longer than the plug-in's buffers are split by it.
         if (start(p, 44100.0, 100000)) {
             run(p, 100000, false, nullptr, nullptr);
