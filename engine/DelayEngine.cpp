@@ -288,10 +288,6 @@ float DelayEngine::getParameter(int32_t index) const {
     return modulators_[i / kModulatorParameterCount]->getParameter(i % kModulatorParameterCount);
 }
 
-const float* DelayEngine::wetBus(int i) const {
-    return i >= 0 && i < numOutputs_ ? wetBuses_[i] : nullptr;
-}
-
 float DelayEngine::samplesPerBeatFor(double tempo, float sampleRate) {
     if (!(tempo > 0.0) || !std::isfinite(tempo)) return 1.0f;
     const float samplesPerBeat = float(60.0 / tempo * double(sampleRate));

@@ -126,7 +126,6 @@ public:
 
     // Read-outs for tests: the buses and the values derived from the last
     // time information.
-    const float* wetBus(int i) const;
     const float* internalBus(int i) const { return internalBuses_[i]; }
     const float* scratchBus() const { return scratchBus_; }
     float lastSamplesPerBeat() const { return samplesPerBeat_; }
