@@ -432,6 +432,36 @@ TEST_F(DelayEditorTest, KnobTurnedWithTheMouseReachesTheHostInsideOneGesture) {
     EXPECT_FLOAT_EQ(editor().feedbackKnob(0)->value(), parameter(index));
 }
 
+// A host older than VST 2.3 may not hand automation back: after a preset or
+// an edit the plug-in stores each value once more, over whatever the host
+// wrote meanwhile. A 2.3 host's own value stands.
+TEST_F(DelayEditorTest, HostsOlderThanVst23GetTheChosenValueStoredAgain) {
+    const int32_t index = tapParameterIndex(2, kTapVolume);
+    const struct {
+        bool preset;
+        int32_t version;
+        float stored;
+    } cases[] = {{true, 2200, 0.25f}, {true, 2300, 0.75f}, {false, 2200, 0.25f}, {false, 2300, 0.75f}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(std::string(c.preset ? "preset, host " : "edit, host ") + std::to_string(c.version));
+        EditorHost old(std::string(), c.version);
+        old.aeffect()->setParameter(old.aeffect(), index, 0.25f);
+        Preset* preset = old.effect()->createPresetFromState("Quarter");
+        old.aeffect()->setParameter(old.aeffect(), index, 0.5f);
+        ASSERT_TRUE(old.openEditor());
+        old.writesBackIndex = index;
+        old.writesBackValue = 0.75f;
+        if (c.preset) {
+            old.effect()->applyPreset(preset);
+        } else {
+            old.editor()->volumeKnob(2)->setValue(0.25f);
+            old.editor()->valueChanged(nullptr, old.editor()->volumeKnob(2));
+        }
+        preset->release();
+        EXPECT_FLOAT_EQ(old.aeffect()->getParameter(old.aeffect(), index), c.stored);
+    }
+}
+
 // The X resources of the display (the root window's RESOURCE_MANAGER
 // property) for the life of the object, as xrdb sets them.
 class DisplayResources {

@@ -57,15 +57,16 @@ HostLog& hostLog() {
 
 vst::VstIntPtr hostCallback(vst::AEffect* effect, int32_t opcode, int32_t index,
                             vst::VstIntPtr value, void* ptr, float opt) {
-    (void)effect;
-    (void)value;
     (void)ptr;
     HostLog& log = hostLog();
     switch (opcode) {
         case vst::audioMasterVersion:
-            return 2400;
+            return gCurrentHost ? gCurrentHost->hostVersion() : 2400;
         case vst::audioMasterAutomate:
             log.add("auto " + std::to_string(index), index, opt);
+            if (gCurrentHost && effect && index == gCurrentHost->writesBackIndex) {
+                effect->setParameter(effect, index, gCurrentHost->writesBackValue);
+            }
             return 0;
         case vst::audioMasterBeginEdit:
             log.add("begin " + std::to_string(index));
@@ -108,16 +109,17 @@ std::string readFile(const std::string& path) {
     return s.str();
 }
 
-EditorHost::EditorHost(const std::string& resources) {
+EditorHost::EditorHost(const std::string& resources, int32_t hostVersion)
+    : hostVersion_(hostVersion) {
     gui::Bitmap::setResourceDirectory(resources.empty()
                                           ? std::string(VARITAP_BUNDLE_DIR "/Contents/Resources")
                                           : resources);
     setEditorFactory(&createDelayEditor);
+    previousHost_ = gCurrentHost;
+    gCurrentHost = this;
     aeffect_ = createDelayEffect(&hostCallback);
     if (aeffect_) effect_ = &Vst2Effect::fromRecord(aeffect_)->core();
     if (display_.ok()) window_ = display_.createWindow(865, 400);
-    previousHost_ = gCurrentHost;
-    gCurrentHost = this;
 }
 
 EditorHost::~EditorHost() {
