@@ -213,19 +213,6 @@ void EditorHost::closeInstance() {
     effect_ = nullptr;
 }
 
-xcb_window_t waitForMenus(HostDisplay& display, size_t n, int ms) {
-    xcb_window_t w = 0;
-    gui::test::waitFor(
-        [&] {
-            auto list = display.popupWindows();
-            if (list.size() != n) return false;
-            w = list.back();
-            return true;
-        },
-        ms);
-    return w;
-}
-
 xcb_window_t waitForDialog(HostDisplay& display, int ms) {
     xcb_window_t found = 0;
     const xcb_atom_t dialogType = display.atom("_NET_WM_WINDOW_TYPE_DIALOG");
@@ -303,15 +290,6 @@ std::thread answerDialog(HostDisplay& display, const char* text, uint32_t keysym
         if (text) display.typeText(dialog, text);
         pressKey(display, dialog, keysym);
     });
-}
-
-double differingFraction(const Image& a, const Image& b, int tolerance) {
-    if (a.width != b.width || a.height != b.height || a.pixels.empty()) return 1.0;
-    size_t n = 0;
-    for (size_t i = 0; i < a.pixels.size(); ++i) {
-        if (!a.pixels[i].near(b.pixels[i].r, b.pixels[i].g, b.pixels[i].b, tolerance)) ++n;
-    }
-    return static_cast<double>(n) / static_cast<double>(a.pixels.size());
 }
 
 void saveScreenshot(const Image& image, const char* name) {

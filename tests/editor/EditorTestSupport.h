@@ -24,6 +24,8 @@ namespace varitap::test {
 
 using gui::test::HostDisplay;
 using gui::test::Image;
+using gui::test::differingFraction;
+using gui::test::waitForMenus;
 
 // What the plug-in told the host, in order ("begin 21", "auto 21",
 // "end 21"), and the automated values.
@@ -120,8 +122,6 @@ private:
     EditorHost* previousHost_ = nullptr;  // the one the callback served before
 };
 
-// The newest override-redirect menu window once n are up, or 0.
-xcb_window_t waitForMenus(HostDisplay& display, size_t n, int ms = 3000);
 // The first mapped top-level dialog window (_NET_WM_WINDOW_TYPE_DIALOG), or 0.
 xcb_window_t waitForDialog(HostDisplay& display, int ms = 3000);
 // Presses a key on the newest menu window `times` times.
@@ -133,8 +133,6 @@ std::thread answerDialog(HostDisplay& display, const char* text, uint32_t keysym
 // Writes an image as PNG; reads one back (empty image on failure).
 bool writePng(const Image& image, const std::string& path);
 Image readPng(const std::string& path);
-// Fraction of pixels whose channels differ by more than tolerance.
-double differingFraction(const Image& a, const Image& b, int tolerance);
 // When VARITAP_SCREENSHOT_DIR is set, saves the image there under name.
 void saveScreenshot(const Image& image, const char* name);
 

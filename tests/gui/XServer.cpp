@@ -323,6 +323,28 @@ bool waitFor(const std::function<bool()>& step, int ms) {
     return step();
 }
 
+xcb_window_t waitForMenus(HostDisplay& display, size_t n, int ms) {
+    xcb_window_t w = 0;
+    waitFor(
+        [&] {
+            auto list = display.popupWindows();
+            if (list.size() != n) return false;
+            w = list.back();
+            return true;
+        },
+        ms);
+    return w;
+}
+
+double differingFraction(const Image& a, const Image& b, int tolerance) {
+    if (a.width != b.width || a.height != b.height || a.pixels.empty()) return 1.0;
+    size_t n = 0;
+    for (size_t i = 0; i < a.pixels.size(); ++i) {
+        if (!a.pixels[i].near(b.pixels[i].r, b.pixels[i].g, b.pixels[i].b, tolerance)) ++n;
+    }
+    return static_cast<double>(n) / static_cast<double>(a.pixels.size());
+}
+
 bool writeBandsPng(const std::string& path, int w, int h, const std::vector<Color>& bands) {
     cairo_surface_t* s = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, w, h);
     cairo_t* cr = cairo_create(s);

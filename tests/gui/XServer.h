@@ -78,6 +78,10 @@ private:
 
 // Runs `step` until it returns true or ms pass; true when it did.
 bool waitFor(const std::function<bool()>& step, int ms = 2000);
+// The newest override-redirect menu window once n are up, or 0.
+xcb_window_t waitForMenus(HostDisplay& display, size_t n, int ms = 3000);
+// Fraction of pixels whose channels differ by more than tolerance.
+double differingFraction(const Image& a, const Image& b, int tolerance);
 
 // Writes a w x h PNG made of horizontal bands of the given colours
 // (top to bottom, equal heights).
