@@ -215,24 +215,12 @@ void EditorHost::closeInstance() {
 
 xcb_window_t waitForDialog(HostDisplay& display, int ms) {
     xcb_window_t found = 0;
-    const xcb_atom_t dialogType = display.atom("_NET_WM_WINDOW_TYPE_DIALOG");
+    const std::vector<uint32_t> dialog{display.atom("_NET_WM_WINDOW_TYPE_DIALOG")};
     gui::test::waitFor(
         [&] {
-            xcb_connection_t* c = display.connection();
-            xcb_query_tree_reply_t* tree =
-                xcb_query_tree_reply(c, xcb_query_tree(c, display.root()), nullptr);
-            if (!tree) return false;
-            xcb_window_t* children = xcb_query_tree_children(tree);
-            for (int i = 0; i < xcb_query_tree_children_length(tree) && !found; ++i) {
-                xcb_get_window_attributes_reply_t* a = xcb_get_window_attributes_reply(
-                    c, xcb_get_window_attributes(c, children[i]), nullptr);
-                const bool viewable = a && a->map_state == XCB_MAP_STATE_VIEWABLE;
-                free(a);
-                if (!viewable) continue;
-                const auto type = display.property32(children[i], "_NET_WM_WINDOW_TYPE");
-                if (!type.empty() && type[0] == dialogType) found = children[i];
+            for (xcb_window_t w : display.topWindows(false)) {
+                if (display.property32(w, "_NET_WM_WINDOW_TYPE") == dialog) found = w;
             }
-            free(tree);
             return found != 0;
         },
         ms);

@@ -260,7 +260,7 @@ void HostDisplay::typeText(xcb_window_t w, const char* ascii) {
     for (const char* p = ascii; *p; ++p) key(w, static_cast<unsigned char>(*p));
 }
 
-std::vector<xcb_window_t> HostDisplay::popupWindows() {
+std::vector<xcb_window_t> HostDisplay::topWindows(bool overrideRedirect) {
     std::vector<xcb_window_t> out;
     xcb_query_tree_reply_t* tree = xcb_query_tree_reply(c_, xcb_query_tree(c_, screen_->root), nullptr);
     if (!tree) return out;
@@ -268,7 +268,7 @@ std::vector<xcb_window_t> HostDisplay::popupWindows() {
     for (int i = 0; i < xcb_query_tree_children_length(tree); ++i) {
         xcb_get_window_attributes_reply_t* a = xcb_get_window_attributes_reply(
             c_, xcb_get_window_attributes(c_, children[i]), nullptr);
-        if (a && a->override_redirect && a->map_state == XCB_MAP_STATE_VIEWABLE) {
+        if (a && (a->override_redirect != 0) == overrideRedirect && a->map_state == XCB_MAP_STATE_VIEWABLE) {
             out.push_back(children[i]);
         }
         std::free(a);

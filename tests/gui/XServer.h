@@ -61,8 +61,10 @@ public:
     void key(xcb_window_t w, uint32_t keysym, uint16_t state = 0);
     void typeText(xcb_window_t w, const char* ascii);
 
-    // Children of the root that are mapped and override-redirect (menus).
-    std::vector<xcb_window_t> popupWindows();
+    // Children of the root that are mapped and override-redirect (menus),
+    // or mapped and not (top-level windows).
+    std::vector<xcb_window_t> topWindows(bool overrideRedirect);
+    std::vector<xcb_window_t> popupWindows() { return topWindows(true); }
     // Root position of a window.
     Point rootPosition(xcb_window_t w);
     Rect geometry(xcb_window_t w);
