@@ -7,30 +7,12 @@
 #include <string>
 #include <vector>
 
+#include "../gui/XServer.h"
+
 namespace varitap {
 namespace {
 
 namespace fs = std::filesystem;
-
-// A bundle folder in a fresh temporary directory, removed afterwards.
-class TempBundle {
-public:
-    TempBundle() {
-        char pattern[] = "/tmp/varitap-backgrounds-XXXXXX";
-        root_ = mkdtemp(pattern);
-        fs::create_directories(backgrounds());
-    }
-    ~TempBundle() {
-        std::error_code ignored;
-        fs::remove_all(root_, ignored);
-    }
-    std::string bundle() const { return root_ + "/Varitap.vst"; }
-    std::string backgrounds() const { return bundle() + "/Contents/Resources/Backgrounds"; }
-    void addFile(const std::string& name) const { std::ofstream(backgrounds() + "/" + name) << "x"; }
-
-private:
-    std::string root_;
-};
 
 TEST(BackgroundEntryTest, NamesComeFromTheLastPathComponent) {
     struct Case {
@@ -73,29 +55,31 @@ TEST(BackgroundEntryTest, PathsAreKeptWholeOrNotAtAll) {
 }
 
 TEST(BackgroundEntryTest, GatheringListsPngFilesAndPicksTheWantedOne) {
-    TempBundle bundle;
+    gui::test::TempDir dir;
+    const std::string bundle = dir.path() + "/Varitap.vst";
+    const std::string backgrounds = bundle + "/Contents/Resources/Backgrounds";
+    fs::create_directories(backgrounds + "/folder.png");  // a folder, not a picture
     for (const char* name : {"a.png", "a.b.png", "default.png", "notes.txt", "Default.PNG"}) {
-        bundle.addFile(name);  // file types are case-sensitive: "Default.PNG" is no picture
+        std::ofstream(backgrounds + "/" + name) << "x";  // case-sensitive: "Default.PNG" is no picture
     }
-    fs::create_directories(bundle.backgrounds() + "/folder.png");  // a folder, not a picture
 
     ObjectList list;
-    RefPtr<BackgroundEntry> chosen = gatherBackgrounds(bundle.bundle(), "a.png", list);
+    RefPtr<BackgroundEntry> chosen = gatherBackgrounds(bundle, "a.png", list);
     const std::vector<std::string> sorted = {"a.b.png", "a.png", "default.png"};
     ASSERT_EQ(list.count(), sorted.size());
     for (uint32_t i = 0; i < list.count(); ++i) {
         EXPECT_EQ(static_cast<BackgroundEntry*>(list.getAt(i))->fileName(), sorted[i]);
     }
     EXPECT_EQ(chosen.get(), list.getAt(1));  // the listed object itself, not a copy
-    EXPECT_EQ(std::string(chosen->path()), bundle.backgrounds() + "/a.png");
+    EXPECT_EQ(std::string(chosen->path()), backgrounds + "/a.png");
 
     // Exact, case-sensitive match on the file name; anything else gives the
     // first entry. Each gathering replaces the list.
-    chosen = gatherBackgrounds(bundle.bundle(), "default.png", list);
+    chosen = gatherBackgrounds(bundle, "default.png", list);
     EXPECT_EQ(chosen.get(), list.getAt(2));
     EXPECT_EQ(list.count(), 3u);
     for (const char* wanted : {"DEFAULT.png", "a", "b.png", "", static_cast<const char*>(nullptr)}) {
-        chosen = gatherBackgrounds(bundle.bundle(), wanted, list);
+        chosen = gatherBackgrounds(bundle, wanted, list);
         EXPECT_EQ(chosen.get(), list.getAt(0)) << (wanted ? wanted : "(none)");
     }
     // The list holds its own reference on each entry.
@@ -107,13 +91,13 @@ TEST(BackgroundEntryTest, GatheringListsPngFilesAndPicksTheWantedOne) {
     auto stale = makeRef<BackgroundEntry>("/left/over.png");
     list.append(stale.get());
     for (const char* name : {"a.png", "a.b.png", "default.png", "folder.png"}) {
-        fs::remove_all(bundle.backgrounds() + "/" + name);
+        fs::remove_all(backgrounds + "/" + name);
     }
-    EXPECT_FALSE(gatherBackgrounds(bundle.bundle(), "default.png", list));
+    EXPECT_FALSE(gatherBackgrounds(bundle, "default.png", list));
     EXPECT_EQ(list.count(), 0u);
     EXPECT_EQ(stale->retainCount(), 1);
-    fs::remove_all(bundle.backgrounds());
-    EXPECT_FALSE(gatherBackgrounds(bundle.bundle(), "default.png", list));
+    fs::remove_all(backgrounds);
+    EXPECT_FALSE(gatherBackgrounds(bundle, "default.png", list));
     EXPECT_FALSE(gatherBackgrounds("", "default.png", list));
     EXPECT_EQ(list.count(), 0u);
 }

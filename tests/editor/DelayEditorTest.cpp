@@ -73,7 +73,7 @@ protected:
     EditorHost host;
 };
 
-TEST_F(DelayEditorTest, AttachedEditorAnswersTheHostAndLaysOutStripsFromTheBitmaps) {
+TEST_F(DelayEditorTest, AttachedEditorAnswersTheHostAndTagsItsWidgetsWithTheirParameters) {
     vst::ERect* rect = nullptr;
     ASSERT_EQ(host.dispatch(vst::effEditGetRect, 0, 0, &rect), 1);
     ASSERT_NE(rect, nullptr);
@@ -84,15 +84,8 @@ TEST_F(DelayEditorTest, AttachedEditorAnswersTheHostAndLaysOutStripsFromTheBitma
     ASSERT_NE(host.editorWindow(), 0u);
     EXPECT_EQ(host.display().geometry(host.editorWindow()), Rect(0, 0, 865, 400));
 
-    const gui::Bitmap* stripArt = editor().bitmap(DelayEditor::kStripBitmap);
-    const gui::Bitmap* panelArt = editor().bitmap(DelayEditor::kPanelBitmap);
-    ASSERT_TRUE(stripArt && stripArt->isLoaded() && panelArt && panelArt->isLoaded());
-    const int w = stripArt->width();
-    const int h = stripArt->height();
+    // The layout is checked against the art in EditorArtTest.
     for (int i = 0; i < kTapCount; ++i) {
-        EXPECT_EQ(editor().tapStrip(i)->viewSize(), Rect::fromSize(32 + i * (w - 10), 1, w, h));
-        EXPECT_EQ(editor().modulatorPanel(i)->viewSize(),
-                  Rect::fromSize(32 + i * (w - 10), 1 + h - 4, w, panelArt->height()));
         EXPECT_EQ(editor().delayKnob(i)->tag(), 21 + 7 * i);
         EXPECT_EQ(editor().feedbackKnob(i)->tag(), 23 + 7 * i);
         EXPECT_EQ(editor().resonanceSlider(i)->tag(), 27 + 7 * i);
@@ -340,49 +333,37 @@ TEST_F(DelayEditorTest, TypeOneShowsTheTableToggleAndLeavingItHidesBoth) {
     EXPECT_FALSE(panel->isChild(editor().tableView(m)));
 }
 
-TEST_F(DelayEditorTest, TypeChangeWhileAMenuIsOpenWaitsForTheNextIdleWithoutBlocking) {
-    const int m = 7;
+// A Type change moves views in and out of a panel. While a menu's modal loop
+// holds the frame, and off the frame's own thread (the audio thread's
+// modulators write parameters too), it stores the switch value at once,
+// never waits, and leaves the panel to the next idle, so adding a view never
+// happens (or allocates) there.
+TEST_F(DelayEditorTest, TypeChangeWhileAMenuIsOpenOrFromAnotherThreadWaitsForTheNextIdle) {
     ASSERT_TRUE(host.openEditor());
-    gui::ViewContainer* panel = editor().modulatorPanel(m);
-    double seconds = -1.0;
-    bool shownDuringMenu = true;
-    std::thread user([&] {
-        const xcb_window_t w = waitForMenus(host.display(), 1);
-        if (!w) return;
-        // The menu's modal loop holds the frame: the update must not wait.
-        const auto start = std::chrono::steady_clock::now();
-        hostSets(modulatorParameterIndex(m, kModulatorType), 1.0f);
-        seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-        shownDuringMenu = panel->isChild(editor().tableToggle(m));
-        pressKey(host.display(), w, XKB_KEY_Escape);
-    });
-    host.click(10, 200);  // the menu strip
-    user.join();
-    ASSERT_GE(seconds, 0.0);
-    EXPECT_LT(seconds, 0.05);
-    EXPECT_FALSE(shownDuringMenu);
-    EXPECT_FLOAT_EQ(editor().typeSwitch(m)->value(), 1.0f);  // the value itself at once
-    host.settle(1);
-    EXPECT_TRUE(panel->isChild(editor().tableToggle(m)));
-}
-
-// The audio thread's modulators write parameters too: off the frame's own
-// thread a Type change stores the switch value and leaves the panel to the
-// next idle, so adding a view never happens (or allocates) there.
-TEST_F(DelayEditorTest, TypeChangeFromAnotherThreadWaitsForTheNextIdle) {
-    const int m = 4;
-    ASSERT_TRUE(host.openEditor());
-    gui::ViewContainer* panel = editor().modulatorPanel(m);
-    bool shownAtOnce = true;
-    std::thread audio([&] {
-        hostSets(modulatorParameterIndex(m, kModulatorType), 1.0f);
-        shownAtOnce = panel->isChild(editor().tableToggle(m));
-    });
-    audio.join();
-    EXPECT_FALSE(shownAtOnce);
-    EXPECT_FLOAT_EQ(editor().typeSwitch(m)->value(), 1.0f);
-    host.settle(1);
-    EXPECT_TRUE(panel->isChild(editor().tableToggle(m)));
+    for (const bool menuOpen : {true, false}) {
+        SCOPED_TRACE(menuOpen ? "menu open" : "another thread");
+        const int m = menuOpen ? 7 : 4;
+        gui::ViewContainer* panel = editor().modulatorPanel(m);
+        double seconds = -1.0;
+        bool shownAtOnce = true;
+        std::thread other([&] {
+            const xcb_window_t w = menuOpen ? waitForMenus(host.display(), 1) : 0;
+            if (menuOpen && !w) return;
+            const auto start = std::chrono::steady_clock::now();
+            hostSets(modulatorParameterIndex(m, kModulatorType), 1.0f);
+            seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+            shownAtOnce = panel->isChild(editor().tableToggle(m));
+            if (w) pressKey(host.display(), w, XKB_KEY_Escape);
+        });
+        if (menuOpen) host.click(10, 200);  // the menu strip
+        other.join();
+        ASSERT_GE(seconds, 0.0);
+        EXPECT_LT(seconds, 0.05);
+        EXPECT_FALSE(shownAtOnce);
+        EXPECT_FLOAT_EQ(editor().typeSwitch(m)->value(), 1.0f);  // the value itself at once
+        host.settle(1);
+        EXPECT_TRUE(panel->isChild(editor().tableToggle(m)));
+    }
 }
 
 TEST_F(DelayEditorTest, SpeedDisplayShowsNanWhileTheSampleRateIsZero) {
@@ -430,6 +411,36 @@ TEST_F(DelayEditorTest, KnobTurnedWithTheMouseReachesTheHostInsideOneGesture) {
     EXPECT_GT(parameter(index), 0.3f);
     EXPECT_FLOAT_EQ(hostLog().automated().back().second, parameter(index));
     EXPECT_FLOAT_EQ(editor().feedbackKnob(0)->value(), parameter(index));
+}
+
+// A host older than VST 2.3 may not hand automation back: after a preset or
+// an edit the plug-in stores each value once more, over whatever the host
+// wrote meanwhile. A 2.3 host's own value stands.
+TEST_F(DelayEditorTest, HostsOlderThanVst23GetTheChosenValueStoredAgain) {
+    const int32_t index = tapParameterIndex(2, kTapVolume);
+    const struct {
+        bool preset;
+        int32_t version;
+        float stored;
+    } cases[] = {{true, 2200, 0.25f}, {true, 2300, 0.75f}, {false, 2200, 0.25f}, {false, 2300, 0.75f}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(std::string(c.preset ? "preset, host " : "edit, host ") + std::to_string(c.version));
+        EditorHost old(std::string(), c.version);
+        old.aeffect()->setParameter(old.aeffect(), index, 0.25f);
+        Preset* preset = old.effect()->createPresetFromState("Quarter");
+        old.aeffect()->setParameter(old.aeffect(), index, 0.5f);
+        ASSERT_TRUE(old.openEditor());
+        old.writesBackIndex = index;
+        old.writesBackValue = 0.75f;
+        if (c.preset) {
+            old.effect()->applyPreset(preset);
+        } else {
+            old.editor()->volumeKnob(2)->setValue(0.25f);
+            old.editor()->valueChanged(nullptr, old.editor()->volumeKnob(2));
+        }
+        preset->release();
+        EXPECT_FLOAT_EQ(old.aeffect()->getParameter(old.aeffect(), index), c.stored);
+    }
 }
 
 // The X resources of the display (the root window's RESOURCE_MANAGER

@@ -1,45 +1,37 @@
-// The editor art in the built bundle: every bitmap the editor loads is there
-// with sizes under which the whole layout fits the 865 x 400 editor, stacked
-// states are whole, the states of a button are told apart at a glance, and
-// the places where the toolkit draws white text or white knob pointers stay
-// dark on every background.
+// The editor art against the open editor: every bitmap in the bundle is the
+// painter's drawing, the wells and fields the art draws lie under the
+// editor's own widgets, stacked states are whole, the states of a button are
+// told apart at a glance, and where the toolkit draws white text or white
+// knob pointers every background stays dark.
 #include <cairo.h>
-#include <fontconfig/fontconfig.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <cstring>
-#include <filesystem>
-#include <map>
 #include <string>
 #include <vector>
 
+#include "EditorTestSupport.h"
+#include "editor/BackgroundEntry.h"
+#include "editor/DelayEditor.h"
+#include "editor/EditorDialogs.h"
+#include "editor/EditorViews.h"
+#include "gui/Bitmap.h"
+#include "gui/BitmapView.h"
+#include "gui/Buttons.h"
+#include "gui/Knob.h"
+#include "gui/OptionMenu.h"
+#include "gui/Slider.h"
 #include "resources/art/Art.h"
+#include "resources/art/ArtLayout.h"
 
+namespace varitap::test {
 namespace {
 
-namespace fs = std::filesystem;
+using gui::Rect;
 
-constexpr int kEditorWidth = 865;
-constexpr int kEditorHeight = 400;
-
-struct Rect {
-    int left, top, right, bottom;
-    int width() const { return right - left; }
-    int height() const { return bottom - top; }
-    bool inside(const Rect& outer) const {
-        return left >= outer.left && top >= outer.top && right <= outer.right &&
-               bottom <= outer.bottom;
-    }
-    bool overlaps(const Rect& o) const {
-        return left < o.right && o.left < right && top < o.bottom && o.top < bottom;
-    }
-    Rect moved(int dx, int dy) const { return {left + dx, top + dy, right + dx, bottom + dy}; }
-};
-
-std::string resources() { return std::string(VARITAP_BUNDLE_DIR) + "/Contents/Resources"; }
+Rect fromArt(const art::Rect& r) { return Rect(r.left, r.top, r.right, r.bottom); }
 
 // A decoded PNG, or a null surface when it cannot be read.
 class Picture {
@@ -49,7 +41,6 @@ public:
     ~Picture() { cairo_surface_destroy(surface_); }
     Picture(const Picture&) = delete;
     Picture& operator=(const Picture&) = delete;
-
     bool ok() const { return cairo_surface_status(surface_) == CAIRO_STATUS_SUCCESS; }
     int width() const { return cairo_image_surface_get_width(surface_); }
     int height() const { return cairo_image_surface_get_height(surface_); }
@@ -59,26 +50,27 @@ private:
     cairo_surface_t* surface_;
 };
 
-struct Pixel {
+struct Colour {
     double r, g, b, a;  // straight (not premultiplied), 0..1
 };
 
-Pixel pixelAt(cairo_surface_t* s, int x, int y) {
+Colour pixelAt(cairo_surface_t* s, int x, int y) {
     cairo_surface_flush(s);
-    const unsigned char* row =
-        cairo_image_surface_get_data(s) + y * cairo_image_surface_get_stride(s);
+    const unsigned char* row = cairo_image_surface_get_data(s) + y * cairo_image_surface_get_stride(s);
     const uint32_t px = reinterpret_cast<const uint32_t*>(row)[x];
-    const bool hasAlpha = cairo_image_surface_get_format(s) == CAIRO_FORMAT_ARGB32;
-    const double a = hasAlpha ? (px >> 24) / 255.0 : 1.0;
+    const double a = cairo_image_surface_get_format(s) == CAIRO_FORMAT_ARGB32 ? (px >> 24) / 255.0 : 1.0;
     if (a == 0) return {0, 0, 0, 0};
-    return {((px >> 16) & 0xff) / 255.0 / a, ((px >> 8) & 0xff) / 255.0 / a,
-            (px & 0xff) / 255.0 / a, a};
+    return {((px >> 16) & 0xff) / 255.0 / a, ((px >> 8) & 0xff) / 255.0 / a, (px & 0xff) / 255.0 / a, a};
 }
 
-double linear(double c) { return c <= 0.04045 ? c / 12.92 : std::pow((c + 0.055) / 1.055, 2.4); }
+Colour pixelAt(const Image& image, int x, int y) {
+    const gui::test::Pixel p = image.at(x, y);
+    return {p.r / 255.0, p.g / 255.0, p.b / 255.0, 1.0};
+}
 
-// Relative luminance of an opaque pixel, 0 (black) to 1 (white).
-double luminance(const Pixel& p) {
+// Relative luminance, 0 (black) to 1 (white).
+double luminance(const Colour& p) {
+    auto linear = [](double c) { return c <= 0.04045 ? c / 12.92 : std::pow((c + 0.055) / 1.055, 2.4); };
     return 0.2126 * linear(p.r) + 0.7152 * linear(p.g) + 0.0722 * linear(p.b);
 }
 
@@ -91,12 +83,13 @@ struct Stats {
     double mean = 0, max = 0, chroma = 0;
 };
 
-Stats stats(cairo_surface_t* s, const Rect& r) {
+template <typename Source>
+Stats stats(const Source& s, const Rect& r) {
     Stats result;
     int n = 0;
     for (int y = r.top; y < r.bottom; ++y) {
         for (int x = r.left; x < r.right; ++x) {
-            const Pixel p = pixelAt(s, x, y);
+            const Colour p = pixelAt(s, x, y);
             if (p.a < 0.5) continue;
             const double l = luminance(p);
             result.mean += l;
@@ -112,14 +105,22 @@ Stats stats(cairo_surface_t* s, const Rect& r) {
     return result;
 }
 
+// White text and knob pointers need a contrast of at least 7:1 on average
+// and 3:1 at the brightest pixel.
+template <typename Source>
+bool readable(const Source& s, const Rect& r) {
+    const Stats st = stats(s, r);
+    return whiteContrast(st.mean) >= 7.0 && whiteContrast(st.max) >= 3.0;
+}
+
 // Mean absolute difference per channel (premultiplied) between two areas of
 // a picture, 0 (same) to 1.
 double difference(cairo_surface_t* s, const Rect& a, const Rect& b) {
     double sum = 0;
     for (int y = 0; y < a.height(); ++y) {
         for (int x = 0; x < a.width(); ++x) {
-            const Pixel p = pixelAt(s, a.left + x, a.top + y);
-            const Pixel q = pixelAt(s, b.left + x, b.top + y);
+            const Colour p = pixelAt(s, a.left + x, a.top + y);
+            const Colour q = pixelAt(s, b.left + x, b.top + y);
             sum += std::fabs(p.r * p.a - q.r * q.a) + std::fabs(p.g * p.a - q.g * q.a) +
                    std::fabs(p.b * p.a - q.b * q.a);
         }
@@ -127,151 +128,210 @@ double difference(cairo_surface_t* s, const Rect& a, const Rect& b) {
     return a.width() > 0 && a.height() > 0 ? sum / (3.0 * a.width() * a.height()) : 0;
 }
 
+// The first child of a container that is a T.
+template <typename T>
+T* childOf(const gui::ViewContainer& container) {
+    for (int k = 0; k < container.viewCount(); ++k) {
+        if (auto* view = dynamic_cast<T*>(container.viewAt(k))) return view;
+    }
+    return nullptr;
+}
+
+// Hides every view but the bitmaps, so that the frame draws the art alone.
+void showOnlyArt(gui::ViewContainer& container) {
+    for (int k = 0; k < container.viewCount(); ++k) {
+        gui::View* view = container.viewAt(k);
+        if (auto* inner = dynamic_cast<gui::ViewContainer*>(view)) {
+            showOnlyArt(*inner);
+        } else if (!dynamic_cast<gui::BitmapView*>(view)) {
+            view->setVisible(false);
+        }
+    }
+}
+
+// A widget of the open editor (its rectangle in its strip or panel) and the
+// place the art drew for it.
+struct Placed {
+    const char* name;
+    const gui::View* view;
+    art::Rect art;
+    enum { kPlain, kWhiteText, kKnob } ink;
+};
+
 class EditorArtTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        for (int number : {2, 3, 100, 101, 102, 200, 201, 202, 300, 301}) {
-            char name[32];
-            std::snprintf(name, sizeof name, "/bmp%05d.png", number);
-            bitmaps_[number] = std::make_unique<Picture>(resources() + name);
-            ASSERT_TRUE(bitmaps_[number]->ok()) << "bitmap " << number << " missing or unreadable";
-        }
-        w_ = bitmap(100).width();
-        h_ = bitmap(100).height();
-        p_ = bitmap(200).height();
+        if (!gui::test::haveDisplay() || !host.display().ok()) GTEST_SKIP() << "no X server";
+        ASSERT_TRUE(host.openEditor());
+        ASSERT_EQ(editor().scale(), 1.0);
+    }
+    DelayEditor& editor() { return *host.editor(); }
+    static std::string bitmapFile(int number) {
+        char name[32];
+        std::snprintf(name, sizeof name, "/bmp%05d.png", number);
+        return VARITAP_BUNDLE_DIR "/Contents/Resources" + std::string(name);
+    }
+    std::vector<Placed> stripWidgets(int i) {
+        DelayEditor& e = editor();
+        return {{"title", childOf<StaticTextView>(*e.tapStrip(i)), art::kTitle, Placed::kWhiteText},
+                {"input menu", e.inputMenu(i), art::kInputMenu, Placed::kWhiteText},
+                {"output menu", e.outputMenu(i), art::kOutputMenu, Placed::kWhiteText},
+                {"delay knob", e.delayKnob(i), art::kDelayKnob, Placed::kKnob},
+                {"feedback knob", e.feedbackKnob(i), art::kFeedbackKnob, Placed::kKnob},
+                {"volume knob", e.volumeKnob(i), art::kVolumeKnob, Placed::kKnob},
+                {"sync", e.tapSyncButton(i), art::kTapSync, Placed::kPlain},
+                {"delay display", e.delayDisplay(i), art::kDelayDisplay, Placed::kWhiteText},
+                {"feedback display", e.feedbackDisplay(i), art::kFeedbackDisplay, Placed::kWhiteText},
+                {"volume display", e.volumeDisplay(i), art::kVolumeDisplay, Placed::kWhiteText},
+                {"filter menu", e.filterMenu(i), art::kFilterMenu, Placed::kWhiteText},
+                {"cutoff slider", e.cutoffSlider(i), art::kCutoffSlider, Placed::kPlain},
+                {"resonance slider", e.resonanceSlider(i), art::kResonanceSlider, Placed::kPlain}};
+    }
+    std::vector<Placed> panelWidgets(int m) {
+        DelayEditor& e = editor();
+        return {{"power", e.powerButton(m), art::kPower, Placed::kPlain},
+                {"type", e.typeSwitch(m), art::kType, Placed::kPlain},
+                {"table toggle", e.tableToggle(m), art::kTableToggle, Placed::kPlain},
+                {"index menu", e.indexMenu(m), art::kIndexMenu, Placed::kWhiteText},
+                {"speed knob", e.speedKnob(m), art::kSpeedKnob, Placed::kKnob},
+                {"speed display", e.speedDisplay(m), art::kSpeedDisplay, Placed::kWhiteText},
+                {"sync", e.modulatorSyncButton(m), art::kModSync, Placed::kPlain},
+                {"min slider", e.minSlider(m), art::kMinSlider, Placed::kPlain},
+                {"max slider", e.maxSlider(m), art::kMaxSlider, Placed::kPlain}};
     }
 
-    const Picture& bitmap(int number) { return *bitmaps_.at(number); }
-
-    // Tap strip widgets, relative to the strip; the bitmap-sized ones follow
-    // the art's sizes as the editor places them.
-    std::map<std::string, Rect> stripWidgets() {
-        const Picture& sync = bitmap(101);
-        return {
-            {"title", {4, 2, w_ - 12, 14}},
-            {"input menu", {45, 22, 75, 33}},
-            {"output menu", {45, 260, 75, 271}},
-            {"delay knob", {13, 62, 38, 87}},
-            {"feedback knob", {49, 98, 74, 123}},
-            {"volume knob", {13, 134, 38, 159}},
-            {"sync", {43, 43, 43 + sync.width(), 43 + sync.height() / 2}},
-            {"delay display", {48, 74, 72, 86}},
-            {"feedback display", {12, 110, 36, 122}},
-            {"volume display", {48, 146, 72, 158}},
-            {"filter menu", {13, 182, 68, 193}},
-            {"cutoff slider", {11, 211, 74, 221}},
-            {"resonance slider", {11, 235, 74, 245}},
-        };
-    }
-
-    // Modulator panel widgets, relative to the panel.
-    std::map<std::string, Rect> panelWidgets() {
-        const Picture& power = bitmap(201);
-        const Picture& type = bitmap(202);
-        const Picture& toggle = bitmap(301);
-        const Picture& sync = bitmap(101);
-        return {
-            {"power", {13, 13, 13 + power.width(), 13 + power.height() / 2}},
-            {"type", {11, 29, 11 + type.width(), 29 + type.height() / 4}},
-            {"table toggle", {33, 32, 33 + toggle.width(), 32 + toggle.height() / 2}},
-            {"index menu", {28, 12, 70, 23}},
-            {"speed knob", {13, 46, 38, 71}},
-            {"speed display", {48, 58, 72, 70}},
-            {"sync", {41, 29, 41 + sync.width(), 29 + sync.height() / 2}},
-            {"min slider", {11, 84, 74, 94}},
-            {"max slider", {11, 104, 74, 114}},
-        };
-    }
-
-    Rect tableView() { return {8, 44, 8 + bitmap(300).width(), 44 + bitmap(300).height()}; }
-    int stripLeft(int i) const { return 32 + i * (w_ - 10); }
-    int panelTop() const { return 1 + h_ - 4; }
-
-    // The editor as the frame draws it: background, menu handle, then each
-    // strip and its panel.
-    cairo_surface_t* compose(const std::string& backgroundPath) {
-        Picture background(backgroundPath);
-        EXPECT_TRUE(background.ok()) << backgroundPath;
-        cairo_surface_t* s =
-            cairo_image_surface_create(CAIRO_FORMAT_ARGB32, kEditorWidth, kEditorHeight);
-        cairo_t* cr = cairo_create(s);
-        cairo_set_source_rgb(cr, 0, 0, 0);
-        cairo_paint(cr);
-        auto place = [&](cairo_surface_t* image, int x, int y) {
-            cairo_set_source_surface(cr, image, x, y);
-            cairo_paint(cr);
-        };
-        place(background.surface(), 0, 0);
-        place(bitmap(3).surface(), 0, 5);
-        for (int i = 0; i < 10; ++i) {
-            place(bitmap(100).surface(), stripLeft(i), 1);
-            place(bitmap(200).surface(), stripLeft(i), panelTop());
-        }
-        cairo_destroy(cr);
-        return s;
-    }
-
-    std::map<int, std::unique_ptr<Picture>> bitmaps_;
-    int w_ = 0, h_ = 0, p_ = 0;
+    ConfigHome home;
+    EditorHost host;
 };
 
-TEST_F(EditorArtTest, LayoutFitsTheEditorAndWidgetsDoNotCollide) {
-    // Ten strips overlapping by 10 pixels after the 32-pixel menu strip;
-    // panels under them, covering their last 4 rows.
-    ASSERT_GT(w_, 10);
-    EXPECT_LE(stripLeft(9) + w_, kEditorWidth);
-    EXPECT_EQ(bitmap(200).width(), w_);
-    EXPECT_LE(panelTop() + p_, kEditorHeight);
-    EXPECT_LE(bitmap(3).width(), 32);  // the menu handle
-    EXPECT_LE(5 + bitmap(3).height(), kEditorHeight);
-    EXPECT_EQ(bitmap(2).width(), kEditorWidth);  // the about picture
-    EXPECT_EQ(bitmap(2).height(), kEditorHeight);
-
-    // Widgets lie on their strip (above the panel) or panel and apart; only
-    // the tempo note menu over the delay display and the table view over the
-    // speed knob and sliders overlap on purpose, and are not listed.
-    auto check = [](const std::map<std::string, Rect>& widgets, const Rect& area) {
-        for (auto a = widgets.begin(); a != widgets.end(); ++a) {
-            EXPECT_TRUE(a->second.inside(area)) << a->first;
-            for (auto b = std::next(a); b != widgets.end(); ++b) {
-                EXPECT_FALSE(a->second.overlaps(b->second)) << a->first << " / " << b->first;
+TEST_F(EditorArtTest, ArtLinesUpWithTheEditorsWidgetsWhichDoNotCollide) {
+    for (int i = 0; i < kTapCount; ++i) {
+        SCOPED_TRACE("strip " + std::to_string(i));
+        const Rect strip = Rect::fromSize(art::kMenuStrip.right + i * art::kStripPitch, 1,
+                                          art::kStripWidth, art::kStripHeight);
+        EXPECT_EQ(editor().tapStrip(i)->viewSize(), strip);
+        const Rect panel = editor().modulatorPanel(i)->viewSize();
+        EXPECT_EQ(panel, Rect::fromSize(strip.left, art::kPanelTop, art::kStripWidth, art::kPanelHeight));
+        EXPECT_TRUE(panel.right <= DelayEditor::kWidth && panel.bottom <= DelayEditor::kHeight);
+        // Only the tempo note menu over the delay display and the table view
+        // over the speed knob and sliders overlap on purpose, and are not listed.
+        for (const auto& [widgets, area] :
+             {std::pair{stripWidgets(i), Rect(0, 0, art::kStripWidth, art::kStripCardBottom)},
+              std::pair{panelWidgets(i), Rect(0, 0, art::kStripWidth, art::kPanelHeight)}}) {
+            for (auto a = widgets.begin(); a != widgets.end(); ++a) {
+                ASSERT_NE(a->view, nullptr) << a->name;
+                const Rect r = a->view->viewSize();
+                EXPECT_EQ(r, fromArt(a->art)) << a->name;
+                EXPECT_EQ(r.intersect(area), r) << a->name;
+                for (auto b = std::next(a); b != widgets.end(); ++b) {
+                    EXPECT_TRUE(r.intersect(b->view->viewSize()).isEmpty()) << a->name << " / " << b->name;
+                }
             }
         }
-    };
-    check(stripWidgets(), {0, 0, w_, h_ - 4});
-    check(panelWidgets(), {0, 0, w_, p_});
-    EXPECT_TRUE(tableView().inside({0, 0, w_, p_}));
-
-    // Stacked states divide evenly.
-    for (int number : {101, 201, 301}) EXPECT_EQ(bitmap(number).height() % 2, 0) << number;
-    EXPECT_EQ(bitmap(202).height() % 4, 0);
-
+        EXPECT_EQ(editor().tableView(i)->viewSize(), fromArt(art::kTableView));
+        EXPECT_EQ(editor().tableView(i)->plotRect(),
+                  fromArt(art::kTableView).insetBy(art::kTableInset, art::kTableInset));
+    }
+    const gui::BitmapView* handle = childOf<gui::BitmapView>(*editor().frame());
+    ASSERT_NE(handle, nullptr);
+    EXPECT_EQ(handle->viewSize(), Rect::fromSize(0, art::kMenuHandleTop, art::kMenuHandleSize.width,
+                                                 art::kMenuHandleSize.height));
+    EXPECT_EQ(editor().wetDryKnob()->viewSize(), fromArt(art::kWetDryKnob));
+    EXPECT_EQ(editor().bitmap(DelayEditor::kAboutBitmap)->width(), DelayEditor::kWidth);
+    EXPECT_EQ(editor().bitmap(DelayEditor::kAboutBitmap)->height(), DelayEditor::kHeight);
     // The slider handle fits the sliders' height and leaves them room to move.
-    const Picture& handle = bitmap(102);
-    EXPECT_LE(handle.height(), 10);
-    EXPECT_GT(handle.width(), 0);
-    EXPECT_GE(63 - handle.width(), 48) << "handle travel too short";
+    const gui::Bitmap* sliderHandle = editor().bitmap(DelayEditor::kSliderHandleBitmap);
+    EXPECT_LE(sliderHandle->height(), art::kCutoffSlider.height());
+    EXPECT_GE(art::kCutoffSlider.width() - sliderHandle->width(), 48) << "handle travel too short";
+    EXPECT_EQ(DelayEditor::menuStripRect(), fromArt(art::kMenuStrip));
+    const AboutOverlay& about = *editor().aboutOverlay();
+    ASSERT_EQ(about.viewCount(), 3);
+    const art::Rect aboutTexts[] = {art::kAboutVersion, art::kAboutDate, art::kAboutLink};
+    for (int k = 0; k < 3; ++k) EXPECT_EQ(about.viewAt(k)->viewSize(), fromArt(aboutTexts[k])) << k;
+
+    // The knob's pointer sweeps the arc the art prints its scale over.
+    const Rect knob = fromArt(art::kDelayKnob);
+    for (double v : {0.0, 0.25, 0.5, 1.0}) {
+        const double a = (art::kKnobStartDegrees - art::kKnobSweepDegrees * v) * M_PI / 180.0;
+        const double length = knob.width() / 2.0 - art::kKnobPointerInset;
+        const gui::Point end = gui::Knob::handleEnd(knob, static_cast<float>(v));
+        EXPECT_NEAR(end.x, art::kDelayKnob.centerX() + length * std::cos(a), 1.0) << v;
+        EXPECT_NEAR(end.y, art::kDelayKnob.centerY() - length * std::sin(a), 1.0) << v;
+    }
+}
+
+TEST_F(EditorArtTest, BundleBitmapsAreThePaintersDrawingWhichDrawsAtAnyScale) {
+    ASSERT_EQ(art::editorBitmaps().size(), static_cast<size_t>(DelayEditor::kBitmapCount));
+    for (int slot = 0; slot < DelayEditor::kBitmapCount; ++slot) {
+        const int number = DelayEditor::bitmapResource(static_cast<DelayEditor::BitmapSlot>(slot));
+        SCOPED_TRACE("bitmap " + std::to_string(number));
+        const art::EditorBitmap* art = art::findEditorBitmap(number);
+        ASSERT_NE(art, nullptr);
+        const Picture file(bitmapFile(number));
+        ASSERT_TRUE(file.ok());
+        EXPECT_EQ(file.width(), art->width);
+        EXPECT_EQ(file.height(), art->height);
+        // At 100 % the editor shows the bundle's PNG: pixel for pixel what the
+        // painter draws at scale 1.
+        cairo_surface_t* drawn = art->draw(1.0);
+        const std::string copy = home.path() + "/drawn.png";
+        ASSERT_EQ(cairo_surface_write_to_png(drawn, copy.c_str()), CAIRO_STATUS_SUCCESS);
+        const Picture decoded(copy);
+        bool same = decoded.width() == file.width() && decoded.height() == file.height();
+        for (int y = 0; same && y < file.height(); ++y) {
+            same = std::memcmp(cairo_image_surface_get_data(decoded.surface()) +
+                                   y * cairo_image_surface_get_stride(decoded.surface()),
+                               cairo_image_surface_get_data(file.surface()) +
+                                   y * cairo_image_surface_get_stride(file.surface()),
+                               static_cast<size_t>(file.width()) * 4) == 0;
+        }
+        EXPECT_TRUE(same);
+        // At other scales the same picture, drawn for more pixels: the size
+        // rounded up, and at 200 % each 2 x 2 block is close to its pixel at 100 %.
+        cairo_surface_t* odd = art->draw(1.75);
+        EXPECT_EQ(cairo_image_surface_get_width(odd), static_cast<int>(std::ceil(1.75 * art->width)));
+        EXPECT_EQ(cairo_image_surface_get_height(odd), static_cast<int>(std::ceil(1.75 * art->height)));
+        cairo_surface_t* twice = art->draw(2.0);
+        ASSERT_EQ(cairo_image_surface_get_width(twice), 2 * art->width);
+        ASSERT_EQ(cairo_image_surface_get_height(twice), 2 * art->height);
+        double sum = 0;
+        for (int y = 0; y < art->height; ++y) {
+            for (int x = 0; x < art->width; ++x) {
+                const Colour one = pixelAt(drawn, x, y);
+                double block = 0;
+                for (int k = 0; k < 4; ++k) {
+                    const Colour p = pixelAt(twice, 2 * x + k % 2, 2 * y + k / 2);
+                    block += (p.r + p.g + p.b) * p.a / 4;
+                }
+                sum += std::fabs(block - (one.r + one.g + one.b) * one.a) / 3;
+            }
+        }
+        EXPECT_LT(sum / (art->width * art->height), 0.03);
+        for (cairo_surface_t* s : {drawn, odd, twice}) cairo_surface_destroy(s);
+    }
 }
 
 TEST_F(EditorArtTest, ButtonStatesReadAtAGlance) {
     // On/off bitmaps: off on top, on below. "On" lights up in the accent
     // colour: brighter than "off" and strongly coloured where "off" is grey.
     for (int number : {101, 201, 301}) {
-        const Picture& b = bitmap(number);
+        const Picture b(bitmapFile(number));
+        ASSERT_EQ(b.height() % 2, 0) << number;
         const int half = b.height() / 2;
-        const Rect off{0, 0, b.width(), half}, on{0, half, b.width(), 2 * half};
-        EXPECT_GT(difference(b.surface(), off, on), 0.08) << "bitmap " << number;
+        const Rect off(0, 0, b.width(), half), on(0, half, b.width(), 2 * half);
+        EXPECT_GT(difference(b.surface(), off, on), 0.08) << number;
         const Stats lookOff = stats(b.surface(), off), lookOn = stats(b.surface(), on);
-        EXPECT_GT(lookOn.mean, 1.2 * lookOff.mean) << "bitmap " << number;
-        EXPECT_GT(lookOn.chroma, lookOff.chroma + 0.25) << "bitmap " << number;
+        EXPECT_GT(lookOn.mean, 1.2 * lookOff.mean) << number;
+        EXPECT_GT(lookOn.chroma, lookOff.chroma + 0.25) << number;
     }
     // The four Type positions each look different from the others.
-    const Picture& type = bitmap(202);
+    const Picture type(bitmapFile(202));
+    ASSERT_EQ(type.height() % 4, 0);
     const int q = type.height() / 4;
     for (int a = 0; a < 4; ++a) {
         for (int b = a + 1; b < 4; ++b) {
-            EXPECT_GT(difference(type.surface(), {0, a * q, type.width(), (a + 1) * q},
-                                 {0, b * q, type.width(), (b + 1) * q}),
+            EXPECT_GT(difference(type.surface(), Rect(0, a * q, type.width(), (a + 1) * q),
+                                 Rect(0, b * q, type.width(), (b + 1) * q)),
                       0.015)
                 << a << " / " << b;
         }
@@ -279,151 +339,54 @@ TEST_F(EditorArtTest, ButtonStatesReadAtAGlance) {
 }
 
 TEST_F(EditorArtTest, BackgroundsAreFullSizeAndKeepWhiteTextReadable) {
-    // White text and knob pointers need a contrast of at least 7:1 on
-    // average and 3:1 at the brightest pixel.
-    auto readable = [](cairo_surface_t* s, const Rect& r) {
-        const Stats st = stats(s, r);
-        return whiteContrast(st.mean) >= 7.0 && whiteContrast(st.max) >= 3.0;
+    // Where white text or a knob pointer goes, in the frame's coordinates. The
+    // pointer runs from a knob's centre to 3 pixels short of its edge: the
+    // square inside that circle.
+    std::vector<std::pair<std::string, Rect>> inked;
+    auto add = [&](const Placed& p, const gui::View& container, int i) {
+        const Rect at = p.view->viewSize().offsetBy(container.viewSize().left, container.viewSize().top);
+        if (p.ink == Placed::kWhiteText) inked.emplace_back(p.name + (" " + std::to_string(i)), at);
+        if (p.ink == Placed::kKnob) inked.emplace_back(p.name + (" " + std::to_string(i)), at.insetBy(6, 6));
     };
-    // The pointer runs from a knob's centre to 3 pixels short of its edge:
-    // the square inside that circle.
-    auto core = [](const Rect& k) { return Rect{k.left + 6, k.top + 6, k.right - 6, k.bottom - 6}; };
-    const auto strip = stripWidgets();
-    const auto panel = panelWidgets();
-    std::vector<std::pair<std::string, Rect>> inStrip, inPanel;
-    for (const char* name : {"title", "input menu", "output menu", "delay display",
-                             "feedback display", "volume display", "filter menu"}) {
-        inStrip.emplace_back(name, strip.at(name));
+    for (int i = 0; i < kTapCount; ++i) {
+        for (const Placed& p : stripWidgets(i)) add(p, *editor().tapStrip(i), i);
+        for (const Placed& p : panelWidgets(i)) add(p, *editor().modulatorPanel(i), i);
     }
-    for (const char* name : {"delay knob", "feedback knob", "volume knob"}) {
-        inStrip.emplace_back(name, core(strip.at(name)));
-    }
-    for (const char* name : {"index menu", "speed display"}) inPanel.emplace_back(name, panel.at(name));
-    inPanel.emplace_back("speed knob", core(panel.at("speed knob")));
+    inked.emplace_back("wet/dry knob", editor().wetDryKnob()->viewSize().insetBy(6, 6));
+    showOnlyArt(*editor().frame());
 
-    std::vector<std::string> names;
-    for (const auto& entry : fs::directory_iterator(resources() + "/Backgrounds")) {
-        if (entry.path().extension() != ".png") continue;
-        const std::string name = entry.path().filename();
-        names.push_back(name);
+    const ObjectList& backgrounds = editor().backgrounds();
+    ASSERT_GE(backgrounds.count(), 3u);
+    bool haveDefault = false;
+    for (uint32_t k = 0; k < backgrounds.count(); ++k) {
+        const auto* entry = static_cast<BackgroundEntry*>(backgrounds.getAt(k));
+        SCOPED_TRACE(entry->fileName());
+        haveDefault = haveDefault || std::string(entry->fileName()) == "default.png";
         {
-            Picture picture(entry.path());
-            ASSERT_TRUE(picture.ok()) << name;
-            EXPECT_EQ(picture.width(), kEditorWidth) << name;
-            EXPECT_EQ(picture.height(), kEditorHeight) << name;
+            const Picture picture(entry->path());
+            ASSERT_TRUE(picture.ok());
+            EXPECT_EQ(picture.width(), DelayEditor::kWidth);
+            EXPECT_EQ(picture.height(), DelayEditor::kHeight);
             // Opaque: the frame draws nothing under its background.
-            for (int y = 0; y < kEditorHeight; y += 7) {
-                for (int x = 0; x < kEditorWidth; x += 7) {
-                    ASSERT_EQ(pixelAt(picture.surface(), x, y).a, 1.0) << name;
+            for (int y = 0; y < picture.height(); y += 7) {
+                for (int x = 0; x < picture.width(); x += 7) {
+                    ASSERT_EQ(pixelAt(picture.surface(), x, y).a, 1.0);
                 }
             }
         }
-        cairo_surface_t* editor = compose(entry.path());
-        for (int i = 0; i < 10; ++i) {
-            for (const auto& [what, r] : inStrip) {
-                EXPECT_TRUE(readable(editor, r.moved(stripLeft(i), 1))) << name << " tap " << i << " " << what;
-            }
-            for (const auto& [what, r] : inPanel) {
-                EXPECT_TRUE(readable(editor, r.moved(stripLeft(i), panelTop())))
-                    << name << " tap " << i << " " << what;
-            }
-        }
-        // The wet/dry knob sits on the menu handle's art.
-        EXPECT_GE(whiteContrast(stats(editor, {10, 363, 23, 376}).mean), 7.0) << name;
-        cairo_surface_destroy(editor);
+        ASSERT_TRUE(editor().chooseBackground(static_cast<int>(k)));
+        const Image shown = gui::test::renderOffscreen(*editor().frame());
+        for (const auto& [what, r] : inked) EXPECT_TRUE(readable(shown, r)) << what;
     }
-    EXPECT_GE(names.size(), 3u);
-    EXPECT_NE(std::find(names.begin(), names.end(), "default.png"), names.end());
+    EXPECT_TRUE(haveDefault);
 
     // The about box: the version and date in white, the link in yellow
     // (luminance 0.93), all with black shadows.
-    for (const Rect& r : {Rect{540, 110, 660, 130}, Rect{540, 130, 660, 150},
-                          Rect{337, 155, 528, 170}}) {
-        EXPECT_TRUE(readable(bitmap(2).surface(), r));
-    }
-}
-
-// The painter's text fills cairo's and fontconfig's caches; they are given
-// back when the program ends, as the art generator does, so that the leak
-// checker of the sanitizer build sees a clean exit.
-class FontCaches : public ::testing::Environment {
-public:
-    void TearDown() override {
-        cairo_debug_reset_static_data();
-        FcFini();
-    }
-};
-[[maybe_unused]] ::testing::Environment* const kFontCaches =
-    ::testing::AddGlobalTestEnvironment(new FontCaches);
-
-// A picture through PNG and back, as the bundle's files are made and read.
-cairo_surface_t* throughPng(cairo_surface_t* picture) {
-    std::string bytes;
-    cairo_surface_write_to_png_stream(
-        picture,
-        [](void* out, const unsigned char* data, unsigned int length) {
-            static_cast<std::string*>(out)->append(reinterpret_cast<const char*>(data), length);
-            return CAIRO_STATUS_SUCCESS;
-        },
-        &bytes);
-    size_t at = 0;
-    std::pair<std::string*, size_t*> in{&bytes, &at};
-    return cairo_image_surface_create_from_png_stream(
-        [](void* source, unsigned char* data, unsigned int length) {
-            auto* s = static_cast<std::pair<std::string*, size_t*>*>(source);
-            if (*s->second + length > s->first->size()) return CAIRO_STATUS_READ_ERROR;
-            std::memcpy(data, s->first->data() + *s->second, length);
-            *s->second += length;
-            return CAIRO_STATUS_SUCCESS;
-        },
-        &in);
-}
-
-TEST_F(EditorArtTest, BundleBitmapsAreThePaintersDrawingWhichDrawsAtAnyScale) {
-    ASSERT_EQ(varitap::art::editorBitmaps().size(), bitmaps_.size());
-    for (const varitap::art::EditorBitmap& art : varitap::art::editorBitmaps()) {
-        const Picture& file = bitmap(art.resourceNumber);
-        EXPECT_EQ(file.width(), art.width) << art.resourceNumber;
-        EXPECT_EQ(file.height(), art.height) << art.resourceNumber;
-        // At 100 % the editor shows the bundle's PNG: pixel for pixel what the
-        // painter draws at scale 1.
-        cairo_surface_t* drawn = art.draw(1.0);
-        cairo_surface_t* decoded = throughPng(drawn);
-        ASSERT_EQ(cairo_surface_status(decoded), CAIRO_STATUS_SUCCESS);
-        bool same = cairo_image_surface_get_width(decoded) == file.width() &&
-                    cairo_image_surface_get_height(decoded) == file.height();
-        for (int y = 0; same && y < file.height(); ++y) {
-            const unsigned char* a = cairo_image_surface_get_data(decoded) +
-                                     y * cairo_image_surface_get_stride(decoded);
-            const unsigned char* b = cairo_image_surface_get_data(file.surface()) +
-                                     y * cairo_image_surface_get_stride(file.surface());
-            same = std::memcmp(a, b, static_cast<size_t>(file.width()) * 4) == 0;
-        }
-        EXPECT_TRUE(same) << "bitmap " << art.resourceNumber;
-        // At other scales the same picture, drawn for more pixels: the size
-        // rounded up, and at 200 % each 2 x 2 block is close to its pixel at 100 %.
-        cairo_surface_t* odd = art.draw(1.75);
-        auto roundedUp = [](double v) { return static_cast<int>(std::ceil(v)); };
-        EXPECT_EQ(cairo_image_surface_get_width(odd), roundedUp(1.75 * art.width));
-        EXPECT_EQ(cairo_image_surface_get_height(odd), roundedUp(1.75 * art.height));
-        cairo_surface_t* twice = art.draw(2.0);
-        ASSERT_EQ(cairo_image_surface_get_width(twice), 2 * art.width);
-        ASSERT_EQ(cairo_image_surface_get_height(twice), 2 * art.height);
-        double sum = 0;
-        for (int y = 0; y < art.height; ++y) {
-            for (int x = 0; x < art.width; ++x) {
-                const Pixel one = pixelAt(drawn, x, y);
-                double block = 0;
-                for (int k = 0; k < 4; ++k) {
-                    const Pixel p = pixelAt(twice, 2 * x + k % 2, 2 * y + k / 2);
-                    block += (p.r + p.g + p.b) * p.a / 4;
-                }
-                sum += std::fabs(block - (one.r + one.g + one.b) * one.a) / 3;
-            }
-        }
-        EXPECT_LT(sum / (art.width * art.height), 0.03) << "bitmap " << art.resourceNumber;
-        for (cairo_surface_t* s : {drawn, decoded, odd, twice}) cairo_surface_destroy(s);
+    const Picture about(bitmapFile(2));
+    for (int k = 0; k < editor().aboutOverlay()->viewCount(); ++k) {
+        EXPECT_TRUE(readable(about.surface(), editor().aboutOverlay()->viewAt(k)->viewSize())) << k;
     }
 }
 
 }  // namespace
+}  // namespace varitap::test

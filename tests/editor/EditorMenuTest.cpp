@@ -42,6 +42,17 @@ int indexOf(const OptionMenu& menu, const std::string& text) {
     return -1;
 }
 
+// Builds the context menu afresh and carries out the entry of that text in
+// one of its menus; the choice's answer.
+using MenuOf = std::function<OptionMenu*(ContextMenu&)>;
+bool choose(DelayEditor& editor, const MenuOf& which, const std::string& text) {
+    ContextMenu menu = editor.buildContextMenu(Point{10, 100});
+    OptionMenu* chosen = which(menu);
+    return editor.carryOutChoice(menu, chosen, indexOf(*chosen, text));
+}
+const MenuOf kPresets = [](ContextMenu& menu) { return menu.presets.get(); };
+const MenuOf kOptions = [](ContextMenu& menu) { return menu.options.get(); };
+
 class EditorMenuTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -70,6 +81,10 @@ protected:
             if (library->folderAt(i) == folder) return static_cast<int>(i);
         }
         return -1;
+    }
+    MenuOf menuOf(PresetFolder* folder) {
+        const auto f = static_cast<size_t>(folderIndex(folder));
+        return [f](ContextMenu& menu) { return menu.folders.at(f).get(); };
     }
     // Opens the menu with a click in the menu strip; `user` plays the popup.
     bool clickMenuStrip(const std::function<void()>& user) {
@@ -136,17 +151,15 @@ TEST_F(EditorMenuTest, CommandsAreMatchedByTextAndPresetsApply) {
     const uint32_t before = library->folderCount();
 
     // An ordinary preset is applied and becomes the current one.
-    ContextMenu menu = editor().buildContextMenu(Point{10, 100});
-    OptionMenu* mineMenu = menu.folders[static_cast<size_t>(folderIndex(mine))].get();
-    EXPECT_TRUE(editor().carryOutChoice(menu, mineMenu, 0));
+    EXPECT_TRUE(choose(editor(), menuOf(mine), "Quarter"));
     EXPECT_EQ(host.effect()->lastUserPreset.get(), mine->presetAt(0));
     EXPECT_NEAR(host.effect()->program().values[delay], 0.25f, 1e-6f);
 
     // A preset named like a command carries out the command instead.
     ContextMenu again = editor().buildContextMenu(Point{10, 100});
     OptionMenu* otherMenu = again.folders[static_cast<size_t>(folderIndex(other))].get();
-    mineMenu = again.folders[static_cast<size_t>(folderIndex(mine))].get();
-    EXPECT_TRUE(editor().carryOutChoice(again, mineMenu, 1));  // "Remove Folder"
+    EXPECT_TRUE(editor().carryOutChoice(again, again.folders[static_cast<size_t>(folderIndex(mine))].get(),
+                                        1));  // "Remove Folder"
     EXPECT_EQ(library->folderCount(), before - 1);
     EXPECT_EQ(folderIndex(mine), -1);
     // The current preset went with its folder and is no longer current.
@@ -160,9 +173,7 @@ TEST_F(EditorMenuTest, CommandsAreMatchedByTextAndPresetsApply) {
 
     // Removing the current preset looks only in writable folders.
     host.effect()->lastUserPreset = RefPtr<Preset>(other->presetAt(0));
-    ContextMenu third = editor().buildContextMenu(Point{10, 100});
-    EXPECT_TRUE(editor().carryOutChoice(third, third.presets.get(),
-                                        indexOf(*third.presets, "Remove Preset 'Add Preset ...'")));
+    EXPECT_TRUE(choose(editor(), kPresets, "Remove Preset 'Add Preset ...'"));
     EXPECT_EQ(other->presetCount(), 0u);
     EXPECT_EQ(host.effect()->lastUserPreset.get(), nullptr);
 
@@ -183,33 +194,26 @@ TEST_F(EditorMenuTest, CommandsAreMatchedByTextAndPresetsApply) {
 TEST_F(EditorMenuTest, PresetRemovedByAnotherInstanceLeavesThisMenuWhole) {
     EditorHost other;
     ASSERT_NE(other.editor(), nullptr);
-    auto apply = [&](DelayEditor& editor, PresetFolder* folder) {
-        ContextMenu menu = editor.buildContextMenu(Point{10, 100});
-        editor.carryOutChoice(menu, menu.folders[static_cast<size_t>(folderIndex(folder))].get(), 0);
-    };
     auto lastEntry = [](const OptionMenu& menu) { return std::string(menu.entry(menu.nbEntries() - 1)); };
     for (const bool wholeFolder : {true, false}) {
         SCOPED_TRACE(wholeFolder ? "Remove Folder" : "Remove Preset");
         PresetFolder* shared = userFolder("Shared", {"Quarter"});
         PresetFolder* kept = userFolder("Kept", {"Half"});
-        apply(editor(), shared);
-        apply(*other.editor(), shared);
+        choose(editor(), menuOf(shared), "Quarter");
+        choose(*other.editor(), menuOf(shared), "Quarter");
         ASSERT_EQ(lastEntry(*editor().buildContextMenu(Point{}).presets), "Remove Preset 'Quarter'");
 
-        ContextMenu theirs = other.editor()->buildContextMenu(Point{10, 100});
         if (wholeFolder) {
-            OptionMenu* folderMenu = theirs.folders[static_cast<size_t>(folderIndex(shared))].get();
-            other.editor()->carryOutChoice(theirs, folderMenu, indexOf(*folderMenu, "Remove Folder"));
+            choose(*other.editor(), menuOf(shared), "Remove Folder");
         } else {
-            other.editor()->carryOutChoice(theirs, theirs.presets.get(),
-                                           indexOf(*theirs.presets, "Remove Preset 'Quarter'"));
+            choose(*other.editor(), kPresets, "Remove Preset 'Quarter'");
         }
         EXPECT_EQ(lastEntry(*other.editor()->buildContextMenu(Point{}).presets), "Add Folder ...");
 
         ContextMenu mine = editor().buildContextMenu(Point{10, 100});
         EXPECT_EQ(indexOf(*mine.presets, "Remove Preset 'Quarter'"), -1);
         EXPECT_EQ(lastEntry(*mine.presets), "Add Folder ...");
-        apply(editor(), kept);
+        choose(editor(), menuOf(kept), "Half");
         EXPECT_EQ(lastEntry(*editor().buildContextMenu(Point{}).presets), "Remove Preset 'Half'");
     }
 }
@@ -226,8 +230,7 @@ TEST_F(EditorMenuTest, OptionsAreWrittenAndTakeEffect) {
         Preferences::current()->getNumber(key, &number, 0);
         return number;
     };
-    ContextMenu menu = editor().buildContextMenu(Point{10, 100});
-    editor().carryOutChoice(menu, menu.options.get(), 1);  // Show Delay Time in Samples
+    choose(editor(), kOptions, "Show Delay Time in Samples");
     EXPECT_EQ(stored(kOptionDelayTimeInSamples), 1);
     EXPECT_NE(editor().delayText(tap), milliseconds);
     EXPECT_EQ(editor().delayText(tap).find('.'), std::string::npos);  // whole samples
@@ -353,70 +356,134 @@ TEST_F(EditorMenuTest, DismissedMenuChangesNothing) {
 TEST_F(EditorMenuTest, AddFolderAndPresetThroughTheNameDialog) {
     ASSERT_TRUE(host.openEditor());
     const uint32_t folders = library->folderCount();
-    ContextMenu menu = editor().buildContextMenu(Point{10, 100});
-    const int addFolder = indexOf(*menu.presets, "Add Folder ...");
-    Image dialogShot;
-    Rect dialogGeometry;
+    Image typed;
     std::thread user([&] {
         const xcb_window_t dialog = waitForDialog(host.display());
         if (!dialog) return;
         host.display().typeText(dialog, "Dub Echoes");
         gui::test::waitFor([] { return false; }, 150);
-        dialogGeometry = host.display().geometry(dialog);
-        dialogShot = host.display().grab(dialog, Rect(0, 0, dialogGeometry.width(),
-                                                      dialogGeometry.height()));
+        typed = host.display().grab(dialog, Rect(0, 0, 400, 140));
         pressKey(host.display(), dialog, XKB_KEY_Return);
     });
-    EXPECT_TRUE(editor().carryOutChoice(menu, menu.presets.get(), addFolder));
+    EXPECT_TRUE(choose(editor(), kPresets, "Add Folder ..."));
     user.join();
+    saveScreenshot(typed, "editor-name-dialog.png");
+    // The typed text is drawn in the field (dark ink inside it).
+    EXPECT_GT(typed.count(Rect(42, 52, 200, 64), 0, 0, 0, 90), 10);
     ASSERT_EQ(library->folderCount(), folders + 1);
     PresetFolder* added = library->folderAt(folders);
     EXPECT_EQ(added->getName(), "Dub Echoes");
     EXPECT_FALSE(added->isFactory());
-    EXPECT_EQ(dialogGeometry.width(), 400);
-    EXPECT_EQ(dialogGeometry.height(), 140);
-    saveScreenshot(dialogShot, "editor-name-dialog.png");
-    // The typed text is drawn in the field (dark ink inside it).
-    EXPECT_GT(dialogShot.count(Rect(42, 52, 200, 64), 0, 0, 0, 90), 10);
 
     // An empty confirmed name adds nothing.
-    ContextMenu again = editor().buildContextMenu(Point{10, 100});
     std::thread empty = answerDialog(host.display(), nullptr, XKB_KEY_Return);
-    editor().carryOutChoice(again, again.presets.get(), indexOf(*again.presets, "Add Folder ..."));
+    choose(editor(), kPresets, "Add Folder ...");
     empty.join();
     EXPECT_EQ(library->folderCount(), folders + 1);
 
     // "Add Preset ..." in the new folder stores the current state by name.
     host.aeffect()->setParameter(host.aeffect(), 20, 0.125f);
-    ContextMenu third = editor().buildContextMenu(Point{10, 100});
-    OptionMenu* folderMenu = third.folders.back().get();
     std::thread named = answerDialog(host.display(), "Slapback", XKB_KEY_Return);
-    editor().carryOutChoice(third, folderMenu, indexOf(*folderMenu, "Add Preset ..."));
+    choose(editor(), menuOf(added), "Add Preset ...");
     named.join();
     ASSERT_EQ(added->presetCount(), 1u);
     EXPECT_EQ(added->presetAt(0)->getName(), "Slapback");
     EXPECT_EQ(added->presetAt(0)->retainCount(), 1);  // the folder's reference only
 }
 
-TEST_F(EditorMenuTest, NameDialogAnswersOkCancelAndEmpty) {
-    auto run = [&](const char* defaultText, uint32_t key, char* result) {
-        std::thread user = answerDialog(host.display(), nullptr, key);
-        const bool ok = runNameDialog("Varitap", "Name:", defaultText, result, host.hostWindow());
-        user.join();
-        return ok;
+TEST_F(EditorMenuTest, NameDialogIsATransientModalWindowThatAnswersOkCancelAndClose) {
+    ASSERT_TRUE(host.openEditor());
+    HostDisplay& d = host.display();
+    auto keys = [](std::vector<uint32_t> list) {
+        return [list](HostDisplay& d, xcb_window_t w) {
+            for (uint32_t k : list) d.key(w, k);
+        };
     };
+    const struct {
+        const char* defaultText;
+        std::function<void(HostDisplay&, xcb_window_t)> user;
+        bool confirmed;
+        const char* result;
+    } cases[] = {
+        // Pre-filled text is confirmed as it is, terminated.
+        {"Tape Echo", keys({XKB_KEY_Return}), true, "Tape Echo"},
+        // Escape, the Cancel button and the window manager's close cancel
+        // and leave the buffer alone.
+        {"Tape Echo", keys({XKB_KEY_Escape}), false, "unchanged"},
+        {"abc",
+         [](HostDisplay& d, xcb_window_t w) {
+             d.button(w, 250, 110, 1, true);
+             d.button(w, 250, 110, 1, false, XCB_BUTTON_MASK_1);
+         },
+         false, "unchanged"},
+        {"abc",
+         [](HostDisplay& d, xcb_window_t w) {
+             xcb_client_message_event_t e{};
+             e.response_type = XCB_CLIENT_MESSAGE;
+             e.format = 32;
+             e.window = w;
+             e.type = d.atom("WM_PROTOCOLS");
+             e.data.data32[0] = d.atom("WM_DELETE_WINDOW");
+             xcb_send_event(d.connection(), 0, w, XCB_EVENT_MASK_NO_EVENT, reinterpret_cast<const char*>(&e));
+             d.sync();
+         },
+         false, "unchanged"},
+        // Return on an empty field confirms an empty name.
+        {nullptr, keys({XKB_KEY_Return}), true, ""},
+        // Typed, selected and typed over, edited in the middle and at the end.
+        {nullptr,
+         [](HostDisplay& d, xcb_window_t w) {
+             d.typeText(w, "Old");
+             d.key(w, XKB_KEY_a, XCB_MOD_MASK_CONTROL);
+             d.typeText(w, "Nmae");
+             for (uint32_t k : {XKB_KEY_Left, XKB_KEY_Left, XKB_KEY_BackSpace, XKB_KEY_Right}) d.key(w, k);
+             d.typeText(w, "m");
+             d.key(w, XKB_KEY_End);
+             d.typeText(w, " Echo");
+             d.key(w, XKB_KEY_Return);
+         },
+         true, "Name Echo"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.result);
+        char result[kNameBufferSize] = "unchanged";
+        std::vector<uint32_t> transient, type, state;
+        Rect placed;
+        std::thread user([&] {
+            const xcb_window_t w = waitForDialog(d);
+            if (!w) return;
+            transient = d.property32(w, "WM_TRANSIENT_FOR");
+            type = d.property32(w, "_NET_WM_WINDOW_TYPE");
+            state = d.property32(w, "_NET_WM_STATE");
+            placed = d.geometry(w);
+            c.user(d, w);
+        });
+        EXPECT_EQ(runNameDialog("Varitap", "Name:", c.defaultText, result, host.editorWindow()), c.confirmed);
+        user.join();
+        EXPECT_STREQ(result, c.result);
+        // A real top-level dialog: transient for the host's top-level window
+        // (the editor's window is its child), of dialog type, modal, centred
+        // on the owner.
+        EXPECT_EQ(transient, std::vector<uint32_t>{host.hostWindow()});
+        EXPECT_EQ(type, std::vector<uint32_t>{d.atom("_NET_WM_WINDOW_TYPE_DIALOG")});
+        EXPECT_EQ(state, std::vector<uint32_t>{d.atom("_NET_WM_STATE_MODAL")});
+        EXPECT_EQ(placed, Rect::fromSize(10 + (865 - 400) / 2, 10 + (400 - 140) / 2, 400, 140));
+    }
+    // No owner: centred on the screen.
+    Rect placed;
+    std::vector<uint32_t> transient{1};
+    std::thread user([&] {
+        const xcb_window_t w = waitForDialog(d);
+        if (!w) return;
+        placed = d.geometry(w);
+        transient = d.property32(w, "WM_TRANSIENT_FOR");
+        d.key(w, XKB_KEY_Return);
+    });
     char result[kNameBufferSize];
-    std::memset(result, 'x', sizeof result);
-    // Pre-filled text is confirmed as it is, terminated.
-    EXPECT_TRUE(run("Tape Echo", XKB_KEY_Return, result));
-    EXPECT_STREQ(result, "Tape Echo");
-    // Escape cancels and leaves the buffer alone.
-    std::strcpy(result, "unchanged");
-    EXPECT_FALSE(run("Tape Echo", XKB_KEY_Escape, result));
-    EXPECT_STREQ(result, "unchanged");
-    // Return on an empty field confirms an empty name.
-    EXPECT_TRUE(run(nullptr, XKB_KEY_Return, result));
-    EXPECT_STREQ(result, "");
+    EXPECT_TRUE(runNameDialog("Varitap", "Name:", nullptr, result, 0));
+    user.join();
+    EXPECT_TRUE(transient.empty());
+    EXPECT_EQ(placed.left, (1920 - 400) / 2);
     // No buffer: nothing to fill, no window.
     EXPECT_FALSE(runNameDialog("Varitap", "Name:", nullptr, nullptr, 0));
 }

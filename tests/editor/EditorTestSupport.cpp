@@ -57,15 +57,16 @@ HostLog& hostLog() {
 
 vst::VstIntPtr hostCallback(vst::AEffect* effect, int32_t opcode, int32_t index,
                             vst::VstIntPtr value, void* ptr, float opt) {
-    (void)effect;
-    (void)value;
     (void)ptr;
     HostLog& log = hostLog();
     switch (opcode) {
         case vst::audioMasterVersion:
-            return 2400;
+            return gCurrentHost ? gCurrentHost->hostVersion() : 2400;
         case vst::audioMasterAutomate:
             log.add("auto " + std::to_string(index), index, opt);
+            if (gCurrentHost && effect && index == gCurrentHost->writesBackIndex) {
+                effect->setParameter(effect, index, gCurrentHost->writesBackValue);
+            }
             return 0;
         case vst::audioMasterBeginEdit:
             log.add("begin " + std::to_string(index));
@@ -108,16 +109,17 @@ std::string readFile(const std::string& path) {
     return s.str();
 }
 
-EditorHost::EditorHost(const std::string& resources) {
+EditorHost::EditorHost(const std::string& resources, int32_t hostVersion)
+    : hostVersion_(hostVersion) {
     gui::Bitmap::setResourceDirectory(resources.empty()
                                           ? std::string(VARITAP_BUNDLE_DIR "/Contents/Resources")
                                           : resources);
     setEditorFactory(&createDelayEditor);
+    previousHost_ = gCurrentHost;
+    gCurrentHost = this;
     aeffect_ = createDelayEffect(&hostCallback);
     if (aeffect_) effect_ = &Vst2Effect::fromRecord(aeffect_)->core();
     if (display_.ok()) window_ = display_.createWindow(865, 400);
-    previousHost_ = gCurrentHost;
-    gCurrentHost = this;
 }
 
 EditorHost::~EditorHost() {
@@ -211,39 +213,14 @@ void EditorHost::closeInstance() {
     effect_ = nullptr;
 }
 
-xcb_window_t waitForMenus(HostDisplay& display, size_t n, int ms) {
-    xcb_window_t w = 0;
-    gui::test::waitFor(
-        [&] {
-            auto list = display.popupWindows();
-            if (list.size() != n) return false;
-            w = list.back();
-            return true;
-        },
-        ms);
-    return w;
-}
-
 xcb_window_t waitForDialog(HostDisplay& display, int ms) {
     xcb_window_t found = 0;
-    const xcb_atom_t dialogType = display.atom("_NET_WM_WINDOW_TYPE_DIALOG");
+    const std::vector<uint32_t> dialog{display.atom("_NET_WM_WINDOW_TYPE_DIALOG")};
     gui::test::waitFor(
         [&] {
-            xcb_connection_t* c = display.connection();
-            xcb_query_tree_reply_t* tree =
-                xcb_query_tree_reply(c, xcb_query_tree(c, display.root()), nullptr);
-            if (!tree) return false;
-            xcb_window_t* children = xcb_query_tree_children(tree);
-            for (int i = 0; i < xcb_query_tree_children_length(tree) && !found; ++i) {
-                xcb_get_window_attributes_reply_t* a = xcb_get_window_attributes_reply(
-                    c, xcb_get_window_attributes(c, children[i]), nullptr);
-                const bool viewable = a && a->map_state == XCB_MAP_STATE_VIEWABLE;
-                free(a);
-                if (!viewable) continue;
-                const auto type = display.property32(children[i], "_NET_WM_WINDOW_TYPE");
-                if (!type.empty() && type[0] == dialogType) found = children[i];
+            for (xcb_window_t w : display.topWindows(false)) {
+                if (display.property32(w, "_NET_WM_WINDOW_TYPE") == dialog) found = w;
             }
-            free(tree);
             return found != 0;
         },
         ms);
@@ -301,15 +278,6 @@ std::thread answerDialog(HostDisplay& display, const char* text, uint32_t keysym
         if (text) display.typeText(dialog, text);
         pressKey(display, dialog, keysym);
     });
-}
-
-double differingFraction(const Image& a, const Image& b, int tolerance) {
-    if (a.width != b.width || a.height != b.height || a.pixels.empty()) return 1.0;
-    size_t n = 0;
-    for (size_t i = 0; i < a.pixels.size(); ++i) {
-        if (!a.pixels[i].near(b.pixels[i].r, b.pixels[i].g, b.pixels[i].b, tolerance)) ++n;
-    }
-    return static_cast<double>(n) / static_cast<double>(a.pixels.size());
 }
 
 void saveScreenshot(const Image& image, const char* name) {

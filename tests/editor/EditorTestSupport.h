@@ -24,6 +24,8 @@ namespace varitap::test {
 
 using gui::test::HostDisplay;
 using gui::test::Image;
+using gui::test::differingFraction;
+using gui::test::waitForMenus;
 
 // What the plug-in told the host, in order ("begin 21", "auto 21",
 // "end 21"), and the automated values.
@@ -40,10 +42,10 @@ private:
     std::vector<std::pair<int32_t, float>> automated_;
 };
 
-// The callback of every instance made here: a VST 2.4 host that records
-// automation, edit gestures and window size requests ("size 1730x800") in
-// hostLog(), and gives the editor's window the size it asks for (the host
-// window of the EditorHost alive now, unless it refuses).
+// The callback of every instance made here: a host of the EditorHost's VST
+// version that records automation, edit gestures and window size requests
+// ("size 1730x800") in hostLog(), and gives the editor's window the size it
+// asks for (the host window of the EditorHost alive now, unless it refuses).
 vst::VstIntPtr hostCallback(vst::AEffect* effect, int32_t opcode, int32_t index,
                             vst::VstIntPtr value, void* ptr, float opt);
 HostLog& hostLog();
@@ -71,8 +73,9 @@ private:
 class EditorHost {
 public:
     // resources: the folder bitmaps and backgrounds come from (the built
-    // bundle's Resources unless given).
-    explicit EditorHost(const std::string& resources = std::string());
+    // bundle's Resources unless given); hostVersion: what the host answers
+    // to audioMasterVersion (2400 is VST 2.4).
+    explicit EditorHost(const std::string& resources = std::string(), int32_t hostVersion = 2400);
     ~EditorHost();
 
     vst::AEffect* aeffect() const { return aeffect_; }
@@ -90,6 +93,7 @@ public:
     gui::Rect editorRect();
     // Whether the host grants the editor's size requests (it does unless told).
     void setGrantsResize(bool grants) { grantsResize_ = grants; }
+    int32_t hostVersion() const { return hostVersion_; }
     bool resizeHostWindow(int width, int height);
     void closeEditor();
     // Idles the editor a few times so that what changed is drawn.
@@ -103,7 +107,13 @@ public:
     // Closes the instance (effClose), which deletes the editor.
     void closeInstance();
 
+    // A host that, when told of automation of this parameter, writes its own
+    // value back into the plug-in (as a host replaying its automation does).
+    int32_t writesBackIndex = -1;
+    float writesBackValue = 0.0f;
+
 private:
+    int32_t hostVersion_;
     HostDisplay display_;
     xcb_window_t window_ = 0;
     vst::AEffect* aeffect_ = nullptr;
@@ -112,8 +122,6 @@ private:
     EditorHost* previousHost_ = nullptr;  // the one the callback served before
 };
 
-// The newest override-redirect menu window once n are up, or 0.
-xcb_window_t waitForMenus(HostDisplay& display, size_t n, int ms = 3000);
 // The first mapped top-level dialog window (_NET_WM_WINDOW_TYPE_DIALOG), or 0.
 xcb_window_t waitForDialog(HostDisplay& display, int ms = 3000);
 // Presses a key on the newest menu window `times` times.
@@ -125,8 +133,6 @@ std::thread answerDialog(HostDisplay& display, const char* text, uint32_t keysym
 // Writes an image as PNG; reads one back (empty image on failure).
 bool writePng(const Image& image, const std::string& path);
 Image readPng(const std::string& path);
-// Fraction of pixels whose channels differ by more than tolerance.
-double differingFraction(const Image& a, const Image& b, int tolerance);
 // When VARITAP_SCREENSHOT_DIR is set, saves the image there under name.
 void saveScreenshot(const Image& image, const char* name);
 

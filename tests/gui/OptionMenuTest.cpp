@@ -114,17 +114,7 @@ protected:
     void TearDown() override {
         if (frame) frame->close();
     }
-    // Waits until n menu windows are up and returns the newest.
-    xcb_window_t waitForMenus(size_t n) {
-        xcb_window_t w = 0;
-        waitFor([&] {
-            auto list = host.popupWindows();
-            if (list.size() != n) return false;
-            w = list.back();
-            return true;
-        });
-        return w;
-    }
+    xcb_window_t waitForMenus(size_t n) { return test::waitForMenus(host, n); }
     int itemY(const std::vector<uint32_t>& flags, int index) {
         return MenuLayout::itemTop(flags, index) + MenuLayout::kItemHeight / 2;
     }

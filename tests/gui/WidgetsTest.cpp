@@ -2,6 +2,7 @@
 // through the frame's event entry points (no window needed).
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <string>
 
 #include "Recorder.h"
@@ -14,6 +15,7 @@
 #include "gui/Knob.h"
 #include "gui/ParamDisplay.h"
 #include "gui/Slider.h"
+#include "gui/TextField.h"
 
 namespace varitap::gui {
 namespace {
@@ -288,6 +290,25 @@ TEST_F(WidgetsTest, PushButtonFiresOnlyWhenReleasedInside) {
     EXPECT_EQ(rec.changes, 1);
     EXPECT_FLOAT_EQ(rec.last, 1.0f);   // the listener saw the press
     EXPECT_FLOAT_EQ(ok->value(), 0.0f);  // and the button is up again
+}
+
+TEST_F(WidgetsTest, TextFieldTypesOnlyWhileFocused) {
+    auto field = makeRef<TextField>(Rect(40, 50, 180, 66));
+    frame->addView(field.get());
+    KeyEvent a;
+    std::strcpy(a.text, "a");
+    EXPECT_EQ(frame->dispatchKeyDown(a), 0);  // no focus yet
+    EXPECT_EQ(field->text(), "");
+    frame->dispatchMouseDown(Point{50, 55}, kLButton);
+    EXPECT_TRUE(field->hasFocus());
+    EXPECT_EQ(frame->focusView(), field.get());
+    EXPECT_EQ(frame->dispatchKeyDown(a), 1);
+    std::strcpy(a.text, "\xC3\xBC");  // ü
+    frame->dispatchKeyDown(a);
+    EXPECT_EQ(field->text(), "a\xC3\xBC");
+    frame->setFocusView(nullptr);
+    EXPECT_FALSE(field->hasFocus());
+    EXPECT_EQ(frame->dispatchKeyDown(a), 0);
 }
 
 }  // namespace

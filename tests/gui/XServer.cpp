@@ -260,7 +260,7 @@ void HostDisplay::typeText(xcb_window_t w, const char* ascii) {
     for (const char* p = ascii; *p; ++p) key(w, static_cast<unsigned char>(*p));
 }
 
-std::vector<xcb_window_t> HostDisplay::popupWindows() {
+std::vector<xcb_window_t> HostDisplay::topWindows(bool overrideRedirect) {
     std::vector<xcb_window_t> out;
     xcb_query_tree_reply_t* tree = xcb_query_tree_reply(c_, xcb_query_tree(c_, screen_->root), nullptr);
     if (!tree) return out;
@@ -268,7 +268,7 @@ std::vector<xcb_window_t> HostDisplay::popupWindows() {
     for (int i = 0; i < xcb_query_tree_children_length(tree); ++i) {
         xcb_get_window_attributes_reply_t* a = xcb_get_window_attributes_reply(
             c_, xcb_get_window_attributes(c_, children[i]), nullptr);
-        if (a && a->override_redirect && a->map_state == XCB_MAP_STATE_VIEWABLE) {
+        if (a && (a->override_redirect != 0) == overrideRedirect && a->map_state == XCB_MAP_STATE_VIEWABLE) {
             out.push_back(children[i]);
         }
         std::free(a);
@@ -321,6 +321,28 @@ bool waitFor(const std::function<bool()>& step, int ms) {
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
     return step();
+}
+
+xcb_window_t waitForMenus(HostDisplay& display, size_t n, int ms) {
+    xcb_window_t w = 0;
+    waitFor(
+        [&] {
+            auto list = display.popupWindows();
+            if (list.size() != n) return false;
+            w = list.back();
+            return true;
+        },
+        ms);
+    return w;
+}
+
+double differingFraction(const Image& a, const Image& b, int tolerance) {
+    if (a.width != b.width || a.height != b.height || a.pixels.empty()) return 1.0;
+    size_t n = 0;
+    for (size_t i = 0; i < a.pixels.size(); ++i) {
+        if (!a.pixels[i].near(b.pixels[i].r, b.pixels[i].g, b.pixels[i].b, tolerance)) ++n;
+    }
+    return static_cast<double>(n) / static_cast<double>(a.pixels.size());
 }
 
 bool writeBandsPng(const std::string& path, int w, int h, const std::vector<Color>& bands) {

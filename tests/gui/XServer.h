@@ -61,8 +61,10 @@ public:
     void key(xcb_window_t w, uint32_t keysym, uint16_t state = 0);
     void typeText(xcb_window_t w, const char* ascii);
 
-    // Children of the root that are mapped and override-redirect (menus).
-    std::vector<xcb_window_t> popupWindows();
+    // Children of the root that are mapped and override-redirect (menus),
+    // or mapped and not (top-level windows).
+    std::vector<xcb_window_t> topWindows(bool overrideRedirect);
+    std::vector<xcb_window_t> popupWindows() { return topWindows(true); }
     // Root position of a window.
     Point rootPosition(xcb_window_t w);
     Rect geometry(xcb_window_t w);
@@ -78,6 +80,10 @@ private:
 
 // Runs `step` until it returns true or ms pass; true when it did.
 bool waitFor(const std::function<bool()>& step, int ms = 2000);
+// The newest override-redirect menu window once n are up, or 0.
+xcb_window_t waitForMenus(HostDisplay& display, size_t n, int ms = 3000);
+// Fraction of pixels whose channels differ by more than tolerance.
+double differingFraction(const Image& a, const Image& b, int tolerance);
 
 // Writes a w x h PNG made of horizontal bands of the given colours
 // (top to bottom, equal heights).
