@@ -312,25 +312,60 @@ uint32_t DelayTap::runSmooth(const TapBlock& block, uint32_t position, const flo
                              uint32_t count, float& gain, float step) {
     float* line = block.line;
     const uint32_t len = block.length;
-    for (uint32_t i = 0; i < count; ++i) {
-        // Past the end of the last pass the line holds older signal: what is
-        // heard is the signal one last pass back, in this pass.
+    const float feedback = block.feedback;
+    const float volume = block.volume;
+    // Stretches that read one way: up to the head's wrap, the end of the
+    // last pass (reads from there on are held: the line holds older signal
+    // there, so what is heard is the signal one last pass back, in this
+    // pass) and the end of the fade.
+    for (uint32_t i = 0; i < count;) {
+        uint32_t run = position < len ? len - position : 1;
+        if (run > count - i) run = count - i;
         const uint32_t end = passEnd_;
-        const uint32_t at = block.detect && end != 0 && position >= end ? position - end : position;
-        const float delayed = line[at];
-        float heard = delayed;
-        if (fadeStep_ < fadeLength_) {
-            const float g = static_cast<float>(fadeStep_ + 1) / static_cast<float>(fadeLength_);
-            heard = fade_[fadeStep_] * (1.0f - g) + delayed * g;
-            ++fadeStep_;
+        uint32_t back = 0;
+        if (block.detect && end != 0) {
+            if (position >= end)
+                back = end;
+            else if (end - position < run)
+                run = end - position;
         }
-        line[position] = heard * block.feedback + input[i];
-        output[i] += heard * gain;
-        if (++position >= len) {
+        const bool fading = fadeStep_ < fadeLength_;
+        if (fading && fadeLength_ - fadeStep_ < run) run = fadeLength_ - fadeStep_;
+        float* at = line + position;
+        const float* from = at - back;
+        const float* in = input + i;
+        float* out = output + i;
+        if (fading) {
+            const float* faded = fade_ + fadeStep_;
+            const float length = static_cast<float>(fadeLength_);
+            for (uint32_t k = 0; k < run; ++k) {
+                const float g = static_cast<float>(fadeStep_ + k + 1) / length;
+                const float heard = faded[k] * (1.0f - g) + from[k] * g;
+                at[k] = heard * feedback + in[k];
+                out[k] += heard * gain;
+                if (gain != volume) gain += step;
+            }
+            fadeStep_ += run;
+        } else if (gain == volume) {
+            for (uint32_t k = 0; k < run; ++k) {
+                const float heard = from[k];
+                at[k] = heard * feedback + in[k];
+                out[k] += heard * gain;
+            }
+        } else {
+            for (uint32_t k = 0; k < run; ++k) {
+                const float heard = from[k];
+                at[k] = heard * feedback + in[k];
+                out[k] += heard * gain;
+                if (gain != volume) gain += step;
+            }
+        }
+        i += run;
+        position += run;
+        if (position >= len) {
             endPass(position, block.detect);
             position = 0;
         }
-        if (gain != block.volume) gain += step;
     }
     return position;
 }
