@@ -201,8 +201,8 @@ TapBlock DelayTap::beginBlock(uint32_t count, float samplesPerBeat, bool alignTo
     const float fb = feedback_;
     const float vol = volume_;
     uint32_t len = delaySamples_;
-    // Fading where the head leaves the written order ("Smooth Delay Time
-    // Changes"); the stretch governs instead while resampling.
+    // Holding and fading where the delay heard would jump ("Smooth Delay
+    // Time Changes"); the stretch governs instead while resampling.
     const bool detect = fade_ && smooth_ && !resample_;
     if (sync_) {
         len = syncedLength(samplesPerBeat);
@@ -308,6 +308,42 @@ void DelayTap::endPass(uint32_t end, bool fade) {
     passFromZero_ = true;
 }
 
+namespace {
+
+// Loops the compiler may run several samples at once, with a check at run
+// time that the arrays do not overlap (GCC does neither at -O2; clang does).
+#if defined(__GNUC__) && !defined(__clang__)
+#define VARITAP_VECTORIZE __attribute__((optimize("tree-loop-vectorize", "vect-cost-model=dynamic")))
+#else
+#define VARITAP_VECTORIZE
+#endif
+
+// One stretch of DelayTap::runSmooth, sample by sample as tapLoopScalar:
+// what is heard is the line at from (the head, or a pass back), faded in
+// from faded[] with weights (base + k) * inv when fading. Without a ramp
+// (and so without a test per sample) the loop runs several samples at once.
+template <bool kFading, bool kRamp>
+VARITAP_VECTORIZE void runStretch(float* at, const float* from, const float* faded, uint32_t base, float inv,
+                const float* in, float* out, uint32_t run, float feedback, float& gain, float step,
+                float volume) {
+    float g = gain;
+    for (uint32_t k = 0; k < run; ++k) {
+        float heard = from[k];
+        if constexpr (kFading) {
+            const float w = static_cast<float>(int32_t(base + k)) * inv;
+            heard = faded[k] * (1.0f - w) + heard * w;
+        }
+        at[k] = heard * feedback + in[k];
+        out[k] += heard * g;
+        if constexpr (kRamp) {
+            if (g != volume) g += step;
+        }
+    }
+    gain = g;
+}
+
+}  // namespace
+
 uint32_t DelayTap::runSmooth(const TapBlock& block, uint32_t position, const float* input, float* output,
                              uint32_t count, float& gain, float step) {
     float* line = block.line;
@@ -335,30 +371,19 @@ uint32_t DelayTap::runSmooth(const TapBlock& block, uint32_t position, const flo
         const float* from = at - back;
         const float* in = input + i;
         float* out = output + i;
+        const bool ramp = gain != volume;
         if (fading) {
             const float* faded = fade_ + fadeStep_;
-            const float length = static_cast<float>(fadeLength_);
-            for (uint32_t k = 0; k < run; ++k) {
-                const float g = static_cast<float>(fadeStep_ + k + 1) / length;
-                const float heard = faded[k] * (1.0f - g) + from[k] * g;
-                at[k] = heard * feedback + in[k];
-                out[k] += heard * gain;
-                if (gain != volume) gain += step;
-            }
+            const float inv = 1.0f / static_cast<float>(fadeLength_);
+            if (ramp)
+                runStretch<true, true>(at, from, faded, fadeStep_ + 1, inv, in, out, run, feedback, gain, step, volume);
+            else
+                runStretch<true, false>(at, from, faded, fadeStep_ + 1, inv, in, out, run, feedback, gain, step, volume);
             fadeStep_ += run;
-        } else if (gain == volume) {
-            for (uint32_t k = 0; k < run; ++k) {
-                const float heard = from[k];
-                at[k] = heard * feedback + in[k];
-                out[k] += heard * gain;
-            }
+        } else if (ramp) {
+            runStretch<false, true>(at, from, nullptr, 0, 0.0f, in, out, run, feedback, gain, step, volume);
         } else {
-            for (uint32_t k = 0; k < run; ++k) {
-                const float heard = from[k];
-                at[k] = heard * feedback + in[k];
-                out[k] += heard * gain;
-                if (gain != volume) gain += step;
-            }
+            runStretch<false, false>(at, from, nullptr, 0, 0.0f, in, out, run, feedback, gain, step, volume);
         }
         i += run;
         position += run;
@@ -370,30 +395,35 @@ uint32_t DelayTap::runSmooth(const TapBlock& block, uint32_t position, const flo
     return position;
 }
 
-void DelayTap::startFade(uint32_t end, uint32_t last) {
+VARITAP_VECTORIZE void DelayTap::startFade(uint32_t end, uint32_t last) {
     // What was heard is the line one pass of `last` samples back. After a
     // pass of `end` samples that is the pass before from `end` on (up to
     // `last`), then this pass from 0; or, after a longer pass, this pass from
     // end - last. Either way the line holds `last` samples of it.
     const uint32_t capacity = capacity_;
     if (last > capacity + 1 || end > capacity + 1) return;  // the line was made shorter meanwhile
-    const uint32_t wrap = last > end ? last : capacity + 1;
     const uint32_t fadeSamples = fadeSamples_;
     const uint32_t length = fadeSamples < last ? fadeSamples : last;
-    // What would be heard: the fade under way goes on towards that signal
-    // (in place: step + k >= k).
+    const uint32_t start = last > end ? end : end - last;
+    const uint32_t first = last > end && last - start < length ? last - start : length;
+    // What would be heard: the fade under way (weights as runSmooth's) goes
+    // on towards that signal, in place (step + k >= k).
     const uint32_t step = fadeStep_;
-    const uint32_t old = fadeLength_;
-    uint32_t j = last > end ? end : end - last;
-    for (uint32_t k = 0; k < length; ++k) {
-        const float continued = buffer_[j];
-        float heard = continued;
-        if (step + k < old) {
-            const float g = static_cast<float>(step + k + 1) / static_cast<float>(old);
-            heard = fade_[step + k] * (1.0f - g) + continued * g;
+    const uint32_t merged = fadeLength_ > step ? fadeLength_ - step : 0;
+    const float inv = merged ? 1.0f / static_cast<float>(fadeLength_) : 0.0f;
+    const float* segments[2] = {buffer_ + start, buffer_};
+    const uint32_t stops[2] = {first, length};
+    uint32_t k = 0;
+    for (int s = 0; s < 2; ++s) {
+        const float* from = segments[s];
+        const uint32_t k0 = k;
+        const uint32_t mergeStop = stops[s] < merged ? stops[s] : merged;
+        for (; k < mergeStop; ++k) {
+            const float w = static_cast<float>(int32_t(step + k + 1)) * inv;
+            fade_[k] = fade_[step + k] * (1.0f - w) + from[k - k0] * w;
         }
-        fade_[k] = heard;
-        j = j + 1 == wrap ? 0 : j + 1;
+        if (k < stops[s]) std::memcpy(fade_ + k, from + (k - k0), (stops[s] - k) * sizeof(float));
+        k = stops[s];
     }
     fadeStep_ = 0;
     fadeLength_ = length;

@@ -23,10 +23,10 @@ struct TapBlock {
     float feedback;
     float appliedVolume;
     float volume;
-    // The block runs DelayTap::runSmooth instead of the plain loop: a fade is
-    // under way or the head leaves the written order in this block.
+    // The block runs DelayTap::runSmooth instead of the plain loop: a fade
+    // is under way, or the block holds or starts one.
     bool smooth;
-    // New fades may start ("Smooth Delay Time Changes" on, resampling off).
+    // Holds and new fades ("Smooth Delay Time Changes" on, resampling off).
     bool detect;
 };
 

@@ -554,8 +554,8 @@ TEST(DelayEngineWavesTest, WavesMatchThePlainFormInEveryKernelSet) {
         const bool playing = patch.chance(0.5f);
         const bool writing = patch.chance(0.3f);
         const bool resample = patch.chance(0.3f);
-        // Every third state fades where heads leave the written order (its
-        // taps' lengths change every block); the others sound as without it.
+        // Every third state holds and fades where a delay would jump (one
+        // tap's length changes every block); the others sound as without it.
         const bool smooth = state % 3 == 1;
         const int unconnected = patch.chance(0.3f) ? patch.below(2) : -1;
         const int outputs = patch.chance(0.2f) ? 3 : 2;
