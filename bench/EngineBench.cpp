@@ -89,6 +89,12 @@ struct Setup {
     bool scalar = false;
     bool avx2 = true;
     DelayEngine::TapSchedule schedule = DelayEngine::TapSchedule::kWaves;
+    bool smooth = false;  // "Smooth Delay Time Changes"
+    // Every block, every tap's note value moves by one row (kNoteValues), or
+    // every tap, no longer synchronised, gets a free length of 300 to 309
+    // samples (kShortLengths: a pass ends at a new length in every block, so
+    // a fading tap fades all the time).
+    enum Motion { kStill, kNoteValues, kShortLengths } motion = kStill;
 };
 
 void runEngine(benchmark::State& state, const Setup& setup) {
@@ -101,6 +107,7 @@ void runEngine(benchmark::State& state, const Setup& setup) {
     host.engine = &engine;
     engine.setTapSchedule(setup.schedule);
     setUpEngine(engine, setup.taps, setup.filters, setup.modulators);
+    engine.setSmoothDelayChanges(setup.smooth);
     const uint32_t n = setup.frames;
     // Stereo noise, a fresh stretch each block.
     const std::vector<float> source0 = noise(size_t(n) * 64, 1), source1 = noise(size_t(n) * 64, 2);
@@ -114,6 +121,15 @@ void runEngine(benchmark::State& state, const Setup& setup) {
         const size_t at = (block++ % 64) * n;
         std::copy(source0.begin() + at, source0.begin() + at + n, in0.begin());
         std::copy(source1.begin() + at, source1.begin() + at + n, in1.begin());
+        for (int t = 0; setup.motion != Setup::kStill && t < kTapCount; ++t) {
+            FilteredDelayTap& tap = engine.tap(t);
+            if (setup.motion == Setup::kNoteValues) {
+                tap.setParameter(kTapDelay, 0.3f + 0.04f * float(t) + float(block % 2) / 24.0f);
+            } else {
+                tap.setSync(false);
+                tap.setDelaySamples(300 + uint32_t(block * 7 + size_t(t)) % 10);
+            }
+        }
         engine.processReplacing(inputs, outputs, int32_t(n));
         benchmark::DoNotOptimize(out0.data());
     }
@@ -132,6 +148,14 @@ void BM_WorstCaseSse2(benchmark::State& state) {
 void BM_WorstCaseScalar(benchmark::State& state) {
     Setup setup;
     setup.scalar = true;
+    runEngine(state, setup);
+}
+// With "Smooth Delay Time Changes" (range 1) or without, lengths that stay
+// (range 0 = Setup::kStill) or move every block.
+void BM_WorstCaseMotion(benchmark::State& state) {
+    Setup setup;
+    setup.motion = Setup::Motion(state.range(0));
+    setup.smooth = state.range(1) != 0;
     runEngine(state, setup);
 }
 void BM_WorstCasePlain(benchmark::State& state) {
@@ -213,6 +237,7 @@ BENCHMARK(BM_WorstCase);
 BENCHMARK(BM_WorstCaseSse2);
 BENCHMARK(BM_WorstCaseScalar);
 BENCHMARK(BM_WorstCasePlain);
+BENCHMARK(BM_WorstCaseMotion)->ArgsProduct({{Setup::kStill, Setup::kNoteValues, Setup::kShortLengths}, {0, 1}});
 BENCHMARK(BM_AllTapsIdle);
 BENCHMARK(BM_Cost)->ArgsProduct({{1, 2, 5, 10}, {0, 1}, {0, 1}, {16, 64, 512, 4096}});
 BENCHMARK(BM_TapDelayLoopScalar);

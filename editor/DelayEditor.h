@@ -69,8 +69,7 @@ struct ContextMenu {
     RefPtr<gui::OptionMenu> zoom;  // one entry per zoom step
     std::vector<RefPtr<gui::OptionMenu>> folders;  // one per library folder, tag = its index
     std::string removePresetText;                  // empty when there is no current preset
-    bool resampleChecked = false;
-    bool samplesChecked = false;
+    bool optionChecked[3] = {};  // the switch options' check marks, in menu order
 };
 
 class DelayEditor : public PluginEditor,

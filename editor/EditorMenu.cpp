@@ -1,4 +1,4 @@
-// The editor's context menu: presets and folders, the two options, the
+// The editor's context menu: presets and folders, the switch options, the
 // background choice, the zoom, the home page and the about box. Built afresh on every
 // click from the library's and the options' current state; commands are
 // recognised by the chosen entry's text.
@@ -26,8 +26,6 @@ namespace {
 constexpr const char* kAddPreset = "Add Preset ...";
 constexpr const char* kRemoveFolder = "Remove Folder";
 constexpr const char* kAddFolder = "Add Folder ...";
-constexpr const char* kResample = "Resample (experimental)";
-constexpr const char* kShowSamples = "Show Delay Time in Samples";
 constexpr const char* kVisitHomepage = "Visit Homepage ...";
 constexpr const char* kAbout = "About ...";
 constexpr const char* kDialogTitle = "Varitap";
@@ -49,6 +47,21 @@ bool optionIsSet(const char* key) {
 }
 
 bool sameText(const char* a, const std::string& b) { return a && b == a; }
+
+// The Options menu's switches, in menu order, each with its check mark from
+// the stored option. Picking one stores the opposite of its mark through the
+// plug-in, which applies it.
+struct SwitchOption {
+    const char* text;
+    const char* key;
+};
+constexpr SwitchOption kSwitchOptions[] = {
+    {"Resample (experimental)", kOptionDelayTimeResample},
+    {"Smooth Delay Time Changes", kOptionSmoothDelayTimeChanges},
+    {"Show Delay Time in Samples", kOptionDelayTimeInSamples},
+};
+constexpr int kSwitchCount = int(sizeof kSwitchOptions / sizeof kSwitchOptions[0]);
+static_assert(kSwitchCount == int(sizeof(ContextMenu::optionChecked)), "one check mark per switch");
 
 // The "Remove Preset '%s'" entry. A translation of the format is used only
 // when it holds exactly one "%s" and no other conversion, so that a bad
@@ -107,12 +120,11 @@ ContextMenu DelayEditor::buildContextMenu(Point where) {
     }
 
     menu.options = makeMenu(where, 0, OptionMenu::kCheckStyle);
-    menu.resampleChecked = optionIsSet(kOptionDelayTimeResample);
-    menu.samplesChecked = optionIsSet(kOptionDelayTimeInSamples);
-    menu.options->addEntry(localized(kResample).c_str());
-    menu.options->checkEntry(0, menu.resampleChecked);
-    menu.options->addEntry(localized(kShowSamples).c_str());
-    menu.options->checkEntry(1, menu.samplesChecked);
+    for (int i = 0; i < kSwitchCount; ++i) {
+        menu.optionChecked[i] = optionIsSet(kSwitchOptions[i].key);
+        menu.options->addEntry(localized(kSwitchOptions[i].text).c_str());
+        menu.options->checkEntry(i, menu.optionChecked[i]);
+    }
     menu.options->addEntry(menu.background.get(), localized("Background").c_str());
 
     // Zoom: the step the editor shows now is checked; a host that sets the
@@ -176,17 +188,16 @@ bool DelayEditor::carryOutChoice(ContextMenu& menu, OptionMenu* chosen, int inde
     }
 
     if (chosen == menu.options.get()) {
-        if (sameText(text, localized(kResample))) {
-            plugin_->setDelayTimeResample(!menu.resampleChecked);
-        } else if (sameText(text, localized(kShowSamples))) {
-            if (Preferences* preferences = Preferences::current()) {
-                preferences->setNumber(kOptionDelayTimeInSamples, menu.samplesChecked ? 0 : 1);
-            }
-            if (frame_) {
+        for (int i = 0; i < kSwitchCount; ++i) {
+            if (!sameText(text, localized(kSwitchOptions[i].text))) continue;
+            plugin_->setSwitchOption(kSwitchOptions[i].key, !menu.optionChecked[i]);
+            // Delay displays change units.
+            if (kSwitchOptions[i].key == kOptionDelayTimeInSamples && frame_) {
                 auto guard = frame_->lockFrame();
                 frame_->setDirtyAll();
                 frame_->redraw();
             }
+            break;
         }
         return true;
     }

@@ -244,6 +244,10 @@ void DelayEngine::setResample(bool on) {
     for (auto& tap : taps_) tap->setResample(on);
 }
 
+void DelayEngine::setSmoothDelayChanges(bool on) {
+    for (auto& tap : taps_) tap->setSmoothDelayChanges(on);
+}
+
 void DelayEngine::setInputChannel(int tap, float value) {
     if (tap < 0 || tap >= kTapCount) return;
     inputChannelValue_[tap] = unitValue(value);
@@ -489,10 +493,10 @@ void DelayEngine::runTapsInWaves(float** inputs, uint32_t n, float samplesPerBea
         if (!block.line) {
             // Passing the input through scales it in place.
             if (!job.silenceSource) written[writtenCount++] = source;
-        } else if (job.inputSilent && tap.isLineSilent() && std::isfinite(block.feedback) &&
+        } else if (!block.smooth && job.inputSilent && tap.isLineSilent() && std::isfinite(block.feedback) &&
                    std::isfinite(block.appliedVolume) && std::isfinite(block.volume)) {
-            // Silence in, silence in the line: nothing to hear, nothing to
-            // filter; only the head moves.
+            // Silence in, silence in the line (and no fade, which may still
+            // sound): nothing to hear, nothing to filter; only the head moves.
             tap.skipBlock(block, n);
             // The filter's state is checked after every block, as in
             // FilteredDelayTap::process (silence leaves it as it is).
@@ -514,7 +518,8 @@ void DelayEngine::runTapsInWaves(float** inputs, uint32_t n, float samplesPerBea
         // appliedVolume + step * 0 and adds step every sample.
         job.compareRamp = compareRamp || block.length == 0;
         job.step = (block.volume - block.appliedVolume) / static_cast<float>(n);
-        job.gain = job.compareRamp ? block.appliedVolume : block.appliedVolume + job.step * 0.0f;
+        // A fading tap runs DelayTap::runSmooth in both forms, with its ramp.
+        job.gain = job.compareRamp || block.smooth ? block.appliedVolume : block.appliedVolume + job.step * 0.0f;
         job.ramp = job.step != 0.0f;
         if (job.destination) written[writtenCount++] = job.destination;
     }
@@ -569,6 +574,11 @@ void DelayEngine::runWave(TapJob* jobs, int first, int end, uint32_t n, float* s
                 std::memset(out, 0, count * sizeof(float));
                 DelayTap::addUndelayed(source, out, count, block.volume);
                 if (job.silenceSource) std::memset(silence, 0, kChunkFrames * sizeof(float));
+                continue;
+            }
+            if (block.smooth) {
+                std::memset(out, 0, count * sizeof(float));
+                job.position = taps_[t]->runSmooth(block, job.position, source, out, count, job.gain, job.step);
                 continue;
             }
             if (job.ramp) {

@@ -86,6 +86,9 @@ public:
     void setSampleRate(float rate);
     // ui thread. Sets or clears every tap's resample flag at once.
     void setResample(bool on);
+    // ui thread. "Smooth Delay Time Changes" for every tap at once
+    // (DelayTap::setSmoothDelayChanges).
+    void setSmoothDelayChanges(bool on);
 
     // any thread, no lock. The values of parameters 0..240 (channel
     // selectors, wet/dry, taps, modulators), without program storage or editor

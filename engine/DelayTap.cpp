@@ -88,20 +88,39 @@ const DelayTapParameter* DelayTap::parameterTable() { return kTapParameters; }
 
 DelayTap::DelayTap(uint32_t capacity) : resampler_(RefPtr<BlockResampler>::adopt(new BlockResampler)) {
     setBufferSize(capacity);
+    // Without this memory the tap never fades (it sounds as without the option).
+    fade_ = static_cast<float*>(std::malloc(kMaxFadeSamples * sizeof(float)));
 }
 
-DelayTap::~DelayTap() { std::free(buffer_); }
+DelayTap::~DelayTap() {
+    std::free(buffer_);
+    std::free(fade_);
+}
 
 void DelayTap::clearBuffer() {
     if (buffer_) std::memset(buffer_, 0, (size_t(capacity_) + kGuardSamples) * sizeof(float));
     // The run of zeros may be stale now; it only ever counts zeros, which
     // a cleared line holds everywhere.
     dirtyEnd_ = 0;
+    // Nothing of the past may sound again, faded or not; and a silent line
+    // has no order to leave until it is written again.
+    fadeStep_ = fadeLength_ = 0;
+    passEnd_ = 0;
+    passFromZero_ = true;
 }
 
 void DelayTap::resetPosition() { position_ = 0; }
 
-void DelayTap::setSampleRate(float rate) { sampleRate_ = rate; }
+void DelayTap::setSampleRate(float rate) {
+    sampleRate_ = rate;
+    fadeSamples_ = fadeSamplesFor(rate);
+}
+
+uint32_t DelayTap::fadeSamplesFor(float sampleRate) {
+    const double samples = std::round(double(sampleRate) * kFadeSeconds);
+    if (!(samples >= 1.0)) return 1;  // also NaN
+    return samples < double(kMaxFadeSamples) ? uint32_t(samples) : kMaxFadeSamples;
+}
 
 void DelayTap::setParameter(int index, float value) {
     if (index >= 0 && index < kParameterCount) kTapParameters[index].set(*this, value);
@@ -165,6 +184,12 @@ void DelayTap::process(float* input, float* output, uint32_t count, float sample
         addUndelayed(input, output, count, block.volume);
         return;
     }
+    if (block.smooth) {
+        float gain = block.appliedVolume;
+        const float step = (block.volume - block.appliedVolume) / static_cast<float>(count);
+        endBlock(block, count, runSmooth(block, block.position, input, output, count, gain, step), false);
+        return;
+    }
     const TapLoop loop = block.length == 0 ? tapLoopScalar : kernels().tapLoop;
     const uint32_t position = loop(block.line, block.position, block.length, input, output, count,
                                    block.feedback, block.appliedVolume, block.volume);
@@ -176,9 +201,15 @@ TapBlock DelayTap::beginBlock(uint32_t count, float samplesPerBeat, bool alignTo
     const float fb = feedback_;
     const float vol = volume_;
     uint32_t len = delaySamples_;
+    // Holding and fading where the delay heard would jump ("Smooth Delay
+    // Time Changes"); the stretch governs instead while resampling.
+    const bool detect = fade_ && smooth_ && !resample_;
     if (sync_) {
         len = syncedLength(samplesPerBeat);
-        if (alignToSong) {
+        // Aligning to the song moves the head inside its pass, which is
+        // heard as a jump. A head's place in a line written at its length
+        // changes nothing heard, so a fading tap keeps its own.
+        if (alignToSong && !detect) {
             // The head lands on the song position minus whole lengths, in
             // 1..len for a position past len (as repeated subtraction gives).
             // A length of 0 has one place to be: 0.
@@ -199,10 +230,22 @@ TapBlock DelayTap::beginBlock(uint32_t count, float samplesPerBeat, bool alignTo
     if (capacity_ < len) setBufferSize(len);
 
     // No line for this length: the undelayed input, without a ramp.
-    if (capacity_ < len || !buffer_) return TapBlock{nullptr, position_, len, fb, appliedVolume_, vol};
+    if (capacity_ < len || !buffer_)
+        return TapBlock{nullptr, position_, len, fb, appliedVolume_, vol, false, false};
 
     // A jump of the head or a new length ends the run of zeros.
     if (position_ != lastEnd_ || len != lastLength_) zeroRun_ = 0;
+    if (position_ != lastEnd_) {
+        // Back to 0 (a length now shorter than the head's place, a reset):
+        // the pass ends where the head stood. Anywhere else: a pass that does
+        // not start at 0 follows no order until the next one.
+        if (position_ == 0 && lastEnd_ != 0) {
+            endPass(lastEnd_, detect);
+        } else if (position_ != 0) {
+            passEnd_ = 0;
+            passFromZero_ = false;
+        }
+    }
     if (resample_) {
         if (previousLength_ != 0 && previousLength_ != len) resamplePending_ = true;
         // A line that was shrunk below the stored signal's length cannot be
@@ -221,7 +264,169 @@ TapBlock DelayTap::beginBlock(uint32_t count, float samplesPerBeat, bool alignTo
             resamplePending_ = false;
         }
     }
-    return TapBlock{buffer_, position_, len, fb, appliedVolume_, vol};
+    // The plain loop whenever nothing is faded or held: with the option off
+    // a block sounds exactly as without it, and so does an unchanging tap
+    // with it on.
+    const bool smooth = fadeStep_ < fadeLength_ || (detect && headBreaks(len, count));
+    return TapBlock{buffer_, position_, len, fb, appliedVolume_, vol, smooth, detect};
+}
+
+bool DelayTap::headBreaks(uint32_t len, uint32_t count) const {
+    const uint32_t p = position_;
+    if (count == 0) return false;
+    // Reads p .. r1, then the head wraps to 0 (p is at most len).
+    const uint32_t firstRun = p + 1 >= len ? 1 : len - p;
+    const uint32_t r1 = p + firstRun - 1;
+    const uint32_t end = passEnd_;
+    // Reads at or past the end of the last pass are held.
+    const uint32_t lastOfRun = count < firstRun ? p + count - 1 : r1;
+    if (end != 0 && end <= lastOfRun) return true;
+    if (count < firstRun) return false;
+    // The pass ends at r1 + 1 in this block: a fade where its length differs.
+    if (end != 0 && r1 + 1 != end) return true;
+    // A second pass, from 0, ends in this block at the length.
+    const uint32_t period = len ? len : 1;
+    return passFromZero_ && r1 + 1 != period && count - firstRun >= period;
+}
+
+void DelayTap::followHead(uint32_t position, uint32_t length, uint32_t count) {
+    // The pass ends runSmooth would have seen, without a fade among them.
+    const uint32_t firstRun = position + 1 >= length ? 1 : length - position;
+    if (count < firstRun) return;
+    const uint32_t period = length ? length : 1;
+    if (count - firstRun >= period) {
+        passEnd_ = period;
+    } else {
+        passEnd_ = passFromZero_ ? position + firstRun : 0;
+    }
+    passFromZero_ = true;
+}
+
+void DelayTap::endPass(uint32_t end, bool fade) {
+    if (fade && passEnd_ != 0 && end != passEnd_) startFade(end, passEnd_);
+    passEnd_ = passFromZero_ ? end : 0;
+    passFromZero_ = true;
+}
+
+namespace {
+
+// Loops the compiler may run several samples at once, with a check at run
+// time that the arrays do not overlap (GCC does neither at -O2; clang does).
+#if defined(__GNUC__) && !defined(__clang__)
+#define VARITAP_VECTORIZE __attribute__((optimize("tree-loop-vectorize", "vect-cost-model=dynamic")))
+#else
+#define VARITAP_VECTORIZE
+#endif
+
+// One stretch of DelayTap::runSmooth, sample by sample as tapLoopScalar:
+// what is heard is the line at from (the head, or a pass back), faded in
+// from faded[] with weights (base + k) * inv when fading. Without a ramp
+// (and so without a test per sample) the loop runs several samples at once.
+template <bool kFading, bool kRamp>
+VARITAP_VECTORIZE void runStretch(float* at, const float* from, const float* faded, uint32_t base, float inv,
+                const float* in, float* out, uint32_t run, float feedback, float& gain, float step,
+                float volume) {
+    float g = gain;
+    for (uint32_t k = 0; k < run; ++k) {
+        float heard = from[k];
+        if constexpr (kFading) {
+            const float w = static_cast<float>(int32_t(base + k)) * inv;
+            heard = faded[k] * (1.0f - w) + heard * w;
+        }
+        at[k] = heard * feedback + in[k];
+        out[k] += heard * g;
+        if constexpr (kRamp) {
+            if (g != volume) g += step;
+        }
+    }
+    gain = g;
+}
+
+}  // namespace
+
+uint32_t DelayTap::runSmooth(const TapBlock& block, uint32_t position, const float* input, float* output,
+                             uint32_t count, float& gain, float step) {
+    float* line = block.line;
+    const uint32_t len = block.length;
+    const float feedback = block.feedback;
+    const float volume = block.volume;
+    // Stretches that read one way: up to the head's wrap, the end of the
+    // last pass (reads from there on are held: the line holds older signal
+    // there, so what is heard is the signal one last pass back, in this
+    // pass) and the end of the fade.
+    for (uint32_t i = 0; i < count;) {
+        uint32_t run = position < len ? len - position : 1;
+        if (run > count - i) run = count - i;
+        const uint32_t end = passEnd_;
+        uint32_t back = 0;
+        if (block.detect && end != 0) {
+            if (position >= end)
+                back = end;
+            else if (end - position < run)
+                run = end - position;
+        }
+        const bool fading = fadeStep_ < fadeLength_;
+        if (fading && fadeLength_ - fadeStep_ < run) run = fadeLength_ - fadeStep_;
+        float* at = line + position;
+        const float* from = at - back;
+        const float* in = input + i;
+        float* out = output + i;
+        const bool ramp = gain != volume;
+        if (fading) {
+            const float* faded = fade_ + fadeStep_;
+            const float inv = 1.0f / static_cast<float>(fadeLength_);
+            if (ramp)
+                runStretch<true, true>(at, from, faded, fadeStep_ + 1, inv, in, out, run, feedback, gain, step, volume);
+            else
+                runStretch<true, false>(at, from, faded, fadeStep_ + 1, inv, in, out, run, feedback, gain, step, volume);
+            fadeStep_ += run;
+        } else if (ramp) {
+            runStretch<false, true>(at, from, nullptr, 0, 0.0f, in, out, run, feedback, gain, step, volume);
+        } else {
+            runStretch<false, false>(at, from, nullptr, 0, 0.0f, in, out, run, feedback, gain, step, volume);
+        }
+        i += run;
+        position += run;
+        if (position >= len) {
+            endPass(position, block.detect);
+            position = 0;
+        }
+    }
+    return position;
+}
+
+VARITAP_VECTORIZE void DelayTap::startFade(uint32_t end, uint32_t last) {
+    // What was heard is the line one pass of `last` samples back. After a
+    // pass of `end` samples that is the pass before from `end` on (up to
+    // `last`), then this pass from 0; or, after a longer pass, this pass from
+    // end - last. Either way the line holds `last` samples of it.
+    const uint32_t capacity = capacity_;
+    if (last > capacity + 1 || end > capacity + 1) return;  // the line was made shorter meanwhile
+    const uint32_t fadeSamples = fadeSamples_;
+    const uint32_t length = fadeSamples < last ? fadeSamples : last;
+    const uint32_t start = last > end ? end : end - last;
+    const uint32_t first = last > end && last - start < length ? last - start : length;
+    // What would be heard: the fade under way (weights as runSmooth's) goes
+    // on towards that signal, in place (step + k >= k).
+    const uint32_t step = fadeStep_;
+    const uint32_t merged = fadeLength_ > step ? fadeLength_ - step : 0;
+    const float inv = merged ? 1.0f / static_cast<float>(fadeLength_) : 0.0f;
+    const float* segments[2] = {buffer_ + start, buffer_};
+    const uint32_t stops[2] = {first, length};
+    uint32_t k = 0;
+    for (int s = 0; s < 2; ++s) {
+        const float* from = segments[s];
+        const uint32_t k0 = k;
+        const uint32_t mergeStop = stops[s] < merged ? stops[s] : merged;
+        for (; k < mergeStop; ++k) {
+            const float w = static_cast<float>(int32_t(step + k + 1)) * inv;
+            fade_[k] = fade_[step + k] * (1.0f - w) + from[k - k0] * w;
+        }
+        if (k < stops[s]) std::memcpy(fade_ + k, from + (k - k0), (stops[s] - k) * sizeof(float));
+        k = stops[s];
+    }
+    fadeStep_ = 0;
+    fadeLength_ = length;
 }
 
 void DelayTap::endBlock(const TapBlock& block, uint32_t count, uint32_t position, bool inputSilent) {
@@ -246,14 +451,16 @@ void DelayTap::endBlock(const TapBlock& block, uint32_t count, uint32_t position
         // Zeros over a whole turn of a line that held nothing beyond it.
         if (zeroRun_ >= len && dirtyEnd_ <= len) dirtyEnd_ = 0;
     }
-    finishBlock(block, position);
+    finishBlock(block, count, position);
 }
 
 void DelayTap::skipBlock(const TapBlock& block, uint32_t count) {
-    finishBlock(block, advance(block.position, block.length, count));
+    finishBlock(block, count, advance(block.position, block.length, count));
 }
 
-void DelayTap::finishBlock(const TapBlock& block, uint32_t position) {
+void DelayTap::finishBlock(const TapBlock& block, uint32_t count, uint32_t position) {
+    // runSmooth has followed the head itself.
+    if (!block.smooth) followHead(block.position, block.length, count);
     position_ = position;
     appliedVolume_ = block.volume;
     lastEnd_ = position;

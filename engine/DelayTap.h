@@ -23,6 +23,11 @@ struct TapBlock {
     float feedback;
     float appliedVolume;
     float volume;
+    // The block runs DelayTap::runSmooth instead of the plain loop: a fade
+    // is under way, or the block holds or starts one.
+    bool smooth;
+    // Holds and new fades ("Smooth Delay Time Changes" on, resampling off).
+    bool detect;
 };
 
 // One row of a tap's parameter table. A null label or display writes nothing
@@ -45,6 +50,16 @@ public:
     // Lines are never sized above this (64 MB): a longer request (an absurd
     // tempo) is refused and the tap passes its input through for that block.
     static constexpr uint32_t kMaxBufferSamples = 1u << 24;
+    // "Smooth Delay Time Changes": how long the fade from the old read
+    // position to the new one lasts. 10 ms turns a jump between two
+    // full-scale samples (a difference of 2) into steps of about 0.0045 at
+    // 44.1 kHz, a third of the steepest step of a full-scale 100 Hz sine,
+    // while the two positions are heard together only briefly.
+    static constexpr double kFadeSeconds = 0.010;
+    // The fade's memory per tap: 10 ms up to 409.6 kHz (allocated once, at
+    // construction, so that switching the option on costs the audio thread
+    // nothing).
+    static constexpr uint32_t kMaxFadeSamples = 4096;
 
     // construction thread. Sizes the line with setBufferSize(capacity).
     explicit DelayTap(uint32_t capacity);
@@ -57,7 +72,7 @@ public:
     // audio thread (the engine's resume request), or while no block runs:
     // position = 0.
     virtual void resetPosition();
-    // ui thread: used only for the millisecond display.
+    // ui thread: the millisecond display and the fade's length in samples.
     virtual void setSampleRate(float rate);
     // any thread; takes no lock. index 0..3 (see the table in the .cpp);
     // other indices are ignored. Values are clamped to 0..1, NaN counts as 0.
@@ -115,6 +130,35 @@ public:
     // any thread. Resample mode ("Delay Time Resample").
     void setResample(bool on) { resample_ = on; }
     bool isResampling() const { return resample_; }
+    // any thread. "Smooth Delay Time Changes". A tap's head writes its line
+    // in passes from 0, and each pass reads what the pass before wrote, so
+    // the delay heard is the length of the pass before. It changes when a
+    // pass ends at another length (a new length, or one shorter than the
+    // head's place, which ends the pass there): then, for fadeSamples(),
+    // what is heard fades from the old delay (the line read on one old pass
+    // back) to the new one. A pass longer than the one before reads, past
+    // that one's end, the signal one old pass back in this pass instead of
+    // older signal, so a longer delay holds the old one until the line has
+    // been written at the new length. Feedback takes what is heard. A change
+    // during a fade starts a new fade from what would have been heard, so
+    // nothing ever jumps; a fade lasts at most one old pass (a short old
+    // delay has no more of its signal to give). Song alignment does not
+    // move the head (its place in a line written at its length changes
+    // nothing heard). While resampling, the stretch governs length changes:
+    // no hold, no new fade (one under way ends normally). Off, the tap
+    // sounds exactly as without the option.
+    void setSmoothDelayChanges(bool on) { smooth_ = on; }
+    bool smoothsDelayChanges() const { return smooth_; }
+    uint32_t fadeSamples() const { return fadeSamples_; }
+    // The samples from sampleRate * kFadeSeconds, 1..kMaxFadeSamples.
+    static uint32_t fadeSamplesFor(float sampleRate);
+    // audio thread. The line's loop for a block with block.smooth (both
+    // tap schedules run it): like tapLoopScalar (adds into output), with the
+    // fade, from position over count samples. gain (the next sample's, in
+    // and out) moves by step until it equals block.volume, so a block can be
+    // run in pieces. Returns the head.
+    uint32_t runSmooth(const TapBlock& block, uint32_t position, const float* input, float* output,
+                       uint32_t count, float& gain, float step);
 
     // Read-outs for the plug-in, the editor and tests.
     uint32_t position() const { return position_; }
@@ -137,7 +181,20 @@ public:
 private:
     void stretch(uint32_t length, uint32_t count);
     void moveSamples(uint32_t from, uint32_t to, uint32_t n);
-    void finishBlock(const TapBlock& block, uint32_t position);
+    void finishBlock(const TapBlock& block, uint32_t count, uint32_t position);
+    // Whether a block of count samples from position_ on a line of length
+    // holds or fades (see setSmoothDelayChanges).
+    bool headBreaks(uint32_t length, uint32_t count) const;
+    // passEnd_ after a block that ran the plain loop (what runSmooth follows
+    // sample by sample).
+    void followHead(uint32_t position, uint32_t length, uint32_t count);
+    // The head's pass ends after end samples (it wraps or goes back to 0);
+    // with fade, a fade starts where the new pass is heard at another delay.
+    void endPass(uint32_t end, bool fade);
+    // A fade from what is heard now (the fade under way, if any, and the
+    // line one pass of `last` samples back) to the line one pass of `end`
+    // samples back, as the next pass is heard.
+    void startFade(uint32_t end, uint32_t last);
     // The head after count samples of the loop from position (what the loop
     // returns, without running it).
     static uint32_t advance(uint32_t position, uint32_t length, uint32_t count);
@@ -161,6 +218,16 @@ private:
     uint32_t zeroRun_ = 0;                // zeros written last, at consecutive positions
     uint32_t lastEnd_ = 0;                // head and length when the last block ended,
     uint32_t lastLength_ = 0;             //   so a jump can end the zero run
+    // "Smooth Delay Time Changes" (audio thread, but for the two settings):
+    Relaxed<bool> smooth_{false};         // hold and fade where the delay heard would jump
+    Relaxed<uint32_t> fadeSamples_{441};  // the fade's length at the sample rate
+    float* fade_ = nullptr;               // kMaxFadeSamples: what is faded out, sample by sample
+    uint32_t fadeStep_ = 0;               // samples of the fade done
+    uint32_t fadeLength_ = 0;             // samples of the fade under way (done when equal)
+    // Each pass of the head writes the line from 0 on, so a pass reads the
+    // one before, one pass back, where that reached.
+    uint32_t passEnd_ = 0;                // samples the last pass wrote; 0: not known
+    bool passFromZero_ = true;            // the pass under way started at 0
 };
 
 }  // namespace varitap

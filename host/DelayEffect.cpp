@@ -30,6 +30,17 @@ constexpr InitValue kInitValues[] = {
     {29, 1.0f},      {30, 0.83746f},  {31, 1.0f},
 };
 
+// The switch options every tap follows: read when an instance is made, set
+// by the editor's Options menu.
+struct TapOption {
+    const char* key;
+    void (DelayEngine::*apply)(bool on);
+};
+constexpr TapOption kTapOptions[] = {
+    {kOptionDelayTimeResample, &DelayEngine::setResample},
+    {kOptionSmoothDelayTimeChanges, &DelayEngine::setSmoothDelayChanges},
+};
+
 // Copies at most max characters and a terminator.
 void copyName(char* to, const char* from, size_t max) {
     size_t n = strnlen(from, max);
@@ -64,8 +75,8 @@ DelayEffect::DelayEffect(PluginHost& host, int32_t inputChannels, int32_t output
 
     preferences_ = Preferences::acquire(kPreferencesDomain);
     long option = 0;
-    if (preferences_->getNumber(kOptionDelayTimeResample, &option, 0) && option != 0) {
-        engine_->setResample(true);
+    for (const TapOption& tapOption : kTapOptions) {
+        if (preferences_->getNumber(tapOption.key, &option, 0) && option != 0) (engine_.get()->*tapOption.apply)(true);
     }
     if (preferences_->getNumber(kOptionSmoothFactor, &option, 0) && option != 0) {
         setModulatorSmoothFactor(option);
@@ -142,9 +153,12 @@ void DelayEffect::clampRouting() {
     }
 }
 
-void DelayEffect::setDelayTimeResample(bool on) {
-    if (preferences_) preferences_->setNumber(kOptionDelayTimeResample, on ? 1 : 0);
-    engine_->setResample(on);
+void DelayEffect::setSwitchOption(const char* key, bool on) {
+    if (!key) return;
+    if (preferences_) preferences_->setNumber(key, on ? 1 : 0);
+    for (const TapOption& tapOption : kTapOptions) {
+        if (std::strcmp(key, tapOption.key) == 0) (engine_.get()->*tapOption.apply)(on);
+    }
 }
 
 // Programs

@@ -128,9 +128,11 @@ public:
     PluginEditor* getEditor() const { return editor; }
     void setEditor(PluginEditor* newEditor) { editor = newEditor; }
 
-    // ui thread (the editor's Options command). Writes the option
-    // "Delay Time Resample" and sets or clears every tap's resample flag.
-    void setDelayTimeResample(bool on);
+    // ui thread (the editor's Options command). Writes a switch option (0 or
+    // 1) and applies it to this instance: "Delay Time Resample" and "Smooth
+    // Delay Time Changes" to every tap at once; the others are read where
+    // they are used. Instances made later read them all when they are made.
+    void setSwitchOption(const char* key, bool on);
 
     // ui thread. Moves tap routing that points past the current channel
     // configuration back inside it, as automation. Runs after a new channel

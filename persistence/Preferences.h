@@ -14,6 +14,9 @@ namespace varitap {
 
 inline constexpr const char* kPreferencesDomain = "brelmo.varitap";
 inline constexpr const char* kOptionDelayTimeResample = "Delay Time Resample";
+// Fades a tap from its old read position to the new one when its length
+// changes (DelayTap::setSmoothDelayChanges); 0 or 1, off when absent.
+inline constexpr const char* kOptionSmoothDelayTimeChanges = "Smooth Delay Time Changes";
 inline constexpr const char* kOptionDelayTimeInSamples = "DelayTimeDisplayInSamples";
 inline constexpr const char* kOptionSmoothFactor = "Automation Smooth Factor";
 inline constexpr const char* kOptionBackgroundBitmap = "Background Bitmap";

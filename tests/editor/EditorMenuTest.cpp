@@ -103,6 +103,7 @@ protected:
 TEST_F(EditorMenuTest, TreeShowsFoldersOptionsAndBackgroundsAsTheyAreNow) {
     PresetFolder* mine = userFolder("Mine", {"Warm", "Cold"});
     Preferences::current()->setNumber(kOptionDelayTimeResample, 1);
+    Preferences::current()->setNumber(kOptionDelayTimeInSamples, 1);
     ContextMenu menu = editor().buildContextMenu(Point{10, 100});
 
     EXPECT_EQ(entries(*menu.top), (std::vector<std::string>{"Presets", "-", "Options", "-",
@@ -128,12 +129,14 @@ TEST_F(EditorMenuTest, TreeShowsFoldersOptionsAndBackgroundsAsTheyAreNow) {
 
     // Options: check marks from the stored options; the Background and Zoom menus.
     EXPECT_EQ(entries(*menu.options), (std::vector<std::string>{"Resample (experimental)",
+                                                                "Smooth Delay Time Changes",
                                                                 "Show Delay Time in Samples",
                                                                 "Background", "Zoom"}));
     EXPECT_TRUE(menu.options->isCheckEntry(0));
     EXPECT_FALSE(menu.options->isCheckEntry(1));
-    EXPECT_EQ(menu.options->submenu(2), menu.background.get());
-    EXPECT_EQ(menu.options->submenu(3), menu.zoom.get());
+    EXPECT_TRUE(menu.options->isCheckEntry(2));
+    EXPECT_EQ(menu.options->submenu(3), menu.background.get());
+    EXPECT_EQ(menu.options->submenu(4), menu.zoom.get());
 
     // A current preset adds its removal at the end.
     host.effect()->lastUserPreset = RefPtr<Preset>(mine->presetAt(1));
@@ -236,12 +239,17 @@ TEST_F(EditorMenuTest, OptionsAreWrittenAndTakeEffect) {
     EXPECT_EQ(editor().delayText(tap).find('.'), std::string::npos);  // whole samples
 
     ContextMenu again = editor().buildContextMenu(Point{10, 100});
-    EXPECT_TRUE(again.options->isCheckEntry(1));
-    editor().carryOutChoice(again, again.options.get(), 1);
+    EXPECT_TRUE(again.options->isCheckEntry(2));
+    editor().carryOutChoice(again, again.options.get(), 2);
     EXPECT_EQ(stored(kOptionDelayTimeInSamples), 0);
     EXPECT_EQ(editor().delayText(tap), milliseconds);
     editor().carryOutChoice(again, again.options.get(), 0);  // Resample, unchecked before
     EXPECT_EQ(stored(kOptionDelayTimeResample), 1);
+    EXPECT_TRUE(host.effect()->engine().tap(tap).isResampling());
+    editor().carryOutChoice(again, again.options.get(), 1);  // Smooth Delay Time Changes
+    EXPECT_EQ(stored(kOptionSmoothDelayTimeChanges), 1);
+    EXPECT_TRUE(host.effect()->engine().tap(tap).smoothsDelayChanges());
+    EXPECT_TRUE(editor().buildContextMenu(Point{10, 100}).options->isCheckEntry(1));
 }
 
 TEST_F(EditorMenuTest, ZoomIsCheckedStoredAndResizesTheOpenEditor) {

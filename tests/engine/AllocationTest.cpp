@@ -130,6 +130,10 @@ TEST(AllocationTest, SteadyStateBlocksAllocateNothing) {
     engine.tap(7).setSync(true);
     EXPECT_EQ(countBlocks(engine, host, false), 0);
     EXPECT_EQ(countBlocks(engine, host, true), 0);
+    // Fading taps: a modulator moves a delay every block.
+    engine.setSmoothDelayChanges(true);
+    engine.modulator(0).setIndex(tapParameterIndex(0, kTapDelay));
+    EXPECT_EQ(countBlocks(engine, host, false), 0);
     // The modulators did run and write.
     EXPECT_GT(host.plainWrites, 1000);
     EXPECT_GT(host.automatedWrites, 10);

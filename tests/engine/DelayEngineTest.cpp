@@ -403,6 +403,53 @@ TEST_P(DelayEngineTest, BadValuesNeverCrashOrReachTheOutput) {
     }
 }
 
+// "Smooth Delay Time Changes": a 440 Hz sine through a tap whose delay moves
+// to a random length (200..3999 samples) every block. Off, the head's jumps
+// are steps far beyond the sine's own. On, no step between neighbouring
+// samples is larger than the sine's steepest times 1.25: a fade over F
+// samples between two values within an amplitude a of zero adds at most
+// 2a / F per sample, a factor 1 + fs / (pi f F) on the sine's step
+// 2 pi f a / fs, about 1.16 for the shortest fade here (200 samples, one
+// pass of the shortest old delay).
+TEST_P(DelayEngineTest, SmoothDelayTimeChangesFadeWhereTheHeadWouldJump) {
+    constexpr uint32_t kBlock = 256;
+    constexpr int kBlocks = 400;
+    std::vector<float> sine(kBlock * kBlocks);
+    float sineStep = 0.0f;
+    for (size_t i = 0; i < sine.size(); ++i) {
+        sine[i] = 0.5f * float(std::sin(2.0 * M_PI * 440.0 * double(i) / 44100.0));
+        if (i > 0) sineStep = std::max(sineStep, std::fabs(sine[i] - sine[i - 1]));
+    }
+    auto largestStep = [&](bool smooth, float* peak) {
+        FakeEngineHost host;
+        DelayEngine engine(host);
+        host.engine = &engine;
+        plainTap(engine, 0, 1000, 1, 1);
+        engine.tap(0).setVolume(1.0f);
+        engine.setWetDry(0.0f);
+        engine.setSmoothDelayChanges(smooth);
+        std::mt19937 random(17);
+        float step = 0.0f, previous = 0.0f;
+        *peak = 0.0f;
+        for (int b = 0; b < kBlocks; ++b) {
+            engine.tap(0).setDelaySamples(200 + uint32_t(random() % 3800));
+            Channels in(2, kBlock), out(2, kBlock);
+            std::copy_n(sine.begin() + b * kBlock, kBlock, in[0].begin());
+            engine.processReplacing(in.get(), out.get(), int32_t(kBlock));
+            for (float y : out[0]) {
+                step = std::max(step, std::fabs(y - previous));
+                *peak = std::max(*peak, std::fabs(y));
+                previous = y;
+            }
+        }
+        return step;
+    };
+    float peak = 0.0f;
+    EXPECT_GT(largestStep(false, &peak), 8.0f * sineStep);
+    EXPECT_LE(largestStep(true, &peak), 1.25f * sineStep);
+    EXPECT_GT(peak, 0.49f);  // the echo is heard, not faded away
+}
+
 INSTANTIATE_TEST_SUITE_P(ScalarAndVector, DelayEngineTest, testing::Values(true, false), scalarOrVector);
 
 // Scalar and vector forms, with separate or shared (in-place, as hosts pass
@@ -507,6 +554,9 @@ TEST(DelayEngineWavesTest, WavesMatchThePlainFormInEveryKernelSet) {
         const bool playing = patch.chance(0.5f);
         const bool writing = patch.chance(0.3f);
         const bool resample = patch.chance(0.3f);
+        // Every third state holds and fades where a delay would jump (one
+        // tap's length changes every block); the others sound as without it.
+        const bool smooth = state % 3 == 1;
         const int unconnected = patch.chance(0.3f) ? patch.below(2) : -1;
         const int outputs = patch.chance(0.2f) ? 3 : 2;
         float values[kParameterCount];
@@ -519,6 +569,7 @@ TEST(DelayEngineWavesTest, WavesMatchThePlainFormInEveryKernelSet) {
             if (unconnected >= 0) hosts[e].outputConnected[unconnected] = false;
             engines[e]->setOutputChannelCount(outputs);
             engines[e]->setResample(resample);
+            engines[e]->setSmoothDelayChanges(smooth);
             engines[e]->setTapSchedule(forms[e].schedule);
             for (int i = 0; i < kParameterCount; ++i) engines[e]->setParameter(i, values[i]);
         }
@@ -548,18 +599,23 @@ TEST(DelayEngineWavesTest, WavesMatchThePlainFormInEveryKernelSet) {
             const double runawayStates[] = {std::nan(""), HUGE_VAL, 1e100};
             const double runawayState = runawayStates[patch.below(3)];
             // A few parameters move between blocks (ramps, routing, lengths).
-            const int changes = patch.below(4);
-            int changed[3];
-            float changedValues[3];
+            int changes = patch.below(4);
+            int changed[4];
+            float changedValues[4];
             for (int i = 0; i < changes && i < 3; ++i) {
                 changed[i] = patch.below(kParameterCount);
                 changedValues[i] = patch.value(changed[i]);
+            }
+            if (smooth) {
+                changed[changes] = tapParameterIndex(patch.below(kTapCount), kTapDelay);
+                changedValues[changes] = patch.value(changed[changes]);
+                ++changes;
             }
             std::vector<std::vector<float>> heard(count);
             for (size_t e = 0; e < count; ++e) {
                 ScalarScope scalar(forms[e].scalar);
                 allowAvx2ForTesting(forms[e].avx2);
-                for (int i = 0; i < changes && i < 3; ++i) engines[e]->setParameter(changed[i], changedValues[i]);
+                for (int i = 0; i < changes; ++i) engines[e]->setParameter(changed[i], changedValues[i]);
                 if (runaway >= 0) engines[e]->tap(runaway).filter().setState({0.0, runawayState, 0.0, 0.0});
                 hosts[e].timeInfo.samplePos = songPosition;
                 Channels input = in, out(outputs, n, 7.0f);

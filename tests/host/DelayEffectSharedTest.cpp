@@ -93,32 +93,47 @@ TEST_F(DelayEffectShared, TwoInstancesShareTheSingletonsUntilTheLastCloses) {
 }
 
 TEST_F(DelayEffectShared, UserOptionsAreReadAtConstruction) {
-    auto setOptions = [](long resample, long smooth) {
+    auto setOptions = [](long resample, long smooth, long factor) {
         Preferences* options = Preferences::acquire(kPreferencesDomain);
         options->setNumber(kOptionDelayTimeResample, resample);
-        options->setNumber(kOptionSmoothFactor, smooth);
+        options->setNumber(kOptionSmoothDelayTimeChanges, smooth);
+        options->setNumber(kOptionSmoothFactor, factor);
         options->release();
     };
-    setOptions(1, 500);
+    auto taps = [](const Instance& effect, bool (FilteredDelayTap::*flag)() const) {
+        int on = 0;
+        for (int t = 0; t < kTapCount; ++t) on += (effect->core().engine().tap(t).*flag)() ? 1 : 0;
+        return on;
+    };
+    setOptions(1, 0, 500);
     Instance effect = make();
     ASSERT_NE(effect, nullptr);
-    for (int t = 0; t < kTapCount; ++t) EXPECT_TRUE(effect->core().engine().tap(t).isResampling()) << t;
+    EXPECT_EQ(taps(effect, &FilteredDelayTap::isResampling), kTapCount);
+    EXPECT_EQ(taps(effect, &FilteredDelayTap::smoothsDelayChanges), 0);
     EXPECT_EQ(modulatorSmoothFactor(), 500);
 
-    // The editor's Options command writes the option and flips every tap.
-    effect->core().setDelayTimeResample(false);
-    for (int t = 0; t < kTapCount; ++t) EXPECT_FALSE(effect->core().engine().tap(t).isResampling()) << t;
+    // The editor's Options commands write an option and flip every tap.
+    effect->core().setSwitchOption(kOptionDelayTimeResample, false);
+    effect->core().setSwitchOption(kOptionSmoothDelayTimeChanges, true);
+    EXPECT_EQ(taps(effect, &FilteredDelayTap::isResampling), 0);
+    EXPECT_EQ(taps(effect, &FilteredDelayTap::smoothsDelayChanges), kTapCount);
     long stored = -1;
     EXPECT_TRUE(Preferences::current()->getNumber(kOptionDelayTimeResample, &stored, -1));
     EXPECT_EQ(stored, 0);
+    EXPECT_TRUE(Preferences::current()->getNumber(kOptionSmoothDelayTimeChanges, &stored, -1));
+    EXPECT_EQ(stored, 1);
     effect.reset();
 
-    // A zero option leaves the defaults.
-    setOptions(0, 0);
+    // The next instance reads them; zero options leave the defaults.
+    effect = make();
+    ASSERT_NE(effect, nullptr);
+    EXPECT_EQ(taps(effect, &FilteredDelayTap::smoothsDelayChanges), kTapCount);
+    effect.reset();
+    setOptions(0, 0, 0);
     setModulatorSmoothFactor(kDefaultSmoothFactor);
     effect = make();
     ASSERT_NE(effect, nullptr);
-    EXPECT_FALSE(effect->core().engine().tap(3).isResampling());
+    EXPECT_EQ(taps(effect, &FilteredDelayTap::isResampling) + taps(effect, &FilteredDelayTap::smoothsDelayChanges), 0);
     EXPECT_EQ(modulatorSmoothFactor(), kDefaultSmoothFactor);
 }
 
