@@ -249,6 +249,9 @@ def main():
     parser.add_argument("--replay", help="a report of an earlier run: try the same mutants")
     parser.add_argument("--resume", help="a report of an interrupted run of the same sample: "
                         "its results are kept and the rest is tried")
+    parser.add_argument("--rerun", help="with --replay: only the mutants whose earlier status is in this "
+                        "comma-separated list run again (e.g. killed,timeout: after tests were only removed or "
+                        "merged, a survivor still survives); the others keep their earlier status")
     parser.add_argument("--list", action="store_true", help="list the sample, change nothing")
     parser.add_argument("--only", help="only mutants whose file starts with this path")
     args = parser.parse_args()
@@ -266,6 +269,13 @@ def main():
     done = {}
     if args.resume:
         done = {(m.key(), m.orig, m.repl): m for m in read_report(args.resume)}
+    if args.replay and args.rerun:
+        again = set(args.rerun.split(","))
+        for m in mutants:
+            if m.status not in again:
+                kept = Mutant(m.path, m.line, m.col, m.orig, m.repl, m.kind)
+                kept.status, kept.detail, kept.line_text = m.status, "(kept from the replayed run)", m.line_text
+                done[(m.key(), m.orig, m.repl)] = kept
     if args.only:
         mutants = [m for m in mutants if m.path.startswith(args.only)]
 

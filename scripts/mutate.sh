@@ -17,6 +17,8 @@
 # build/mutate/mutants.tsv with the tests that failed, and the score is
 # (killed + timed out) / (killed + timed out + survived).
 # --resume REPORT keeps the results of an interrupted run of the same sample.
+# --rerun killed,timeout (with --replay) runs only the mutants that had those
+# statuses and keeps the others as they were.
 # --replay REPORT tries the mutants of an earlier report again (found by
 # their line's text where lines moved), to compare two versions of the tests.
 # The sources must be unchanged while it runs. Needs python3.
