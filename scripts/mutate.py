@@ -252,6 +252,8 @@ def main():
     parser.add_argument("--rerun", help="with --replay: only the mutants whose earlier status is in this "
                         "comma-separated list run again (e.g. killed,timeout: after tests were only removed or "
                         "merged, a survivor still survives); the others keep their earlier status")
+    parser.add_argument("--rerun-ids", help="with --rerun: these mutants (numbers of the replayed report, "
+                        "comma-separated) run again too, e.g. survivors that new tests aim at")
     parser.add_argument("--list", action="store_true", help="list the sample, change nothing")
     parser.add_argument("--only", help="only mutants whose file starts with this path")
     args = parser.parse_args()
@@ -271,8 +273,9 @@ def main():
         done = {(m.key(), m.orig, m.repl): m for m in read_report(args.resume)}
     if args.replay and args.rerun:
         again = set(args.rerun.split(","))
-        for m in mutants:
-            if m.status not in again:
+        ids = {int(i) for i in args.rerun_ids.split(",")} if args.rerun_ids else set()
+        for number, m in enumerate(mutants, start=1):
+            if m.status not in again and number not in ids:
                 kept = Mutant(m.path, m.line, m.col, m.orig, m.repl, m.kind)
                 kept.status, kept.detail, kept.line_text = m.status, "(kept from the replayed run)", m.line_text
                 done[(m.key(), m.orig, m.repl)] = kept
