@@ -316,6 +316,9 @@ TEST_F(EditorMenuTest, ZoomIsCheckedStoredAndResizesTheOpenEditor) {
     editor().setScale(9.0);
     EXPECT_EQ(editor().scale(), DelayEditor::kMaxScale);
     editor().setScale(0.0);
+    ContextMenu back = editor().buildContextMenu(Point{10, 100});
+    editor().carryOutChoice(back, back.zoom.get(), 0);  // and back to 100 %
+    EXPECT_EQ(stored(), 100);
 
     // Stored values and display scales go to the nearest step.
     const struct {
@@ -388,6 +391,10 @@ TEST_F(EditorMenuTest, AddFolderAndPresetThroughTheNameDialog) {
     choose(editor(), kPresets, "Add Folder ...");
     empty.join();
     EXPECT_EQ(library->folderCount(), folders + 1);
+    std::thread letter = answerDialog(host.display(), "X", XKB_KEY_Return);  // one letter is a name
+    choose(editor(), kPresets, "Add Folder ...");
+    letter.join();
+    EXPECT_EQ(library->folderCount(), folders + 2);
 
     // "Add Preset ..." in the new folder stores the current state by name.
     host.aeffect()->setParameter(host.aeffect(), 20, 0.125f);

@@ -56,6 +56,8 @@ TEST(TapFilterTest, CornerFrequenciesAndCoefficients) {
     EXPECT_EQ(filter.coefficients().damping, 0.0);
     filter.setParameter(TapFilter::kResonance, 0.0625f);  // 2 (1 - 0.5) = 1
     EXPECT_DOUBLE_EQ(filter.coefficients().damping, 1.0);
+    filter.setParameter(TapFilter::kDrive, 0.5f);  // a tenth of the parameter
+    EXPECT_DOUBLE_EQ(filter.coefficients().drive, double(0.5f / 10.0f));
 
     // At 8000 Hz "***" at full cutoff is far above a quarter of the doubled
     // rate: the clamp holds f at sqrt 2 and q at the stability bound.

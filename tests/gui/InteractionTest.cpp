@@ -50,6 +50,7 @@ TEST(SwitchStepperTest, EdgesOfStepsAndPositions) {
     // A value outside 0..1 (set directly) wraps on the next step.
     EXPECT_FLOAT_EQ(SwitchStepper::stepUp(3.0f, 4), 0.0f);
     EXPECT_FLOAT_EQ(SwitchStepper::stepDown(-2.0f, 4), 1.0f);
+    EXPECT_FLOAT_EQ(SwitchStepper::stepUp(0.0f, 2), 1.0f);  // a two-position switch turns on
     EXPECT_EQ(SwitchStepper::position(2.0f / 3, 4), 2);
     EXPECT_EQ(SwitchStepper::position(3.0f, 4), 3);
     EXPECT_EQ(SwitchStepper::position(-1.0f, 4), 0);

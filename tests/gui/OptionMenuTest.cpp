@@ -71,6 +71,8 @@ TEST(OptionMenuTest, CheckMarksCurrentEntryAndSubmenuOwnership) {
     char text[16];
     menu->valueToString(menu->value(), text, sizeof text);
     EXPECT_STREQ(text, "c");
+    menu->setValue(0.0f);
+    EXPECT_EQ(menu->current(), 0);
     menu->setValue(7.0f);  // an index past the end shows nothing
     EXPECT_EQ(menu->current(), -1);
     menu->valueToString(menu->value(), text, sizeof text);

@@ -44,7 +44,7 @@ TEST(AudioEffect, ExactlyThreeEntryNamesEachMakeAnInstanceAndRefusePreVst2Hosts)
         {
             Plugin plugin(library, host);
             ASSERT_TRUE(plugin);
-            EXPECT_EQ(plugin.effect()->magic, kEffectMagic);
+            EXPECT_EQ(plugin.effect()->magic, 0x56737450);  // "VstP", as hosts compare it
         }
         host.version = 0;
         EXPECT_FALSE(Plugin(library, host));
@@ -58,7 +58,7 @@ TEST(AudioEffect, RecordAndDefaultAnswers) {
     Plugin plugin(library, host);
     ASSERT_TRUE(plugin);
     AEffect* e = plugin.effect();
-    EXPECT_EQ(e->uniqueID, fourCharCode('v', 'r', 't', 'p'));
+    EXPECT_EQ(e->uniqueID, 0x76727470);  // "vrtp"
     EXPECT_EQ(e->numPrograms, 1);
     EXPECT_EQ(e->numParams, 241);
     EXPECT_EQ(e->version, 1);

@@ -133,6 +133,9 @@ TEST_F(ParameterModelTest, ModulatorRowsKeepTheirOddities) {
                    {m1, 0.5f, 1.0f / 3.0f, kUntouched},
                    {m10 + 8, 0.125f, 0.125f, kUntouched},
                    {240, 0.3f, 0.3f, kUntouched}});
+    // A table modulator's rows read and show the same way.
+    p.set(m1, 1.0f);
+    expectRows(p, {{m1 + 2, 1.0f, 1.0f, "4"}, {m1 + 5, 0.0f, 0.0f, "No"}, {m1 + 5, 1.0f, 1.0f, "Yes"}});
     // The other steps of the last table keep the 0 of "Init".
     for (int s : {7, 9, 10, 11, 12, 13}) EXPECT_FLOAT_EQ(p.get(m10 + s), 0.0f) << s;
     EXPECT_EQ(p.label(240), kUntouched);
