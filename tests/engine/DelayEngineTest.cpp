@@ -19,12 +19,8 @@ namespace {
 
 using namespace test;
 
-class DelayEngineTest : public testing::TestWithParam<bool> {
+class DelayEngineTest : public testing::TestWithParam<bool>, protected EngineRig {
 protected:
-    void SetUp() override { host.engine = &engine; }
-
-    FakeEngineHost host;
-    DelayEngine engine{host};
     ScalarScope scalar{GetParam()};
 };
 
@@ -137,12 +133,26 @@ TEST_P(DelayEngineTest, UnconnectedPinsUseTheScratchBus) {
     plainTap(engine, 3, 1, 0, 1);  // none -> Out 1
     for (int b = 0; b < 3; ++b) engine.processReplacing(in.get(), out.get(), 256);
     for (float x : out[0]) ASSERT_EQ(x, 0.0f);
-    // Pins beyond the channel counts are never touched (one-channel arrays).
-    Channels one(1, 256, 6.0f), oneOut(1, 256, 6.0f);
+}
+
+// A one-channel block: input 1 mixed with its echo on output 1. Pins at and
+// past the counts are neither read nor written, even where the host's arrays
+// go on: input 2 sounds as silence, output 2 keeps what it held.
+TEST_P(DelayEngineTest, AOneChannelBlockKeepsToItsArrays) {
     ASSERT_TRUE(engine.setInputChannelCount(1));
     ASSERT_TRUE(engine.setHostOutputCount(1));
-    engine.processReplacing(one.get(), oneOut.get(), 256);
     EXPECT_FALSE(engine.setInputChannelCount(21));
+    engine.setWetDry(0.5f);
+    plainTap(engine, 0, 1, 1, 1);  // In 1 -> Out 1
+    plainTap(engine, 1, 1, 2, 1);  // In 2 -> Out 1
+    plainTap(engine, 2, 1, 1, 2);  // In 1 -> Out 2
+    Channels in(2, 256, 6.0f), out(2, 256, 6.0f);
+    for (uint32_t i = 0; i < 256; ++i) in[0][i] = float(i % 7);
+    engine.processReplacing(in.get(), out.get(), 256);
+    for (uint32_t i = 0; i < 256; ++i) {
+        ASSERT_EQ(out[0][i], 0.5f * in[0][i] + (i ? 0.25f * in[0][i - 1] : 0.0f)) << i;
+        ASSERT_EQ(out[1][i], 6.0f) << i;
+    }
 }
 
 TEST_P(DelayEngineTest, TimeInformationSetsSynchronisedLengths) {
@@ -242,9 +252,8 @@ void expectSameBlocks(DelayEngine& engine, DelayEngine& reference, Channels& in,
 }
 
 TEST_P(DelayEngineTest, SuspendAndResumeLeaveNothingOfThePast) {
-    FakeEngineHost referenceHost;
-    DelayEngine reference(referenceHost);
-    referenceHost.engine = &reference;
+    EngineRig fresh;
+    DelayEngine& reference = fresh.engine;
     stillBusyPatch(engine);
     stillBusyPatch(reference);
     // A modulator writing into its own table (nothing audible), to see its
@@ -296,15 +305,12 @@ TEST_P(DelayEngineTest, BadInputSamplesAreReadAsSilence) {
         {-ceiling, -ceiling}};
     for (const auto& [bad, readAs] : rows) {
         SCOPED_TRACE(testing::Message() << bad);
-        FakeEngineHost hosts[2];
-        DelayEngine first(hosts[0]), second(hosts[1]);
-        DelayEngine* engines[2] = {&first, &second};
-        for (int e = 0; e < 2; ++e) {
-            hosts[e].engine = engines[e];
-            hosts[e].setTime(120.0, 0.0, 0);
-            busyPatch(*engines[e]);
+        EngineRig rigs[2];
+        for (EngineRig& rig : rigs) {
+            rig.host.setTime(120.0, 0.0, 0);
+            busyPatch(rig.engine);
             // Tap 9 also reads a bus: Out 1's, as the lower taps left it.
-            engines[e]->setInputChannel(9, inputValue(21));
+            rig.engine.setInputChannel(9, inputValue(21));
         }
         Channels in(2, 512);
         in.set(0, noise(512, 1));
@@ -314,7 +320,7 @@ TEST_P(DelayEngineTest, BadInputSamplesAreReadAsSilence) {
         in[1][511] = bad;
         referenceIn[0][100] = readAs;
         referenceIn[1][511] = readAs;
-        expectSameBlocks(first, second, in, referenceIn, 20);
+        expectSameBlocks(rigs[0].engine, rigs[1].engine, in, referenceIn, 20);
     }
 
     // Buses are cleaned as taps read them: a chain of taps under full
@@ -409,13 +415,10 @@ INSTANTIATE_TEST_SUITE_P(ScalarAndVector, DelayEngineTest, testing::Values(true,
 // them) arrays, give equal blocks to the bit for a busy patch with every tap
 // filtered and every modulator running.
 TEST(DelayEngineVectorTest, ScalarVectorAndInPlaceBlocksAreEqual) {
-    FakeEngineHost hosts[4];
-    std::unique_ptr<DelayEngine> engines[4];
-    for (int e = 0; e < 4; ++e) {
-        engines[e] = std::make_unique<DelayEngine>(hosts[e]);
-        hosts[e].engine = engines[e].get();
-        hosts[e].setTime(120.0, 0.0, 0);
-        busyPatch(*engines[e]);
+    EngineRig rigs[4];
+    for (EngineRig& rig : rigs) {
+        rig.host.setTime(120.0, 0.0, 0);
+        busyPatch(rig.engine);
     }
     for (int b = 0; b < 40; ++b) {
         Channels in(2, 512);
@@ -427,7 +430,7 @@ TEST(DelayEngineVectorTest, ScalarVectorAndInPlaceBlocksAreEqual) {
             ScalarScope scalar(e < 2);
             Channels input = in, out(2, 512);
             Channels& target = e % 2 ? input : out;
-            engines[e]->processReplacing(input.get(), target.get(), n);
+            rigs[e].engine.processReplacing(input.get(), target.get(), n);
             for (int c = 0; c < 2; ++c) heard[e].insert(heard[e].end(), target[c].begin(), target[c].begin() + n);
         }
         for (int e = 1; e < 4; ++e) ASSERT_EQ(heard[e], heard[0]) << "block " << b << " engine " << e;

@@ -13,16 +13,12 @@
 namespace varitap {
 namespace {
 
-using test::busyPatch;
-using test::Channels;
-using test::FakeEngineHost;
-using test::noise;
+using namespace test;
 
-TEST(EngineThreadsTest, BusyModulatorLockSkipsOnlyTheModulators) {
-    FakeEngineHost host;
-    DelayEngine engine(host);
-    host.engine = &engine;
-    test::plainTap(engine, 0, 10, 1, 1);
+class EngineThreadsTest : public testing::Test, protected EngineRig {};
+
+TEST_F(EngineThreadsTest, BusyModulatorLockSkipsOnlyTheModulators) {
+    plainTap(engine, 0, 10, 1, 1);
     engine.setWetDry(0.0f);
     TableModulator& modulator = engine.modulator(0);
     modulator.setIndex(kWetDryParameter);
@@ -51,10 +47,7 @@ TEST(EngineThreadsTest, BusyModulatorLockSkipsOnlyTheModulators) {
     EXPECT_EQ(modulator.phase(), 256.0f);
 }
 
-TEST(EngineThreadsTest, ParametersChangeWhileBlocksRun) {
-    FakeEngineHost host;
-    DelayEngine engine(host);
-    host.engine = &engine;
+TEST_F(EngineThreadsTest, ParametersChangeWhileBlocksRun) {
     busyPatch(engine);
     host.setTime(120.0, 0.0, HostTimeInfo::kTransportPlaying);
     std::atomic<bool> stop{false};
