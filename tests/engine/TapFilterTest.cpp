@@ -30,12 +30,10 @@ double measureGain(int type, float cutoff, float resonance, double hz, float rat
 }
 
 TEST(TapFilterTest, CornerFrequenciesAndCoefficients) {
-    EXPECT_DOUBLE_EQ(TapFilter::cornerFrequency(TapFilter::kLowPass, 1.0), 7160.0);
-    EXPECT_DOUBLE_EQ(TapFilter::cornerFrequency(TapFilter::kHighPass, 0.0), 1.0);
-    EXPECT_DOUBLE_EQ(TapFilter::cornerFrequency(TapFilter::kNotch, 0.0), 20.0);
-    EXPECT_DOUBLE_EQ(TapFilter::cornerFrequency(TapFilter::kBandPass, 0.5), 2660.0);
-    EXPECT_DOUBLE_EQ(TapFilter::cornerFrequency(TapFilter::kOff, 1.0), 88140.0);
-    EXPECT_DOUBLE_EQ(TapFilter::cornerFrequency(9, 0.0), 40.0);
+    const struct { int type; double cutoff, hz; } corners[] = {
+        {TapFilter::kLowPass, 1.0, 7160.0},  {TapFilter::kHighPass, 0.0, 1.0}, {TapFilter::kNotch, 0.0, 20.0},
+        {TapFilter::kBandPass, 0.5, 2660.0}, {TapFilter::kOff, 1.0, 88140.0},  {9, 0.0, 40.0}};
+    for (const auto& c : corners) EXPECT_DOUBLE_EQ(TapFilter::cornerFrequency(c.type, c.cutoff), c.hz) << c.type;
 
     // Coefficients exist from construction: "Notch" at cutoff 0 (20 Hz),
     // resonance 0.
