@@ -2,13 +2,15 @@
 // counts 0..15, 32, 64, 65, 100, 999 and 4095, every alignment, and guard
 // zones around every buffer: the elementwise loops, the cleaning pass (also
 // against its definition), the tap delay over lengths that wrap within a
-// block, and the filter lanes (every lane count, each output type and mixed,
+// block (the scalar form also against the tap's vector routine, constant
+// gains and a ramp), and the filter lanes (every lane count, each output type and mixed,
 // exact zeros and whole silent lanes, with and without flush to zero). The
 // engine tests run it on every set the processor has; the check built for
 // other processors runs it under emulation, without a test framework, so a
 // check answers with the first difference it finds, or "" when there is none.
 #pragma once
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
@@ -146,6 +148,16 @@ inline std::string tapDelayDifference(const Kernels& set) {
                         if (p1 != p2 || !same(out1, out2) || !same(line1, line2) || !input.guardsIntact())
                             return "tapDelay" + differsAt("count", count, "length", length, "start", start,
                                                           "offset", offset, "ramp", ramp);
+                        // The scalar form is the tap's vector routine as the engine's aligned scratch
+                        // takes it (its tail alone), adding into silence.
+                        Guarded tail(count, 0, 1), line0(length + 4, 0, 50 + length);
+                        std::fill(tail.data(), tail.data() + count, 0.0f);
+                        if (length && (tapLoopVector(line0.data(), start, length, input.data(), tail.data(), count,
+                                                     0.3f, 0.5f, ramp ? 0.8f : 0.5f) != p1 ||
+                                       !same(tail, out1) || !same(line0, line1)))
+                            return "tapDelay against the tap routine" +
+                                   differsAt("count", count, "length", length, "start", start, "offset", offset,
+                                             "ramp", ramp);
                     }
                 }
             }

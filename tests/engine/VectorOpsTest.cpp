@@ -100,36 +100,6 @@ TEST(VectorOpsTest, TapVectorRoutineMatchesItsScalarModel) {
     }
 }
 
-// The scalar tap delay against the tap's vector routine (its tail, as the
-// engine's aligned scratch takes it) over lengths that wrap within the block,
-// including 0 and a head at the end of the line; constant gains and a ramp.
-TEST(VectorOpsTest, TapDelayMatchesTheTapRoutine) {
-    for (uint32_t count : kCounts) {
-        for (uint32_t length : {0u, 1u, 2u, 3u, 5u, 8u, 13u, 64u, 1000u}) {
-            for (uint32_t start : {0u, 2u, length ? length - 1 : 0u, length}) {
-                if (start > length) continue;
-                for (uint32_t offset : {0u, 1u}) {
-                    for (bool ramp : {false, true}) {
-                        SCOPED_TRACE(testing::Message() << "count " << count << " len " << length << " start "
-                                                        << start << " offset " << offset << " ramp " << ramp);
-                        const float volume = ramp ? 0.8f : 0.5f;
-                        const std::vector<float> gains = rampGains(count, 0.5f, volume);
-                        Guarded input(count, offset, 40 + count), reference(count, 0, 1), out(count, offset, 2);
-                        Guarded line0(length + 4, 0, 50 + length), line(length + 4, 0, 50 + length);
-                        std::fill(reference.data(), reference.data() + count, 0.0f);
-                        ASSERT_EQ(tapDelayScalar(line.data(), start, length ? length : 1, input.data(), out.data(),
-                                                 count, 0.3f, ramp ? gains.data() : nullptr, 0.5f),
-                                  tapLoopVector(line0.data(), start, length ? length : 1, input.data(),
-                                                reference.data(), count, 0.3f, 0.5f, volume));
-                        ASSERT_EQ(out.copy(), reference.copy());
-                        ASSERT_EQ(line.copy(), line0.copy());
-                    }
-                }
-            }
-        }
-    }
-}
-
 // The scalar set's filter lanes against TapFilter's own loop, one lane at a
 // time, for every lane count and output, with exact zeros in the input.
 TEST(VectorOpsTest, FilterLanesMatchTheFilterLoop) {
