@@ -2,12 +2,13 @@
 // counts 0..15, 32, 64, 65, 100, 999 and 4095, every alignment, and guard
 // zones around every buffer: the elementwise loops, the cleaning pass (also
 // against its definition), the tap delay over lengths that wrap within a
-// block (the scalar form also against the tap's vector routine, constant
-// gains and a ramp), and the filter lanes (every lane count, each output type and mixed,
-// exact zeros and whole silent lanes, with and without flush to zero). The
-// engine tests run it on every set the processor has; the check built for
-// other processors runs it under emulation, without a test framework, so a
-// check answers with the first difference it finds, or "" when there is none.
+// block (the scalar form also against the tap's vector routine; constant
+// gains and a ramp), and the filter lanes (every lane count, each output type
+// and mixed, exact zeros and whole silent lanes, with and without flush to
+// zero). The engine tests run it on every set the processor has; the check
+// built for other processors runs it under emulation, without a test
+// framework, so a check answers with the first difference it finds, or ""
+// when there is none.
 #pragma once
 
 #include <algorithm>
@@ -75,7 +76,7 @@ std::string differsAt(const T&... namesAndValues) {
 inline std::string elementwiseDifference(const Kernels& set) {
     const Kernels& scalar = scalarKernels();
     // Every kind of value on every lane (11 is prime to 4).
-    const float specials[] = {std::nanf(""),  HUGE_VALF, -HUGE_VALF, 1e30f, -kSampleCeiling, kSampleCeiling,
+    const float specials[] = {std::nanf(""), HUGE_VALF, -HUGE_VALF, 1e30f, -kSampleCeiling, kSampleCeiling,
                               std::nextafter(kSampleCeiling, HUGE_VALF), -0.0f, 1e-40f, -std::nanf("")};
     for (uint32_t count : kCounts) {
         for (uint32_t offset = 0; offset < 4; ++offset) {
