@@ -129,12 +129,18 @@ TEST(VectorOpsTest, FilterLanesMatchTheFilterLoop) {
     }
 }
 
+// The scalar set when the flag forces it, else AVX2 where the processor has
+// it and the switch allows it, else SSE2 (or NEON).
 TEST(VectorOpsTest, KernelsFollowTheVectorUnitFlag) {
     forceScalarForTesting(true);
-    EXPECT_EQ(kernels().tapLoop, scalarKernels().tapLoop);
+    EXPECT_EQ(&kernels(), &scalarKernels());
     EXPECT_EQ(kernels().sanitize, sanitizeScalar);
     forceScalarForTesting(false);
-    EXPECT_EQ(kernels().tapLoop, hasVectorUnit() ? vectorKernels().tapLoop : scalarKernels().tapLoop);
+    const Kernels* vector = hasVectorUnit() ? &vectorKernels() : &scalarKernels();
+    EXPECT_EQ(&kernels(), hasVectorUnit() && avx2Kernels() ? avx2Kernels() : vector);
+    allowAvx2ForTesting(false);
+    EXPECT_EQ(&kernels(), vector);
+    allowAvx2ForTesting(true);
 }
 
 }  // namespace
