@@ -3,11 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <random>
 #include <vector>
 
 #include "KernelChecks.h"
-#include "modulation/TapFilter.h"
 #include "persistence/SystemInfo.h"
 
 namespace varitap {
@@ -95,35 +93,6 @@ TEST(VectorOpsTest, TapVectorRoutineMatchesItsScalarModel) {
                         }
                     }
                 }
-            }
-        }
-    }
-}
-
-// The scalar set's filter lanes against TapFilter's own loop, one lane at a
-// time, for every lane count and output, with exact zeros in the input.
-TEST(VectorOpsTest, FilterLanesMatchTheFilterLoop) {
-    std::mt19937 random(7);
-    int picks[FilterLanes::kMaxLanes];
-    for (uint32_t count : kCounts) {
-        for (uint32_t lanes = 1; lanes <= uint32_t(FilterLanes::kMaxLanes); ++lanes) {
-            for (int output = FilterLanes::kNotch; output <= FilterLanes::kMixed; ++output) {
-                SCOPED_TRACE(testing::Message() << "count " << count << " lanes " << lanes << " output " << output);
-                FilterLanes filter = randomLanes(lanes, output, random, picks, false);
-                const std::vector<float> samples = laneSamples(count, lanes, random, false);
-                std::vector<float> expected = samples, lane(count);
-                for (uint32_t l = 0; l < lanes; ++l) {
-                    for (uint32_t i = 0; i < count; ++i) lane[i] = samples[i * lanes + l];
-                    // TapFilter's types 1..4 output notch, low, high, band.
-                    TapFilter::State state{filter.notch[l], filter.low[l], filter.high[l], filter.band[l]};
-                    TapFilter::run(lane.data(), lane.data(), count, TapFilter::kNotch + picks[l],
-                                   TapFilter::Coefficients{filter.frequency[l], filter.damping[l], filter.drive[l]},
-                                   state);
-                    for (uint32_t i = 0; i < count; ++i) expected[i * lanes + l] = lane[i];
-                }
-                std::vector<float> filtered = samples;
-                filterLanesScalar(filtered.data(), count, lanes, filter);
-                ASSERT_EQ(filtered, expected);
             }
         }
     }
