@@ -113,9 +113,7 @@ TEST_P(DelayEngineTest, UnconnectedPinsUseTheScratchBus) {
     engine.setWetDry(1.0f);
     host.outputConnected[0] = false;
     host.inputConnected[1] = false;
-    Channels in(2, 256), out(2, 256, 4.0f);
-    in.set(0, noise(256, 3));
-    in.set(1, noise(256, 4));
+    Channels in = noiseChannels(256, 3, 4), out(2, 256, 4.0f);
     engine.processReplacing(in.get(), out.get(), 256);
     // Output 1's signal went into the scratch bus, which output 2 then reads
     // as its dry part.
@@ -191,10 +189,7 @@ TEST_P(DelayEngineTest, AutomationWritingAlignsHeadsAndRecordsModulators) {
     engine.tap(3).setSync(true);
     engine.tap(3).setDelaySamples(uint32_t(0.55f * 56000.0f));
     TableModulator& modulator = engine.modulator(0);
-    modulator.setIndex(kWetDryParameter);
-    modulator.setSync(false);
-    modulator.setSpeed(0.1f);
-    modulator.setPower(true);
+    freeModulator(modulator, kWetDryParameter, 0.1f);
     Channels in(2, 256), out(2, 256);
     host.setTime(120.0, 3 * 22050.0 + 1000.0, HostTimeInfo::kTransportPlaying);
     engine.processReplacing(in.get(), out.get(), 256);
@@ -259,14 +254,10 @@ TEST_P(DelayEngineTest, SuspendAndResumeLeaveNothingOfThePast) {
     // A modulator writing into its own table (nothing audible), to see its
     // phase restart.
     TableModulator& modulator = engine.modulator(0);
-    modulator.setIndex(modulatorParameterIndex(0, kModulatorTableFirst));
-    modulator.setSync(false);
-    modulator.setPower(true);
+    freeModulator(modulator, modulatorParameterIndex(0, kModulatorTableFirst), modulator.getSpeed());
     Channels in(2, 512), out(2, 512);
     for (int b = 0; b < 8; ++b) {
-        Channels block(2, 512);
-        block.set(0, noise(512, b));
-        block.set(1, noise(512, b + 50));
+        Channels block = noiseChannels(512, b, b + 50);
         engine.processReplacing(block.get(), out.get(), 512);
     }
     EXPECT_GT(modulator.phase(), 0.0f);
@@ -312,10 +303,7 @@ TEST_P(DelayEngineTest, BadInputSamplesAreReadAsSilence) {
             // Tap 9 also reads a bus: Out 1's, as the lower taps left it.
             rig.engine.setInputChannel(9, inputValue(21));
         }
-        Channels in(2, 512);
-        in.set(0, noise(512, 1));
-        in.set(1, noise(512, 2));
-        Channels referenceIn = in;
+        Channels in = noiseChannels(512, 1, 2), referenceIn = in;
         in[0][100] = bad;
         in[1][511] = bad;
         referenceIn[0][100] = readAs;
@@ -388,9 +376,7 @@ TEST_P(DelayEngineTest, TailsFallToExactSilenceUnderTheHostsOwnFloatMode) {
 TEST_P(DelayEngineTest, BadValuesNeverCrashOrReachTheOutput) {
     const float bad[] = {std::nanf(""), HUGE_VALF, -HUGE_VALF, 1e30f, -1.0f, 2.0f};
     const double songs[] = {-1e9, 1e300, std::nan(""), 0.0, 4294967296.0 * 5};
-    Channels in(2, 300), out(2, 300);
-    in.set(0, noise(300, 1));
-    in.set(1, noise(300, 2));
+    Channels in = noiseChannels(300, 1, 2), out(2, 300);
     int round = 0;
     for (float value : bad) {
         for (int32_t index = 0; index < kParameterCount; ++index) engine.setParameter(index, value);
@@ -421,9 +407,7 @@ TEST(DelayEngineVectorTest, ScalarVectorAndInPlaceBlocksAreEqual) {
         busyPatch(rig.engine);
     }
     for (int b = 0; b < 40; ++b) {
-        Channels in(2, 512);
-        in.set(0, noise(512, 10 + b));
-        in.set(1, noise(512, 50 + b));
+        Channels in = noiseChannels(512, 10 + b, 50 + b);
         const int32_t n = b % 3 == 0 ? 511 : 512;
         std::vector<float> heard[4];
         for (int e = 0; e < 4; ++e) {

@@ -197,4 +197,20 @@ inline std::vector<float> noise(size_t n, unsigned seed) {
     return x;
 }
 
+// Two channels of noise, one from each seed.
+inline Channels noiseChannels(uint32_t frames, unsigned first, unsigned second) {
+    Channels channels(2, frames);
+    channels.set(0, noise(frames, first));
+    channels.set(1, noise(frames, second));
+    return channels;
+}
+
+// A modulator set free running at speed, aimed at index, on.
+inline void freeModulator(TableModulator& modulator, int32_t index, float speed) {
+    modulator.setIndex(index);
+    modulator.setSync(false);
+    modulator.setSpeed(speed);
+    modulator.setPower(true);
+}
+
 }  // namespace varitap::test
