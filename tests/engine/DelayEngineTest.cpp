@@ -62,20 +62,6 @@ TEST_P(DelayEngineTest, EchoAndWetDryMix) {
     EXPECT_EQ(added[0][2], 2.0f + 0.5f * 0.75f);
 }
 
-TEST_P(DelayEngineTest, BlockLengthLimits) {
-    plainTap(engine, 0, 10, 1, 1);
-    engine.setWetDry(1.0f);
-    Channels in(2, 44101, 0.5f), out(2, 44101, 3.0f);
-    engine.processReplacing(in.get(), out.get(), 44101);
-    engine.process(in.get(), out.get(), 44101);
-    engine.processReplacing(in.get(), out.get(), -1);
-    engine.processReplacing(in.get(), out.get(), 0);
-    for (float x : out[0]) ASSERT_EQ(x, 3.0f);
-    engine.processReplacing(in.get(), out.get(), 44100);
-    for (uint32_t i = 0; i < 44100; ++i) ASSERT_EQ(out[0][i], 0.5f) << i;
-    EXPECT_EQ(out[0][44100], 3.0f);
-}
-
 TEST_P(DelayEngineTest, ChainingThroughAnInternalBusInOneBlock) {
     engine.setWetDry(0.0f);
     Channels in(2, 512), out(2, 512);
@@ -153,23 +139,18 @@ TEST_P(DelayEngineTest, AOneChannelBlockKeepsToItsArrays) {
     }
 }
 
-TEST_P(DelayEngineTest, TimeInformationSetsSynchronisedLengths) {
+// The echo of a synchronised tap at the tempo's length is heard through the
+// plug-in (DelayEffectTest.InitProgramEchoesAQuarterNoteLater).
+TEST_P(DelayEngineTest, TimeInformationSetsTheSamplesPerBeat) {
     engine.setWetDry(0.0f);
     plainTap(engine, 0, 0, 1, 1);
     engine.tap(0).setSync(true);
     engine.tap(0).setDelaySamples(uint32_t(0.55f * 56000.0f));  // "1/4"
-    Channels in(2, 4410), out(2, 4410);
-    in[0][0] = 1.0f;
+    Channels in = noiseChannels(64, 1, 2), out(2, 64);
     host.setTime(120.0, 0.0, 0);
-    std::vector<float> heard;
-    for (int b = 0; b < 6; ++b) {
-        engine.processReplacing(in.get(), out.get(), 4410);
-        heard.insert(heard.end(), out[0].begin(), out[0].end());
-        in[0][0] = 0.0f;
-    }
+    engine.processReplacing(in.get(), out.get(), 64);
     EXPECT_EQ(host.lastRequestFlags, 0x440);
     EXPECT_EQ(engine.lastSamplesPerBeat(), 22050.0f);
-    for (size_t i = 0; i < heard.size(); ++i) ASSERT_EQ(heard[i], i == 22050 ? 0.5f : 0.0f) << i;
 
     // No time information, or no tempo: one sample per beat, nothing
     // infinite.
