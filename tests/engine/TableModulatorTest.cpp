@@ -27,10 +27,7 @@ protected:
 
     // One block with the transport stopped.
     void block(uint32_t n, double tempo = 120.0) { modulator.process(tempo, 0.0, n, false, false); }
-    void freeRunning(float speed) {
-        modulator.setSync(false);
-        modulator.setSpeed(speed);
-    }
+    void freeRunning(float speed) { test::freeModulator(modulator, kTarget, speed); }
     float value() const { return host.values[kTarget]; }
 
     FakeEngineHost host;
