@@ -58,29 +58,22 @@ void expectEveryExample() {
     };
     for (const auto& [value, text] : longs) EXPECT_EQ(longText(value), text) << value;
 
-    // The cut after maxDecimals digits; below 1 nothing is cut.
-    EXPECT_EQ(decimalsText(0.25f, -1), "0.250000");
-    EXPECT_EQ(decimalsText(0.25f, 0), "0.250000");
-    EXPECT_EQ(decimalsText(12.25f, 1), "12.2");
-    EXPECT_EQ(decimalsText(0.5f, 2), "0.50");
-    EXPECT_EQ(decimalsText(12.25f, 5), "12.25000");
-    EXPECT_EQ(decimalsText(1234567.0f, 2), "1234567.");
-    EXPECT_EQ(decimalsText(1e9f, 2), kUntouched);
-
-    // Milliseconds in single precision: 56000 samples at 44100 Hz.
-    EXPECT_EQ(millisecondsText(56000.0f, 1, 44100.0f), "1269.8");
-    EXPECT_EQ(millisecondsText(56000.0f, -1, 44100.0f), "1269.841");
-    EXPECT_EQ(millisecondsText(44100.0f, 2, 44100.0f), "1000.00");
-    EXPECT_EQ(millisecondsText(0.0f, 1, 48000.0f), "0.0");
-    EXPECT_EQ(millisecondsText(1.0f, 1, 0.0f), kUntouched);  // no sample rate yet
-
-    EXPECT_EQ(decibelsText(0.0f, 2), "-oo");
-    EXPECT_EQ(decibelsText(-1.0f, 2), "-oo");
-    EXPECT_EQ(decibelsText(std::nanf(""), 2), "-oo");
-    EXPECT_EQ(decibelsText(1.0f, -1), "0.000000");
-    EXPECT_EQ(decibelsText(0.5f, 2), "-6.02");
-    EXPECT_EQ(decibelsText(2.0f, 2), "6.02");
-    EXPECT_EQ(decibelsText(10.0f, 1), "20.0");
+    // The cut after maxDecimals digits (below 1 nothing is cut); milliseconds
+    // in single precision (56000 samples at 44100 Hz; no text without a
+    // sample rate); decibels.
+    const std::pair<std::string, const char*> texts[] = {
+        {decimalsText(0.25f, -1), "0.250000"},  {decimalsText(0.25f, 0), "0.250000"},
+        {decimalsText(12.25f, 1), "12.2"},      {decimalsText(0.5f, 2), "0.50"},
+        {decimalsText(12.25f, 5), "12.25000"},  {decimalsText(1234567.0f, 2), "1234567."},
+        {decimalsText(1e9f, 2), kUntouched},    {millisecondsText(56000.0f, 1, 44100.0f), "1269.8"},
+        {millisecondsText(56000.0f, -1, 44100.0f), "1269.841"}, {millisecondsText(44100.0f, 2, 44100.0f), "1000.00"},
+        {millisecondsText(0.0f, 1, 48000.0f), "0.0"},           {millisecondsText(1.0f, 1, 0.0f), kUntouched},
+        {decibelsText(0.0f, 2), "-oo"},         {decibelsText(-1.0f, 2), "-oo"},
+        {decibelsText(std::nanf(""), 2), "-oo"}, {decibelsText(1.0f, -1), "0.000000"},
+        {decibelsText(0.5f, 2), "-6.02"},       {decibelsText(2.0f, 2), "6.02"},
+        {decibelsText(10.0f, 1), "20.0"},
+    };
+    for (size_t i = 0; i < std::size(texts); ++i) EXPECT_EQ(texts[i].first, texts[i].second) << "row " << i;
 }
 
 TEST(NumberFormatTest, TheExampleTexts) { expectEveryExample(); }

@@ -7,17 +7,8 @@
 namespace varitap {
 namespace {
 
-using test::Tracked;
-
-// A list that is also counted when it dies, to see nested lists go.
-class TrackedList : public ObjectList {
-public:
-    explicit TrackedList(int* destroyed) : destroyed_(destroyed) {}
-    ~TrackedList() override { ++*destroyed_; }
-
-private:
-    int* destroyed_;
-};
+using Tracked = test::Tracked<>;
+using TrackedList = test::Tracked<ObjectList>;
 
 TEST(ObjectListTest, HoldsOneReferencePerEntryAndRemovesOnlyTheFirst) {
     int destroyed = 0;

@@ -2,15 +2,12 @@
 
 #include <gtest/gtest.h>
 
-#include "modulation/ScratchPool.h"
-#include "persistence/Preferences.h"
-#include "persistence/SystemInfo.h"
 #include "TestSupport.h"
 
 namespace varitap {
 namespace {
 
-using test::Tracked;
+using Tracked = test::Tracked<>;
 
 TEST(RefPtrTest, StoringTakesAReferenceAndAdoptTakesOverTheCreatorsOne) {
     int destroyed = 0;
@@ -90,12 +87,6 @@ TEST(SharedObjectTest, ASecondObjectMadeDirectlyDoesNotClearTheSharedOne) {
     EXPECT_EQ(Singleton::current(), shared);
     shared->release();
     EXPECT_EQ(Singleton::current(), nullptr);
-}
-
-TEST(SharedObjectTest, TheProcessWideServicesFollowThePattern) {
-    expectSharedPattern<ScratchPool>();
-    expectSharedPattern<Preferences>();
-    expectSharedPattern<SystemInfo>();
 }
 
 }  // namespace

@@ -15,8 +15,10 @@
 
 namespace varitap::test {
 
-// Counts destructions so that tests can see exactly when an object dies.
-class Tracked : public RefObject {
+// Counts destructions so that tests can see exactly when an object (or a
+// list, with Base = ObjectList) dies.
+template <class Base = RefObject>
+class Tracked : public Base {
 public:
     explicit Tracked(int* destroyed) : destroyed_(destroyed) {}
     ~Tracked() override { ++*destroyed_; }

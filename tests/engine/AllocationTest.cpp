@@ -121,9 +121,8 @@ TEST(AllocationTest, SteadyStateBlocksAllocateNothing) {
         EXPECT_GT(gAllocations.load(), afterNew);
     }
 
-    FakeEngineHost host;
-    DelayEngine engine(host);
-    host.engine = &engine;
+    test::EngineRig rig;
+    auto& [host, engine] = rig;
     busyPatch(engine);
     // Synchronised taps too (their lines sized once at this tempo).
     engine.tap(4).setSync(true);

@@ -19,12 +19,8 @@ namespace {
 
 using namespace test;
 
-class DelayEngineTest : public testing::TestWithParam<bool> {
+class DelayEngineTest : public testing::TestWithParam<bool>, protected EngineRig {
 protected:
-    void SetUp() override { host.engine = &engine; }
-
-    FakeEngineHost host;
-    DelayEngine engine{host};
     ScalarScope scalar{GetParam()};
 };
 
@@ -66,20 +62,6 @@ TEST_P(DelayEngineTest, EchoAndWetDryMix) {
     EXPECT_EQ(added[0][2], 2.0f + 0.5f * 0.75f);
 }
 
-TEST_P(DelayEngineTest, BlockLengthLimits) {
-    plainTap(engine, 0, 10, 1, 1);
-    engine.setWetDry(1.0f);
-    Channels in(2, 44101, 0.5f), out(2, 44101, 3.0f);
-    engine.processReplacing(in.get(), out.get(), 44101);
-    engine.process(in.get(), out.get(), 44101);
-    engine.processReplacing(in.get(), out.get(), -1);
-    engine.processReplacing(in.get(), out.get(), 0);
-    for (float x : out[0]) ASSERT_EQ(x, 3.0f);
-    engine.processReplacing(in.get(), out.get(), 44100);
-    for (uint32_t i = 0; i < 44100; ++i) ASSERT_EQ(out[0][i], 0.5f) << i;
-    EXPECT_EQ(out[0][44100], 3.0f);
-}
-
 TEST_P(DelayEngineTest, ChainingThroughAnInternalBusInOneBlock) {
     engine.setWetDry(0.0f);
     Channels in(2, 512), out(2, 512);
@@ -117,9 +99,7 @@ TEST_P(DelayEngineTest, UnconnectedPinsUseTheScratchBus) {
     engine.setWetDry(1.0f);
     host.outputConnected[0] = false;
     host.inputConnected[1] = false;
-    Channels in(2, 256), out(2, 256, 4.0f);
-    in.set(0, noise(256, 3));
-    in.set(1, noise(256, 4));
+    Channels in = noiseChannels(256, 3, 4), out(2, 256, 4.0f);
     engine.processReplacing(in.get(), out.get(), 256);
     // Output 1's signal went into the scratch bus, which output 2 then reads
     // as its dry part.
@@ -137,31 +117,40 @@ TEST_P(DelayEngineTest, UnconnectedPinsUseTheScratchBus) {
     plainTap(engine, 3, 1, 0, 1);  // none -> Out 1
     for (int b = 0; b < 3; ++b) engine.processReplacing(in.get(), out.get(), 256);
     for (float x : out[0]) ASSERT_EQ(x, 0.0f);
-    // Pins beyond the channel counts are never touched (one-channel arrays).
-    Channels one(1, 256, 6.0f), oneOut(1, 256, 6.0f);
-    ASSERT_TRUE(engine.setInputChannelCount(1));
-    ASSERT_TRUE(engine.setHostOutputCount(1));
-    engine.processReplacing(one.get(), oneOut.get(), 256);
-    EXPECT_FALSE(engine.setInputChannelCount(21));
 }
 
-TEST_P(DelayEngineTest, TimeInformationSetsSynchronisedLengths) {
+// A one-channel block: input 1 mixed with its echo on output 1. Pins at and
+// past the counts are neither read nor written, even where the host's arrays
+// go on: input 2 sounds as silence, output 2 keeps what it held.
+TEST_P(DelayEngineTest, AOneChannelBlockKeepsToItsArrays) {
+    ASSERT_TRUE(engine.setInputChannelCount(1));
+    ASSERT_TRUE(engine.setHostOutputCount(1));
+    EXPECT_FALSE(engine.setInputChannelCount(21));
+    engine.setWetDry(0.5f);
+    plainTap(engine, 0, 1, 1, 1);  // In 1 -> Out 1
+    plainTap(engine, 1, 1, 2, 1);  // In 2 -> Out 1
+    plainTap(engine, 2, 1, 1, 2);  // In 1 -> Out 2
+    Channels in(2, 256, 6.0f), out(2, 256, 6.0f);
+    for (uint32_t i = 0; i < 256; ++i) in[0][i] = float(i % 7);
+    engine.processReplacing(in.get(), out.get(), 256);
+    for (uint32_t i = 0; i < 256; ++i) {
+        ASSERT_EQ(out[0][i], 0.5f * in[0][i] + (i ? 0.25f * in[0][i - 1] : 0.0f)) << i;
+        ASSERT_EQ(out[1][i], 6.0f) << i;
+    }
+}
+
+// The echo of a synchronised tap at the tempo's length is heard through the
+// plug-in (DelayEffectTest.InitProgramEchoesAQuarterNoteLater).
+TEST_P(DelayEngineTest, TimeInformationSetsTheSamplesPerBeat) {
     engine.setWetDry(0.0f);
     plainTap(engine, 0, 0, 1, 1);
     engine.tap(0).setSync(true);
     engine.tap(0).setDelaySamples(uint32_t(0.55f * 56000.0f));  // "1/4"
-    Channels in(2, 4410), out(2, 4410);
-    in[0][0] = 1.0f;
+    Channels in = noiseChannels(64, 1, 2), out(2, 64);
     host.setTime(120.0, 0.0, 0);
-    std::vector<float> heard;
-    for (int b = 0; b < 6; ++b) {
-        engine.processReplacing(in.get(), out.get(), 4410);
-        heard.insert(heard.end(), out[0].begin(), out[0].end());
-        in[0][0] = 0.0f;
-    }
+    engine.processReplacing(in.get(), out.get(), 64);
     EXPECT_EQ(host.lastRequestFlags, 0x440);
     EXPECT_EQ(engine.lastSamplesPerBeat(), 22050.0f);
-    for (size_t i = 0; i < heard.size(); ++i) ASSERT_EQ(heard[i], i == 22050 ? 0.5f : 0.0f) << i;
 
     // No time information, or no tempo: one sample per beat, nothing
     // infinite.
@@ -181,10 +170,7 @@ TEST_P(DelayEngineTest, AutomationWritingAlignsHeadsAndRecordsModulators) {
     engine.tap(3).setSync(true);
     engine.tap(3).setDelaySamples(uint32_t(0.55f * 56000.0f));
     TableModulator& modulator = engine.modulator(0);
-    modulator.setIndex(kWetDryParameter);
-    modulator.setSync(false);
-    modulator.setSpeed(0.1f);
-    modulator.setPower(true);
+    freeModulator(modulator, kWetDryParameter, 0.1f);
     Channels in(2, 256), out(2, 256);
     host.setTime(120.0, 3 * 22050.0 + 1000.0, HostTimeInfo::kTransportPlaying);
     engine.processReplacing(in.get(), out.get(), 256);
@@ -242,22 +228,17 @@ void expectSameBlocks(DelayEngine& engine, DelayEngine& reference, Channels& in,
 }
 
 TEST_P(DelayEngineTest, SuspendAndResumeLeaveNothingOfThePast) {
-    FakeEngineHost referenceHost;
-    DelayEngine reference(referenceHost);
-    referenceHost.engine = &reference;
+    EngineRig fresh;
+    DelayEngine& reference = fresh.engine;
     stillBusyPatch(engine);
     stillBusyPatch(reference);
     // A modulator writing into its own table (nothing audible), to see its
     // phase restart.
     TableModulator& modulator = engine.modulator(0);
-    modulator.setIndex(modulatorParameterIndex(0, kModulatorTableFirst));
-    modulator.setSync(false);
-    modulator.setPower(true);
+    freeModulator(modulator, modulatorParameterIndex(0, kModulatorTableFirst), modulator.getSpeed());
     Channels in(2, 512), out(2, 512);
     for (int b = 0; b < 8; ++b) {
-        Channels block(2, 512);
-        block.set(0, noise(512, b));
-        block.set(1, noise(512, b + 50));
+        Channels block = noiseChannels(512, b, b + 50);
         engine.processReplacing(block.get(), out.get(), 512);
     }
     EXPECT_GT(modulator.phase(), 0.0f);
@@ -296,25 +277,19 @@ TEST_P(DelayEngineTest, BadInputSamplesAreReadAsSilence) {
         {-ceiling, -ceiling}};
     for (const auto& [bad, readAs] : rows) {
         SCOPED_TRACE(testing::Message() << bad);
-        FakeEngineHost hosts[2];
-        DelayEngine first(hosts[0]), second(hosts[1]);
-        DelayEngine* engines[2] = {&first, &second};
-        for (int e = 0; e < 2; ++e) {
-            hosts[e].engine = engines[e];
-            hosts[e].setTime(120.0, 0.0, 0);
-            busyPatch(*engines[e]);
+        EngineRig rigs[2];
+        for (EngineRig& rig : rigs) {
+            rig.host.setTime(120.0, 0.0, 0);
+            busyPatch(rig.engine);
             // Tap 9 also reads a bus: Out 1's, as the lower taps left it.
-            engines[e]->setInputChannel(9, inputValue(21));
+            rig.engine.setInputChannel(9, inputValue(21));
         }
-        Channels in(2, 512);
-        in.set(0, noise(512, 1));
-        in.set(1, noise(512, 2));
-        Channels referenceIn = in;
+        Channels in = noiseChannels(512, 1, 2), referenceIn = in;
         in[0][100] = bad;
         in[1][511] = bad;
         referenceIn[0][100] = readAs;
         referenceIn[1][511] = readAs;
-        expectSameBlocks(first, second, in, referenceIn, 20);
+        expectSameBlocks(rigs[0].engine, rigs[1].engine, in, referenceIn, 20);
     }
 
     // Buses are cleaned as taps read them: a chain of taps under full
@@ -382,9 +357,7 @@ TEST_P(DelayEngineTest, TailsFallToExactSilenceUnderTheHostsOwnFloatMode) {
 TEST_P(DelayEngineTest, BadValuesNeverCrashOrReachTheOutput) {
     const float bad[] = {std::nanf(""), HUGE_VALF, -HUGE_VALF, 1e30f, -1.0f, 2.0f};
     const double songs[] = {-1e9, 1e300, std::nan(""), 0.0, 4294967296.0 * 5};
-    Channels in(2, 300), out(2, 300);
-    in.set(0, noise(300, 1));
-    in.set(1, noise(300, 2));
+    Channels in = noiseChannels(300, 1, 2), out(2, 300);
     int round = 0;
     for (float value : bad) {
         for (int32_t index = 0; index < kParameterCount; ++index) engine.setParameter(index, value);
@@ -456,25 +429,20 @@ INSTANTIATE_TEST_SUITE_P(ScalarAndVector, DelayEngineTest, testing::Values(true,
 // them) arrays, give equal blocks to the bit for a busy patch with every tap
 // filtered and every modulator running.
 TEST(DelayEngineVectorTest, ScalarVectorAndInPlaceBlocksAreEqual) {
-    FakeEngineHost hosts[4];
-    std::unique_ptr<DelayEngine> engines[4];
-    for (int e = 0; e < 4; ++e) {
-        engines[e] = std::make_unique<DelayEngine>(hosts[e]);
-        hosts[e].engine = engines[e].get();
-        hosts[e].setTime(120.0, 0.0, 0);
-        busyPatch(*engines[e]);
+    EngineRig rigs[4];
+    for (EngineRig& rig : rigs) {
+        rig.host.setTime(120.0, 0.0, 0);
+        busyPatch(rig.engine);
     }
     for (int b = 0; b < 40; ++b) {
-        Channels in(2, 512);
-        in.set(0, noise(512, 10 + b));
-        in.set(1, noise(512, 50 + b));
+        Channels in = noiseChannels(512, 10 + b, 50 + b);
         const int32_t n = b % 3 == 0 ? 511 : 512;
         std::vector<float> heard[4];
         for (int e = 0; e < 4; ++e) {
             ScalarScope scalar(e < 2);
             Channels input = in, out(2, 512);
             Channels& target = e % 2 ? input : out;
-            engines[e]->processReplacing(input.get(), target.get(), n);
+            rigs[e].engine.processReplacing(input.get(), target.get(), n);
             for (int c = 0; c < 2; ++c) heard[e].insert(heard[e].end(), target[c].begin(), target[c].begin() + n);
         }
         for (int e = 1; e < 4; ++e) ASSERT_EQ(heard[e], heard[0]) << "block " << b << " engine " << e;

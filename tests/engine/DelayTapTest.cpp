@@ -7,36 +7,34 @@
 #include <string>
 #include <vector>
 
+#include "../base/TestSupport.h"
 #include "EngineFixture.h"
-#include "modulation/ScratchPool.h"
 #include "persistence/Preferences.h"
 
 namespace varitap {
 namespace {
 
 using test::display;
+using test::runTap;
 
 class DelayTapTest : public testing::TestWithParam<bool> {
 protected:
-    void SetUp() override { pool_ = ScratchPool::acquire(); }
-    void TearDown() override { static_cast<RefObject*>(pool_)->release(); }
-
-    // Runs the tap over a signal in blocks, collecting the output.
-    static std::vector<float> run(DelayTap& tap, std::vector<float> input, uint32_t block) {
-        std::vector<float> output(input.size(), 0.0f);
-        for (size_t at = 0; at < input.size(); at += block) {
-            const uint32_t n = uint32_t(std::min<size_t>(block, input.size() - at));
-            tap.process(input.data() + at, output.data() + at, n, 1.0f, false, 0.0);
-        }
-        return output;
-    }
     static std::vector<float> ramp(size_t n) {
         std::vector<float> x(n);
         for (size_t i = 0; i < n; ++i) x[i] = float(i + 1);
         return x;
     }
+    // A tap of length samples at full volume, no feedback, that has taken in
+    // 1..written in blocks of block.
+    static void fill(DelayTap& tap, uint32_t length, bool resample, size_t written, uint32_t block) {
+        tap.setDelaySamples(length);
+        tap.setFeedback(0.0f);
+        tap.setVolume(1.0f);
+        tap.setResample(resample);
+        runTap(tap, ramp(written), block);
+    }
 
-    ScratchPool* pool_ = nullptr;
+    RefPtr<ScratchPool> pool_ = test::holdScratchPool();
     test::ScalarScope scalar_{GetParam()};
 };
 
@@ -46,7 +44,7 @@ TEST_P(DelayTapTest, EchoesAtTheDelayWithFeedbackRepeats) {
     tap.setFeedback(0.5f);  // volume stays at its 0.5 default: no ramp
     std::vector<float> input(1000, 0.0f);
     input[3] = 1.0f;
-    const std::vector<float> output = run(tap, input, 128);
+    const std::vector<float> output = runTap(tap, input, 128);
     for (size_t i = 0; i < output.size(); ++i) {
         // 0.5, 0.25, 0.125, ...: volume times feedback to the (k - 1)th.
         const int k = int((i - 3) / 100);
@@ -172,18 +170,14 @@ TEST_P(DelayTapTest, WithoutALineTheInputPassesUndelayed) {
 TEST_P(DelayTapTest, ResampleStretchesTheStoredSignalWhenTheLengthDoubles) {
     for (bool resample : {true, false}) {
         DelayTap tap(1000);
-        tap.setDelaySamples(1000);
-        tap.setFeedback(0.0f);
-        tap.setVolume(1.0f);
-        tap.setResample(resample);
         // Write 1..1200: in playback order from the head the line holds
         // 201..1200.
-        run(tap, ramp(1200), 400);
+        fill(tap, 1000, resample, 1200, 400);
         ASSERT_EQ(tap.position(), 200u);
         EXPECT_EQ(tap.previousLength(), resample ? 1000u : 0u);
 
         tap.setDelaySamples(2000);
-        const std::vector<float> output = run(tap, std::vector<float>(2000, 0.0f), 400);
+        const std::vector<float> output = runTap(tap, std::vector<float>(2000, 0.0f), 400);
         EXPECT_EQ(output[0], 201.0f);
         if (resample) {
             // The 800 samples ahead of the head (201..1000) are played over
@@ -211,11 +205,7 @@ TEST_P(DelayTapTest, ResampleStretchesTheStoredSignalWhenTheLengthDoubles) {
 
 TEST_P(DelayTapTest, ResampleSqueezesTheStoredSignalWhenTheLengthHalves) {
     DelayTap tap(2000);
-    tap.setDelaySamples(2000);
-    tap.setFeedback(0.0f);
-    tap.setVolume(1.0f);
-    tap.setResample(true);
-    run(tap, ramp(2400), 300);
+    fill(tap, 2000, true, 2400, 300);
     ASSERT_EQ(tap.position(), 400u);
     ASSERT_EQ(tap.previousLength(), 2000u);
     tap.setDelaySamples(1000);
@@ -223,7 +213,7 @@ TEST_P(DelayTapTest, ResampleSqueezesTheStoredSignalWhenTheLengthHalves) {
     // crosses the end of the line). Ahead of the head, 1200 stored samples
     // are played in 600: every other one, in order; then the head wraps onto
     // the newest samples.
-    const std::vector<float> output = run(tap, std::vector<float>(1000, 0.0f), 256);
+    const std::vector<float> output = runTap(tap, std::vector<float>(1000, 0.0f), 256);
     EXPECT_EQ(output[0], 401.0f);
     for (size_t i = 1; i < 600; ++i) {
         ASSERT_GT(output[i], output[i - 1]) << i;
@@ -237,9 +227,8 @@ TEST_P(DelayTapTest, ResampleSqueezesTheStoredSignalWhenTheLengthHalves) {
 // Texts the plug-in tests do not reach, the option for samples, and bad
 // values.
 TEST_P(DelayTapTest, ParameterTexts) {
-    char dir[] = "/tmp/varitap-engine-XXXXXX";
-    ASSERT_NE(mkdtemp(dir), nullptr);
-    setenv("XDG_CONFIG_HOME", dir, 1);
+    test::TempDir config;
+    setenv("XDG_CONFIG_HOME", config.path().c_str(), 1);
     Preferences* preferences = Preferences::acquire();
     DelayTap tap(44100);
     tap.setDelaySamples(56000);
@@ -251,8 +240,6 @@ TEST_P(DelayTapTest, ParameterTexts) {
     preferences->setNumber(kOptionDelayTimeInSamples, 1);
     EXPECT_EQ(display(tap, kTapDelay), "  28000");
     preferences->release();
-    std::remove((std::string(dir) + "/brelmo.varitap.conf").c_str());
-    rmdir(dir);
 
     tap.setParameter(kTapVolume, 1.0f);
     EXPECT_EQ(display(tap, kTapVolume), "0.000000");  // decibels

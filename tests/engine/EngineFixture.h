@@ -13,6 +13,7 @@
 #include "engine/DelayEngine.h"
 #include "engine/EngineHost.h"
 #include "engine/ParameterLayout.h"
+#include "modulation/ScratchPool.h"
 #include "persistence/SystemInfo.h"
 
 namespace varitap::test {
@@ -83,6 +84,28 @@ private:
             values[index] = value;
     }
 };
+
+// An engine and its fake host, wired both ways.
+struct EngineRig {
+    EngineRig() { host.engine = &engine; }
+    FakeEngineHost host;
+    DelayEngine engine{host};
+};
+
+// The shared scratch pool, held as an engine holds it, for taps run alone.
+inline RefPtr<ScratchPool> holdScratchPool() { return RefPtr<ScratchPool>::adopt(ScratchPool::acquire()); }
+
+// Runs a tap over a signal in blocks (no tempo, no song position) and
+// collects what it adds to silence.
+template <class Tap>
+std::vector<float> runTap(Tap& tap, std::vector<float> input, uint32_t block) {
+    std::vector<float> output(input.size(), 0.0f);
+    for (size_t at = 0; at < input.size(); at += block) {
+        const uint32_t n = uint32_t(std::min<size_t>(block, input.size() - at));
+        tap.process(input.data() + at, output.data() + at, n, 1.0f, false, 0.0);
+    }
+    return output;
+}
 
 // Forces the scalar loops for one scope.
 class ScalarScope {
@@ -172,6 +195,22 @@ inline std::vector<float> noise(size_t n, unsigned seed) {
         x[i] = float(int32_t(seed >> 8) % 20000) / 20000.0f;
     }
     return x;
+}
+
+// Two channels of noise, one from each seed.
+inline Channels noiseChannels(uint32_t frames, unsigned first, unsigned second) {
+    Channels channels(2, frames);
+    channels.set(0, noise(frames, first));
+    channels.set(1, noise(frames, second));
+    return channels;
+}
+
+// A modulator set free running at speed, aimed at index, on.
+inline void freeModulator(TableModulator& modulator, int32_t index, float speed) {
+    modulator.setIndex(index);
+    modulator.setSync(false);
+    modulator.setSpeed(speed);
+    modulator.setPower(true);
 }
 
 }  // namespace varitap::test

@@ -1,9 +1,6 @@
-// The engine with other threads: the modulator lock held elsewhere, and
-// parameters changed while blocks run.
+// The engine with another thread holding the modulator lock.
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <cmath>
 #include <future>
 #include <thread>
 
@@ -13,22 +10,15 @@
 namespace varitap {
 namespace {
 
-using test::busyPatch;
-using test::Channels;
-using test::FakeEngineHost;
-using test::noise;
+using namespace test;
 
-TEST(EngineThreadsTest, BusyModulatorLockSkipsOnlyTheModulators) {
-    FakeEngineHost host;
-    DelayEngine engine(host);
-    host.engine = &engine;
-    test::plainTap(engine, 0, 10, 1, 1);
+class EngineThreadsTest : public testing::Test, protected EngineRig {};
+
+TEST_F(EngineThreadsTest, BusyModulatorLockSkipsOnlyTheModulators) {
+    plainTap(engine, 0, 10, 1, 1);
     engine.setWetDry(0.0f);
     TableModulator& modulator = engine.modulator(0);
-    modulator.setIndex(kWetDryParameter);
-    modulator.setSync(false);
-    modulator.setSpeed(0.5f);
-    modulator.setPower(true);
+    freeModulator(modulator, kWetDryParameter, 0.5f);
 
     std::promise<void> held, done;
     std::thread restorer([&] {
@@ -49,44 +39,6 @@ TEST(EngineThreadsTest, BusyModulatorLockSkipsOnlyTheModulators) {
     restorer.join();
     engine.processReplacing(in.get(), out.get(), 256);
     EXPECT_EQ(modulator.phase(), 256.0f);
-}
-
-TEST(EngineThreadsTest, ParametersChangeWhileBlocksRun) {
-    FakeEngineHost host;
-    DelayEngine engine(host);
-    host.engine = &engine;
-    busyPatch(engine);
-    host.setTime(120.0, 0.0, HostTimeInfo::kTransportPlaying);
-    std::atomic<bool> stop{false};
-    std::thread editor([&] {
-        // The editor and the host's automation: every parameter but the
-        // routing, over and over.
-        unsigned i = 0;
-        while (!stop.load()) {
-            const int32_t index = kWetDryParameter + int32_t(i % (kParameterCount - kWetDryParameter));
-            const int sub = (index - kModulatorParameterBase) % kModulatorParameterCount;
-            // Keep the modulators pointed at their taps.
-            if (index < kModulatorParameterBase || sub != kModulatorIndex)
-                engine.setParameter(index, float(i % 97) / 96.0f);
-            char text[64];
-            if (index >= kTapParameterBase && index < kModulatorParameterBase) {
-                const int t = (index - kTapParameterBase) / kTapParameterCount;
-                engine.tap(t).getParameterDisplay((index - kTapParameterBase) % kTapParameterCount, text);
-            }
-            ++i;
-        }
-    });
-    Channels in(2, 512), out(2, 512);
-    for (int b = 0; b < 300; ++b) {
-        in.set(0, noise(512, b));
-        in.set(1, noise(512, b + 7));
-        host.timeInfo.samplePos = 512.0 * b;
-        engine.processReplacing(in.get(), out.get(), 512);
-        for (int c = 0; c < 2; ++c)
-            for (float x : out[c]) ASSERT_TRUE(std::isfinite(x));
-    }
-    stop = true;
-    editor.join();
 }
 
 }  // namespace

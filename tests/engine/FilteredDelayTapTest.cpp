@@ -6,15 +6,12 @@
 #include <vector>
 
 #include "EngineFixture.h"
-#include "modulation/ScratchPool.h"
 
 namespace varitap {
 namespace {
 
 class FilteredDelayTapTest : public testing::Test {
 protected:
-    void SetUp() override { pool_ = ScratchPool::acquire(); }
-    void TearDown() override { static_cast<RefObject*>(pool_)->release(); }
 
     // One impulse through a tap with the filter off.
     static void expectPlainEcho(FilteredDelayTap& tap) {
@@ -27,7 +24,7 @@ protected:
         for (size_t i = 0; i < 32; ++i) EXPECT_EQ(out[i], i == 9 ? 0.5f : 0.0f) << i;
     }
 
-    ScratchPool* pool_ = nullptr;
+    RefPtr<ScratchPool> pool_ = test::holdScratchPool();
 };
 
 TEST_F(FilteredDelayTapTest, FiltersTheDelayedSignalAfterTheLine) {

@@ -27,6 +27,7 @@ protected:
 
     // One block with the transport stopped.
     void block(uint32_t n, double tempo = 120.0) { modulator.process(tempo, 0.0, n, false, false); }
+    void freeRunning(float speed) { test::freeModulator(modulator, kTarget, speed); }
     float value() const { return host.values[kTarget]; }
 
     FakeEngineHost host;
@@ -34,8 +35,7 @@ protected:
 };
 
 TEST_F(TableModulatorTest, FreeSinePeriodIsFourTimesSpeedInSeconds) {
-    modulator.setSync(false);
-    modulator.setSpeed(0.5f);  // half-period 2 * 44100 * 0.5: a cycle of 88200
+    freeRunning(0.5f);  // half-period 2 * 44100 * 0.5: a cycle of 88200
     // Blocks of 441: the value is computed at each block's end.
     int maxBlock = -1, minBlock = -1;
     float highest = -1.0f, lowest = 2.0f;
@@ -64,8 +64,7 @@ TEST_F(TableModulatorTest, SynchronisedSineFollowsTheNoteValue) {
 }
 
 TEST_F(TableModulatorTest, SmoothFactorQuantisesTheWrites) {
-    modulator.setSync(false);
-    modulator.setSpeed(0.5f);
+    freeRunning(0.5f);
     auto writes = [&](int blocks, uint32_t n) {
         modulator.restart();
         host.values[kTarget] = 0.0f;
@@ -91,8 +90,7 @@ TEST_F(TableModulatorTest, SmoothFactorQuantisesTheWrites) {
 }
 
 TEST_F(TableModulatorTest, StandsStillWhenOffOrWithoutPeriod) {
-    modulator.setSync(false);
-    modulator.setSpeed(0.0f);
+    freeRunning(0.0f);
     block(512);
     EXPECT_EQ(modulator.phase(), 0.0f);
     EXPECT_EQ(host.plainWrites, 0);
@@ -119,8 +117,7 @@ TEST_F(TableModulatorTest, StandsStillWhenOffOrWithoutPeriod) {
 }
 
 TEST_F(TableModulatorTest, SquareAndRampWaves) {
-    modulator.setSync(false);
-    modulator.setSpeed(0.5f);
+    freeRunning(0.5f);
     modulator.setType(LfoModulator::kSquare);
     modulator.setMin(0.2f);
     modulator.setMax(0.7f);
@@ -163,8 +160,7 @@ TEST_F(TableModulatorTest, StepSequenceLastsOneNotePerStepWhenSynchronised) {
         EXPECT_EQ(value(), float(beat % 8 + 1) / 10.0f) << beat;
     }
     // Free: a step lasts 2D samples.
-    modulator.setSync(false);
-    modulator.setSpeed(0.25f);  // D = 22050.0022
+    freeRunning(0.25f);  // D = 22050.0022
     modulator.process(0.0, 44000.0, 512, true, false);
     EXPECT_EQ(value(), 0.1f);
     modulator.process(0.0, 44200.0, 512, true, false);
@@ -178,8 +174,7 @@ TEST_F(TableModulatorTest, StepSequenceLastsOneNotePerStepWhenSynchronised) {
 
 TEST_F(TableModulatorTest, TableSineAtItsTopReadsTheLastEntry) {
     modulator.setType(LfoModulator::kTableSine);
-    modulator.setSync(false);
-    modulator.setSpeed(0.5f);
+    freeRunning(0.5f);
     for (int i = 0; i < 8; ++i) modulator.setTableValue(i, float(i) / 8.0f);
     // D = 44100.0044: the top of the sine is at phase D, where r rounds to 1.
     const double d = 2.0 * 44100.0 * (0.5 + 1e-07);

@@ -36,17 +36,6 @@ private:
     size_t offset_ = 0;
 };
 
-class MemoryOutput : public ByteStream {
-public:
-    bool read(void*, size_t, size_t*) override { return false; }
-    bool write(const void* buffer, size_t length, size_t* count) override {
-        text.append(static_cast<const char*>(buffer), length);
-        if (count) *count = length;
-        return true;
-    }
-    std::string text;
-};
-
 // The root list of a parse, retained past the reader's life; null if none.
 RefPtr<PropertyList> parse(const uint8_t* data, size_t size) {
     auto input = makeRef<MemoryInput>(data, size);
@@ -58,10 +47,10 @@ RefPtr<PropertyList> parse(const uint8_t* data, size_t size) {
 std::string write(PresetLibrary& library) {
     PropertyList list;
     library.writeProperties(list);
-    auto output = makeRef<MemoryOutput>();
+    auto output = makeRef<StringOutputStream>();
     auto writer = makeRef<XmlPropertyWriter>(output.get());
     for (uint32_t i = 0; i < list.count(); ++i) writer->writeProperty(list.at(i));
-    return output->text;
+    return output->text();
 }
 
 }  // namespace
