@@ -255,7 +255,7 @@ def main():
     parser.add_argument("--rerun-ids", help="with --rerun: these mutants (numbers of the replayed report, "
                         "comma-separated) run again too, e.g. survivors that new tests aim at")
     parser.add_argument("--list", action="store_true", help="list the sample, change nothing")
-    parser.add_argument("--only", help="only mutants whose file starts with this path")
+    parser.add_argument("--only", help="only mutants whose file starts with one of these paths (comma-separated)")
     args = parser.parse_args()
 
     root = os.path.abspath(os.path.join(os.path.dirname(__file__), ".."))
@@ -280,7 +280,7 @@ def main():
                 kept.status, kept.detail, kept.line_text = m.status, "(kept from the replayed run)", m.line_text
                 done[(m.key(), m.orig, m.repl)] = kept
     if args.only:
-        mutants = [m for m in mutants if m.path.startswith(args.only)]
+        mutants = [m for m in mutants if m.path.startswith(tuple(args.only.split(",")))]
 
     if args.list:
         for i, m in enumerate(mutants, start=1):
