@@ -284,14 +284,6 @@ TEST_F(Formats, InitEveryFactoryPresetAndARandomStateSoundTheSame) {
     expectSameSamples(state, false, "random");
 }
 
-// The files in a folder with their contents.
-std::map<std::string, std::string> folderFiles(const std::string& dir) {
-    std::map<std::string, std::string> files;
-    for (const auto& entry : std::filesystem::directory_iterator(dir))
-        if (entry.is_regular_file()) files[entry.path().filename()] = readFile(entry.path());
-    return files;
-}
-
 std::vector<unsigned char> bytesOf(const void* data, size_t size) {
     const auto* p = static_cast<const unsigned char*>(data);
     return std::vector<unsigned char>(p, p + size);
@@ -304,24 +296,14 @@ bool finite(const std::vector<float>& samples) {
 // Any rate from 8000 to 384000 Hz, blocks of 0 frames and of the host's
 // maximum (above the engine's 44100), hosts without urid:map or options,
 // and states with missing, extra or garbled values: nothing crashes, the
-// output stays finite, and the user's folder ends up as the VST 2 plug-in
-// leaves it.
+// output stays finite, and the user's folder stays empty, as a VST 2 scan
+// leaves it (DelayEffectTest.ScanLeavesTheConfigurationAlone).
 TEST(Lv2Effect, BadInputIsHarmless) {
     Lv2Library library;
     ASSERT_TRUE(library.loaded());
-    const char* configHome = getenv("XDG_CONFIG_HOME");
-    ASSERT_NE(configHome, nullptr);
-    const std::string home = configHome;
-    const std::string vstHome = home + "/vst2", lv2Home = home + "/lv2";
-    ASSERT_EQ(std::system(("mkdir -p '" + vstHome + "' '" + lv2Home + "'").c_str()), 0);
-    setenv("XDG_CONFIG_HOME", vstHome.c_str(), 1);
-    {
-        BundleLibrary vstLibrary;
-        FakeHost host;
-        Plugin vst2(vstLibrary, host);
-        ASSERT_TRUE(vst2);
-    }
-    setenv("XDG_CONFIG_HOME", lv2Home.c_str(), 1);
+    TempDir config;
+    const std::string home = getenv("XDG_CONFIG_HOME");
+    setenv("XDG_CONFIG_HOME", config.path().c_str(), 1);
 
     constexpr uint32_t kMaxBlock = 65536;
     std::vector<float> in[2] = {std::vector<float>(kMaxBlock, 0.25f), std::vector<float>(kMaxBlock, -0.25f)};
@@ -417,15 +399,8 @@ TEST(Lv2Effect, BadInputIsHarmless) {
     target.run(ins, outs, 4096);
     EXPECT_TRUE(finite(out[0]) && finite(out[1]));
 
+    EXPECT_TRUE(std::filesystem::is_empty(config.path()));
     setenv("XDG_CONFIG_HOME", home.c_str(), 1);
-    // Only files the VST 2 plug-in writes, with the same contents (neither
-    // writes anything when nothing was changed).
-    const auto vstFiles = folderFiles(vstHome);
-    const auto lv2Files = folderFiles(lv2Home);
-    for (const auto& [name, contents] : lv2Files) {
-        ASSERT_EQ(vstFiles.count(name), 1u) << name;
-        EXPECT_EQ(contents, vstFiles.at(name)) << name;
-    }
 }
 
 }  // namespace
