@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <limits>
 #include <set>
+#include <sstream>
 #include <string>
 
 #include "FakeHost.h"
@@ -23,13 +24,9 @@ namespace {
 using namespace vst;
 
 std::set<std::string> exportedSymbols(const std::string& path) {
+    std::istringstream lines(commandOutput("nm -D --defined-only '" + path + "' 2>/dev/null"));
     std::set<std::string> names;
-    FILE* pipe = popen(("nm -D --defined-only '" + path + "' 2>/dev/null").c_str(), "r");
-    if (!pipe) return names;
-    char line[512], address[128], type[8], name[256];
-    while (std::fgets(line, sizeof line, pipe))
-        if (std::sscanf(line, "%127s %7s %255s", address, type, name) == 3) names.insert(name);
-    pclose(pipe);
+    for (std::string address, type, name; lines >> address >> type >> name;) names.insert(name);
     return names;
 }
 

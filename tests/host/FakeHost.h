@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <string>
 #include <utility>
@@ -243,6 +244,19 @@ public:
 private:
     std::vector<unsigned char> bytes_;
 };
+
+// Output of a shell command, and its exit status.
+inline std::string commandOutput(const std::string& command, int* status = nullptr) {
+    std::string output;
+    FILE* pipe = popen(command.c_str(), "r");
+    if (!pipe) return output;
+    char buffer[4096];
+    size_t n;
+    while ((n = fread(buffer, 1, sizeof buffer, pipe)) > 0) output.append(buffer, n);
+    const int result = pclose(pipe);
+    if (status) *status = result;
+    return output;
+}
 
 // The fixture of the tests on the built bundle: the library and a host whose
 // answers a test may set before it makes its instances.

@@ -34,19 +34,6 @@ namespace {
 
 using namespace vst;
 
-// Output of a shell command, and its exit status.
-std::string commandOutput(const std::string& command, int* status = nullptr) {
-    std::string output;
-    FILE* pipe = popen(command.c_str(), "r");
-    if (!pipe) return output;
-    char buffer[4096];
-    size_t n;
-    while ((n = fread(buffer, 1, sizeof buffer, pipe)) > 0) output.append(buffer, n);
-    const int result = pclose(pipe);
-    if (status) *status = result;
-    return output;
-}
-
 std::string lv2Path() { return Lv2Library::bundlePath() + "/.."; }
 
 size_t countOf(const std::string& text, const std::string& word) {
