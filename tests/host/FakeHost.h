@@ -16,6 +16,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -265,6 +266,18 @@ protected:
     void SetUp() override { ASSERT_TRUE(library.loaded()) << BundleLibrary::path(); }
     BundleLibrary library;
     FakeHost host;
+};
+
+// The fixture of the tests on one instance of the built bundle, made under
+// the host's first answers.
+class InstanceTest : public BundleTest {
+protected:
+    void SetUp() override {
+        BundleTest::SetUp();
+        instance = std::make_unique<Plugin>(library, host);
+        ASSERT_TRUE(*instance);
+    }
+    std::unique_ptr<Plugin> instance;
 };
 
 }  // namespace varitap::test
