@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <limits>
 #include <set>
+#include <sstream>
 #include <string>
 
 #include "FakeHost.h"
@@ -23,24 +24,22 @@ namespace {
 using namespace vst;
 
 std::set<std::string> exportedSymbols(const std::string& path) {
+    std::istringstream lines(commandOutput("nm -D --defined-only '" + path + "' 2>/dev/null"));
     std::set<std::string> names;
-    FILE* pipe = popen(("nm -D --defined-only '" + path + "' 2>/dev/null").c_str(), "r");
-    if (!pipe) return names;
-    char line[512], address[128], type[8], name[256];
-    while (std::fgets(line, sizeof line, pipe))
-        if (std::sscanf(line, "%127s %7s %255s", address, type, name) == 3) names.insert(name);
-    pclose(pipe);
+    for (std::string address, type, name; lines >> address >> type >> name;) names.insert(name);
     return names;
 }
 
-TEST(AudioEffect, ExactlyThreeEntryNamesEachMakeAnInstanceAndRefusePreVst2Hosts) {
+using AudioEffect = InstanceTest;
+
+TEST_F(AudioEffect, ExactlyThreeEntryNamesEachMakeAnInstanceAndRefusePreVst2Hosts) {
     const std::set<std::string> expected = {"VSTPluginMain", "main", "main_macho"};
     EXPECT_EQ(exportedSymbols(BundleLibrary::path()), expected);
     for (const std::string& symbol : expected) {
         SCOPED_TRACE(symbol);
+        host.version = 2400;
         BundleLibrary library(symbol.c_str());
         ASSERT_TRUE(library.loaded()) << BundleLibrary::path();
-        FakeHost host;
         {
             Plugin plugin(library, host);
             ASSERT_TRUE(plugin);
@@ -52,11 +51,8 @@ TEST(AudioEffect, ExactlyThreeEntryNamesEachMakeAnInstanceAndRefusePreVst2Hosts)
     }
 }
 
-TEST(AudioEffect, RecordAndDefaultAnswers) {
-    BundleLibrary library;
-    FakeHost host;
-    Plugin plugin(library, host);
-    ASSERT_TRUE(plugin);
+TEST_F(AudioEffect, RecordAndDefaultAnswers) {
+    Plugin& plugin = *instance;
     AEffect* e = plugin.effect();
     EXPECT_EQ(e->uniqueID, 0x76727470);  // "vrtp"
     EXPECT_EQ(e->numPrograms, 1);
@@ -107,11 +103,8 @@ TEST(AudioEffect, RecordAndDefaultAnswers) {
     EXPECT_EQ(plugin.dispatch(effEditGetRect, 0, 0, nullptr), 0);
 }
 
-TEST(AudioEffect, CanDoAnswersOnlyItsOwnListByteForByte) {
-    BundleLibrary library;
-    FakeHost host;
-    Plugin plugin(library, host);
-    ASSERT_TRUE(plugin);
+TEST_F(AudioEffect, CanDoAnswersOnlyItsOwnListByteForByte) {
+    Plugin& plugin = *instance;
     for (const char* yes : {"receiveVstTimeInfo", "1in1out", "1in2out", "2in1out", "2in2out",
                             "2in4out", "4in2out", "4in4out", "4in8out", "8in4out", "8in8out"}) {
         EXPECT_EQ(plugin.dispatch(effCanDo, 0, 0, const_cast<char*>(yes)), 1) << yes;
@@ -124,11 +117,8 @@ TEST(AudioEffect, CanDoAnswersOnlyItsOwnListByteForByte) {
     EXPECT_EQ(plugin.dispatch(effCanDo, 0, 0, nullptr), 0);
 }
 
-TEST(AudioEffect, SurvivesEveryOpcodeWithNullPointersAndOddValues) {
-    BundleLibrary library;
-    FakeHost host;
-    Plugin plugin(library, host);
-    ASSERT_TRUE(plugin);
+TEST_F(AudioEffect, SurvivesEveryOpcodeWithNullPointersAndOddValues) {
+    Plugin& plugin = *instance;
     const float nan = std::numeric_limits<float>::quiet_NaN();
     const float inf = std::numeric_limits<float>::infinity();
     const struct { int32_t index; VstIntPtr value; float opt; } odds[] = {
@@ -161,12 +151,12 @@ TEST(AudioEffect, SurvivesEveryOpcodeWithNullPointersAndOddValues) {
     EXPECT_NE(out[0][0], 7.0f);
 }
 
-// A hundred loads, opens, blocks and closes: leaks show up under the
-// sanitizer build when the process ends. Hosts scan plug-ins in helper
-// processes without a display, so none of it (nor the first round's every
-// query) may connect to the X server: a listening socket stands in for one,
-// and nothing may knock.
-TEST(AudioEffect, HundredLoadsLeakNothingAndNeverConnectToTheDisplay) {
+// A hundred loads, opens, blocks and closes (no fixture's instance keeps the
+// library loaded between them): leaks show up under the sanitizer build when
+// the process ends. Hosts scan plug-ins in helper processes without a
+// display, so none of it (nor the first round's every query) may connect to
+// the X server: a listening socket stands in for one, and nothing may knock.
+TEST(AudioEffectScan, HundredLoadsLeakNothingAndNeverConnectToTheDisplay) {
     mkdir("/tmp/.X11-unix", 01777);
     const int number = 7000 + static_cast<int>(getpid() % 2000);
     const std::string path = "/tmp/.X11-unix/X" + std::to_string(number);

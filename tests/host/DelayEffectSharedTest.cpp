@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "../base/TestSupport.h"
 #include "FakeHost.h"
 #include "host/PluginEditor.h"
 #include "host/vst2/Vst2Effect.h"
@@ -27,19 +28,12 @@ using namespace vst;
 class DelayEffectShared : public ::testing::Test {
 protected:
     FakeHost host;
-    std::string configDir;
+    TempDir config;  // every test's own configuration folder
 
-    void SetUp() override {
-        char pattern[] = "/tmp/varitap-host-XXXXXX";
-        ASSERT_NE(mkdtemp(pattern), nullptr);
-        configDir = pattern;
-        setenv("XDG_CONFIG_HOME", configDir.c_str(), 1);
-    }
+    void SetUp() override { setenv("XDG_CONFIG_HOME", config.path().c_str(), 1); }
     void TearDown() override {
         setEditorFactory(nullptr);
         setModulatorSmoothFactor(kDefaultSmoothFactor);
-        std::string command = "rm -rf '" + configDir + "'";
-        EXPECT_EQ(std::system(command.c_str()), 0);
     }
 
     // An instance made through the entry point's own call, closed through

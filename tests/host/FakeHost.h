@@ -1,12 +1,22 @@
 // A fake VST 2 host for the plug-in tests: loads the built bundle with
 // dlopen, calls its entry point with a callback whose answers the test sets
 // (version, vendor, pin connection, time information) and records what the
-// plug-in tells it (automation, display updates).
+// plug-in tells it (automation, display updates). Every test program that
+// includes it keeps the user's configuration out of reach.
 #pragma once
 
+#include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <stdlib.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -18,10 +28,49 @@ namespace varitap::test {
 using vst::AEffect;
 using vst::VstIntPtr;
 
+// Every instance saves the user presets file and reads the options: the
+// tests keep both in a private configuration folder, never the user's.
+class PrivateConfigEnvironment : public ::testing::Environment {
+public:
+    void SetUp() override {
+        // Hosts keep the system libraries the bundle uses loaded (they link
+        // most of them themselves). Held here too, so that unloading the
+        // bundle in the tests does not unload them with it: their own
+        // one-time set-up (pixman's implementations, libxml2's parser
+        // state) is theirs, and a leak check across loads must see only
+        // Varitap's allocations.
+        for (const char* library : {"libxml2.so.2", "libcairo.so.2", "libglib-2.0.so.0", "libxcb.so.1"}) {
+            dlopen(library, RTLD_NOW | RTLD_LOCAL);
+        }
+        char pattern[] = "/tmp/varitap-host-config-XXXXXX";
+        if (mkdtemp(pattern)) {
+            dir_ = pattern;
+            setenv("XDG_CONFIG_HOME", dir_.c_str(), 1);
+        }
+    }
+    void TearDown() override {
+        if (dir_.empty()) return;
+        std::string command = "rm -rf '" + dir_ + "'";
+        if (std::system(command.c_str()) != 0) dir_.clear();
+    }
+
+private:
+    std::string dir_;
+};
+
+inline ::testing::Environment* const privateConfig = ::testing::AddGlobalTestEnvironment(new PrivateConfigEnvironment);
+
 class FakeHost {
 public:
-    FakeHost();
-    ~FakeHost();
+    FakeHost() {
+        current() = this;
+        time.sampleRate = 44100.0;
+        time.tempo = 120.0;
+        time.flags = vst::kVstTempoValid;
+    }
+    ~FakeHost() {
+        if (current() == this) current() = nullptr;
+    }
     FakeHost(const FakeHost&) = delete;
     FakeHost& operator=(const FakeHost&) = delete;
 
@@ -39,12 +88,41 @@ public:
     std::vector<int32_t> timeRequests;
 
     // The callback handed to the plug-in; answers for the one live host.
-    static VstIntPtr callback(AEffect* effect, int32_t opcode, int32_t index, VstIntPtr value,
-                              void* ptr, float opt);
+    static VstIntPtr callback(AEffect*, int32_t opcode, int32_t index, VstIntPtr value, void* ptr, float opt) {
+        return current() ? current()->answer(opcode, index, value, ptr, opt) : 0;
+    }
 
 private:
-    VstIntPtr answer(int32_t opcode, int32_t index, VstIntPtr value, void* ptr, float opt);
-    static FakeHost* current;
+    static FakeHost*& current() {
+        static FakeHost* host = nullptr;
+        return host;
+    }
+    VstIntPtr answer(int32_t opcode, int32_t index, VstIntPtr value, void* ptr, float opt) {
+        using namespace vst;
+        switch (opcode) {
+            case audioMasterVersion:
+                return version;
+            case audioMasterGetVendorString:
+                if (vendor.empty() || !ptr) return 0;
+                std::strncpy(static_cast<char*>(ptr), vendor.c_str(), kVstMaxVendorStrLen - 1);
+                static_cast<char*>(ptr)[kVstMaxVendorStrLen - 1] = 0;
+                return 1;
+            case audioMasterPinConnected:
+                // 0 means connected.
+                return index < (value ? connectedOutputs : connectedInputs) ? 0 : 1;
+            case audioMasterGetTime:
+                timeRequests.push_back(static_cast<int32_t>(value));
+                return giveTime ? reinterpret_cast<VstIntPtr>(&time) : 0;
+            case audioMasterAutomate:
+                automated.emplace_back(index, opt);
+                return 0;
+            case audioMasterUpdateDisplay:
+                ++updateDisplayCount;
+                return 1;
+            default:
+                return 0;
+        }
+    }
 };
 
 using MainProc = AEffect* (*)(vst::audioMasterCallback);
@@ -52,12 +130,17 @@ using MainProc = AEffect* (*)(vst::audioMasterCallback);
 // The built bundle's shared object, opened with dlopen.
 class BundleLibrary {
 public:
-    explicit BundleLibrary(const char* symbol = "VSTPluginMain");
-    ~BundleLibrary();
+    explicit BundleLibrary(const char* symbol = "VSTPluginMain") {
+        handle_ = dlopen(path().c_str(), RTLD_NOW | RTLD_LOCAL);
+        if (handle_) entry_ = reinterpret_cast<MainProc>(dlsym(handle_, symbol));
+    }
+    ~BundleLibrary() {
+        if (handle_) dlclose(handle_);
+    }
     BundleLibrary(const BundleLibrary&) = delete;
     BundleLibrary& operator=(const BundleLibrary&) = delete;
 
-    static std::string path();
+    static std::string path() { return std::string(VARITAP_BUNDLE_DIR) + "/Contents/" + VARITAP_ARCH_DIR + "/Varitap.so"; }
     bool loaded() const { return handle_ != nullptr && entry_ != nullptr; }
     MainProc entry() const { return entry_; }
 
@@ -66,20 +149,57 @@ private:
     MainProc entry_ = nullptr;
 };
 
+// Channel pointer arrays as a host hands them over, each ending right before
+// a page nobody may touch: a plug-in that reads or writes a channel pointer
+// past the count the record declares faults at once, in every build.
+class GuardedPointers {
+public:
+    explicit GuardedPointers(std::vector<std::vector<float>>& buffers) {
+        page_ = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+        void* base = mmap(nullptr, 2 * page_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        if (base == MAP_FAILED || buffers.size() > page_ / sizeof(float*)) {
+            ADD_FAILURE() << "no guarded page for " << buffers.size() << " channels";
+            return;
+        }
+        base_ = static_cast<char*>(base);
+        mprotect(base_ + page_, page_, PROT_NONE);
+        pointers_ = reinterpret_cast<float**>(base_ + page_) - buffers.size();
+        for (size_t i = 0; i < buffers.size(); ++i) pointers_[i] = buffers[i].data();
+    }
+    ~GuardedPointers() {
+        if (base_) munmap(base_, 2 * page_);
+    }
+    GuardedPointers(const GuardedPointers&) = delete;
+    GuardedPointers& operator=(const GuardedPointers&) = delete;
+    float** get() const { return pointers_; }
+
+private:
+    size_t page_ = 0;
+    char* base_ = nullptr;
+    float** pointers_ = nullptr;
+};
+
 // One plug-in instance, closed (effClose) by the destructor.
 class Plugin {
 public:
-    Plugin(const BundleLibrary& library, FakeHost& host);
+    Plugin(const BundleLibrary& library, FakeHost&) {
+        if (library.entry()) effect_ = library.entry()(&FakeHost::callback);
+    }
     ~Plugin() { close(); }
     Plugin(const Plugin&) = delete;
     Plugin& operator=(const Plugin&) = delete;
 
     AEffect* effect() const { return effect_; }
     explicit operator bool() const { return effect_ != nullptr; }
-    void close();
+    void close() {
+        if (effect_) effect_->dispatcher(effect_, vst::effClose, 0, 0, nullptr, 0.0f);
+        effect_ = nullptr;
+    }
 
     VstIntPtr dispatch(int32_t opcode, int32_t index = 0, VstIntPtr value = 0, void* ptr = nullptr,
-                       float opt = 0.0f);
+                       float opt = 0.0f) {
+        return effect_->dispatcher(effect_, opcode, index, value, ptr, opt);
+    }
     void set(int32_t index, float value) { effect_->setParameter(effect_, index, value); }
     float get(int32_t index) { return effect_->getParameter(effect_, index); }
 
@@ -90,7 +210,12 @@ public:
     std::string display(int32_t index) { return text(vst::effGetParamDisplay, index); }
     std::string label(int32_t index) { return text(vst::effGetParamLabel, index); }
     std::string programName() { return text(vst::effGetProgramName, 0); }
-    std::string text(int32_t opcode, int32_t index);
+    std::string text(int32_t opcode, int32_t index) {
+        char buffer[256] = {};
+        std::strcpy(buffer, kUntouched);
+        dispatch(opcode, index, 0, buffer);
+        return buffer;
+    }
 
     // Runs processReplacing (or process) on the host's channel arrays: one
     // pointer per buffer, the pointer arrays ending at an inaccessible page.
@@ -99,19 +224,40 @@ public:
     void processAccumulating(Buffers& in, Buffers& out, int32_t frames) { run(effect_->process, in, out, frames); }
 
 private:
-    void run(vst::AEffectProcessProc process, Buffers& in, Buffers& out, int32_t frames);
+    void run(vst::AEffectProcessProc process, Buffers& in, Buffers& out, int32_t frames) {
+        GuardedPointers i(in), o(out);
+        process(effect_, i.get(), o.get(), frames);
+    }
     AEffect* effect_ = nullptr;
 };
 
 // A speaker arrangement record of any channel count, as a host builds one.
 class Arrangement {
 public:
-    Arrangement(int32_t type, int32_t channels);
+    Arrangement(int32_t type, int32_t channels) {
+        const size_t speakers = static_cast<size_t>(std::max(channels, 8));
+        bytes_.assign(offsetof(vst::VstSpeakerArrangement, speakers) + speakers * sizeof(vst::VstSpeakerProperties), 0);
+        get()->type = type;
+        get()->numChannels = channels;
+    }
     vst::VstSpeakerArrangement* get() { return reinterpret_cast<vst::VstSpeakerArrangement*>(bytes_.data()); }
 
 private:
     std::vector<unsigned char> bytes_;
 };
+
+// Output of a shell command, and its exit status.
+inline std::string commandOutput(const std::string& command, int* status = nullptr) {
+    std::string output;
+    FILE* pipe = popen(command.c_str(), "r");
+    if (!pipe) return output;
+    char buffer[4096];
+    size_t n;
+    while ((n = fread(buffer, 1, sizeof buffer, pipe)) > 0) output.append(buffer, n);
+    const int result = pclose(pipe);
+    if (status) *status = result;
+    return output;
+}
 
 // The fixture of the tests on the built bundle: the library and a host whose
 // answers a test may set before it makes its instances.
@@ -120,6 +266,18 @@ protected:
     void SetUp() override { ASSERT_TRUE(library.loaded()) << BundleLibrary::path(); }
     BundleLibrary library;
     FakeHost host;
+};
+
+// The fixture of the tests on one instance of the built bundle, made under
+// the host's first answers.
+class InstanceTest : public BundleTest {
+protected:
+    void SetUp() override {
+        BundleTest::SetUp();
+        instance = std::make_unique<Plugin>(library, host);
+        ASSERT_TRUE(*instance);
+    }
+    std::unique_ptr<Plugin> instance;
 };
 
 }  // namespace varitap::test

@@ -4,14 +4,24 @@
 // time:Position event, as jalv or Ardour do.
 #pragma once
 
+#include <dlfcn.h>
+#include <lv2/atom/atom.h>
+#include <lv2/buf-size/buf-size.h>
 #include <lv2/core/lv2.h>
+#include <lv2/options/options.h>
 #include <lv2/state/state.h>
+#include <lv2/time/time.h>
 #include <lv2/urid/urid.h>
 
+#include <algorithm>
 #include <cstdint>
+#include <cstring>
 #include <map>
 #include <string>
 #include <vector>
+
+#include "engine/ParameterLayout.h"
+#include "host/ParameterInfo.h"
 
 namespace varitap::test {
 
@@ -22,12 +32,20 @@ inline constexpr uint32_t kLv2Control = 245;
 
 class Lv2Library {
 public:
-    Lv2Library();
-    ~Lv2Library();
+    Lv2Library() {
+        handle_ = dlopen((bundlePath() + "/Contents/" VARITAP_ARCH_DIR "/Varitap.so").c_str(), RTLD_NOW | RTLD_LOCAL);
+        if (!handle_) return;
+        using Entry = const LV2_Descriptor* (*)(uint32_t);
+        auto entry = reinterpret_cast<Entry>(dlsym(handle_, "lv2_descriptor"));
+        if (entry) descriptor_ = entry(0);
+    }
+    ~Lv2Library() {
+        if (handle_) dlclose(handle_);
+    }
     Lv2Library(const Lv2Library&) = delete;
     Lv2Library& operator=(const Lv2Library&) = delete;
 
-    static std::string bundlePath();
+    static std::string bundlePath() { return VARITAP_LV2_BUNDLE_DIR; }
     bool loaded() const { return descriptor_ != nullptr; }
     const LV2_Descriptor* descriptor() const { return descriptor_; }
 
@@ -42,16 +60,43 @@ public:
     // maxBlock 0: no options feature at all. mapUrids false: no urid:map.
     // optionRate: the sample rate option (default: sampleRate).
     Lv2Plugin(const Lv2Library& library, double sampleRate, int32_t maxBlock = 4096, bool mapUrids = true,
-              float optionRate = 0.0f);
-    ~Lv2Plugin();
+              float optionRate = 0.0f)
+        : descriptor_(library.descriptor()) {
+        for (int32_t i = 0; i < kParameterCount; ++i) control[i] = parameterInfo(i).defaultValue;
+        const LV2_Feature mapFeature{LV2_URID__map, &map_};
+        const int32_t minBlock = 0;
+        const float rate = optionRate > 0.0f ? optionRate : static_cast<float>(sampleRate);
+        const LV2_Options_Option options[] = {
+            {LV2_OPTIONS_INSTANCE, 0, urid(LV2_BUF_SIZE__minBlockLength), sizeof(int32_t), urid(LV2_ATOM__Int), &minBlock},
+            {LV2_OPTIONS_INSTANCE, 0, urid(LV2_BUF_SIZE__maxBlockLength), sizeof(int32_t), urid(LV2_ATOM__Int), &maxBlock},
+            {LV2_OPTIONS_INSTANCE, 0, urid("http://lv2plug.in/ns/ext/parameters#sampleRate"), sizeof(float),
+             urid(LV2_ATOM__Float), &rate},
+            {LV2_OPTIONS_INSTANCE, 0, 0, 0, 0, nullptr},
+        };
+        const LV2_Feature optionsFeature{LV2_OPTIONS__options, const_cast<LV2_Options_Option*>(options)};
+        std::vector<const LV2_Feature*> features;
+        if (mapUrids) features.push_back(&mapFeature);
+        if (maxBlock > 0) features.push_back(&optionsFeature);
+        features.push_back(nullptr);
+        handle_ = descriptor_->instantiate(descriptor_, sampleRate, VARITAP_LV2_BUNDLE_DIR "/", features.data());
+        if (!handle_) return;
+        for (uint32_t i = 0; i < 241; ++i) descriptor_->connect_port(handle_, i, &control[i]);
+    }
+    ~Lv2Plugin() {
+        if (!handle_) return;
+        if (active_) descriptor_->deactivate(handle_);
+        descriptor_->cleanup(handle_);
+    }
     Lv2Plugin(const Lv2Plugin&) = delete;
     Lv2Plugin& operator=(const Lv2Plugin&) = delete;
 
     explicit operator bool() const { return handle_ != nullptr; }
-    LV2_Handle handle() const { return handle_; }
 
     float control[241];  // the control ports' values, the parameters' defaults at first
-    void activate();
+    void activate() {
+        descriptor_->activate(handle_);
+        active_ = true;
+    }
     // Runs frames from in into out (two channels each, at least frames long).
     // With a position, the block carries a time:Position event (frame,
     // speed, beats per minute) at offset 0.
@@ -60,7 +105,47 @@ public:
         float speed;
         float bpm;
     };
-    void run(const float* const* in, float* const* out, uint32_t frames, const Position* position = nullptr);
+    void run(const float* const* in, float* const* out, uint32_t frames, const Position* position = nullptr) {
+        auto* sequence = reinterpret_cast<LV2_Atom_Sequence*>(atoms_);
+        sequence->atom.type = urid(LV2_ATOM__Sequence);
+        sequence->atom.size = sizeof(LV2_Atom_Sequence_Body);
+        sequence->body.unit = 0;
+        sequence->body.pad = 0;
+        if (position) {
+            // One event: an object of type time:Position with three properties.
+            struct PositionEvent {
+                LV2_Atom_Event event;
+                LV2_Atom_Object_Body object;
+                LV2_Atom_Property_Body frameKey;
+                int64_t frame;
+                LV2_Atom_Property_Body speedKey;
+                float speed;
+                uint32_t pad1;
+                LV2_Atom_Property_Body bpmKey;
+                float bpm;
+                uint32_t pad2;
+            } e{};
+            e.event.time.frames = 0;
+            e.event.body.type = urid(LV2_ATOM__Object);
+            e.object.otype = urid(LV2_TIME__Position);
+            e.frameKey = {urid(LV2_TIME__frame), 0, {sizeof(int64_t), urid(LV2_ATOM__Long)}};
+            e.frame = position->frame;
+            e.speedKey = {urid(LV2_TIME__speed), 0, {sizeof(float), urid(LV2_ATOM__Float)}};
+            e.speed = position->speed;
+            e.bpmKey = {urid(LV2_TIME__beatsPerMinute), 0, {sizeof(float), urid(LV2_ATOM__Float)}};
+            e.bpm = position->bpm;
+            // The object's size: its body and the properties, without the last pad.
+            e.event.body.size = static_cast<uint32_t>(sizeof e - sizeof(LV2_Atom_Event) - sizeof e.pad2);
+            std::memcpy(atoms_ + sizeof(LV2_Atom_Sequence), &e, sizeof e);
+            sequence->atom.size += static_cast<uint32_t>(sizeof e);
+        }
+        for (uint32_t c = 0; c < 2; ++c) {
+            descriptor_->connect_port(handle_, kLv2AudioIn + c, const_cast<float*>(in[c]));
+            descriptor_->connect_port(handle_, kLv2AudioOut + c, out[c]);
+        }
+        descriptor_->connect_port(handle_, kLv2Control, atoms_);
+        descriptor_->run(handle_, frames);
+    }
 
     // State through state:interface, as key URI -> (type URI, bytes).
     struct Value {
@@ -69,16 +154,51 @@ public:
         bool operator==(const Value& other) const { return type == other.type && bytes == other.bytes; }
     };
     using State = std::map<std::string, Value>;
-    State save();
-    void restore(const State& state);
+    State save() {
+        State state;
+        if (const LV2_State_Interface* iface = stateInterface()) {
+            saving_ = &state;
+            iface->save(handle_, &Lv2Plugin::store, this, LV2_STATE_IS_POD | LV2_STATE_IS_PORTABLE, nullptr);
+            saving_ = nullptr;
+        }
+        return state;
+    }
+    void restore(const State& state) {
+        if (const LV2_State_Interface* iface = stateInterface()) {
+            restoring_ = &state;
+            iface->restore(handle_, &Lv2Plugin::retrieve, this, 0, nullptr);
+            restoring_ = nullptr;
+        }
+    }
 
-    uint32_t urid(const std::string& uri);
-    std::string uri(uint32_t urid) const;
+    uint32_t urid(const std::string& uri) {
+        auto it = std::find(uris_.begin(), uris_.end(), uri);
+        if (it != uris_.end()) return static_cast<uint32_t>(it - uris_.begin() + 1);
+        uris_.push_back(uri);
+        return static_cast<uint32_t>(uris_.size());
+    }
+    std::string uri(uint32_t id) const { return id >= 1 && id <= uris_.size() ? uris_[id - 1] : std::string(); }
 
 private:
-    static uint32_t mapUri(void* handle, const char* uri);
-    static const void* retrieve(void* handle, uint32_t key, size_t* size, uint32_t* type, uint32_t* flags);
-    static LV2_State_Status store(void* handle, uint32_t key, const void* value, size_t size, uint32_t type, uint32_t flags);
+    const LV2_State_Interface* stateInterface() const {
+        return static_cast<const LV2_State_Interface*>(descriptor_->extension_data(LV2_STATE__interface));
+    }
+    static uint32_t mapUri(void* handle, const char* uri) { return static_cast<Lv2Plugin*>(handle)->urid(uri); }
+    static LV2_State_Status store(void* handle, uint32_t key, const void* value, size_t size, uint32_t type, uint32_t) {
+        auto* self = static_cast<Lv2Plugin*>(handle);
+        const auto* bytes = static_cast<const unsigned char*>(value);
+        (*self->saving_)[self->uri(key)] = Value{self->uri(type), std::vector<unsigned char>(bytes, bytes + size)};
+        return LV2_STATE_SUCCESS;
+    }
+    static const void* retrieve(void* handle, uint32_t key, size_t* size, uint32_t* type, uint32_t* flags) {
+        auto* self = static_cast<Lv2Plugin*>(handle);
+        auto it = self->restoring_->find(self->uri(key));
+        if (it == self->restoring_->end()) return nullptr;
+        *size = it->second.bytes.size();
+        *type = self->urid(it->second.type);
+        *flags = LV2_STATE_IS_POD | LV2_STATE_IS_PORTABLE;
+        return it->second.bytes.data();
+    }
 
     const LV2_Descriptor* descriptor_;
     LV2_Handle handle_ = nullptr;

@@ -11,6 +11,7 @@
 #include <atomic>
 #include <cmath>
 #include <cstring>
+#include <memory>
 #include <thread>
 
 #include "FakeHost.h"
@@ -21,34 +22,46 @@ namespace {
 
 using namespace vst;
 
-// Block b of a sine on both inputs, at song position 512 b: whether every
-// output sample came out finite.
-bool sineBlockIsFinite(Plugin& plugin, FakeHost& host, Plugin::Buffers& in, Plugin::Buffers& out, int b) {
-    for (int c = 0; c < 2; ++c)
-        for (int s = 0; s < 512; ++s) in[c][s] = std::sin(0.01f * float(s + 512 * b + c));
-    host.time.samplePos = 512.0 * b;
-    plugin.processReplacing(in, out, 512);
-    for (int c = 0; c < 2; ++c)
-        for (float x : out[c])
-            if (!std::isfinite(x)) return false;
-    return true;
-}
+// A plug-in at 48 kHz, switched on, under a playing transport at the given
+// tempo, its first `taps` taps routed from input 1 to output 1 (selector
+// values 1/44, 1/24).
+class HostThreadsTest : public BundleTest {
+protected:
+    void start(double tempo, int32_t flags, int taps) {
+        host.time.tempo = tempo;
+        host.time.flags = kVstTransportPlaying | kVstTempoValid | flags;
+        host.time.sampleRate = 48000.0;
+        instance = std::make_unique<Plugin>(library, host);
+        ASSERT_TRUE(*instance);
+        instance->dispatch(effSetSampleRate, 0, 0, nullptr, 48000.0f);
+        instance->dispatch(effSetBlockSize, 0, 512);
+        instance->dispatch(effMainsChanged, 0, 1);
+        for (int t = 0; t < taps; ++t) {
+            instance->set(kTapInputParameterBase + t, 1.5f / kInputSelectorScale);
+            instance->set(kTapOutputParameterBase + t, 1.5f / kOutputSelectorScale);
+        }
+    }
+    // Block b of a sine on both inputs, at song position 512 b: whether
+    // every output sample came out finite.
+    bool sineBlockIsFinite(int b) {
+        for (int c = 0; c < 2; ++c)
+            for (int s = 0; s < 512; ++s) in[c][s] = std::sin(0.01f * float(s + 512 * b + c));
+        host.time.samplePos = 512.0 * b;
+        instance->processReplacing(in, out, 512);
+        for (int c = 0; c < 2; ++c)
+            for (float x : out[c])
+                if (!std::isfinite(x)) return false;
+        return true;
+    }
+    std::unique_ptr<Plugin> instance;
+    Plugin::Buffers in = Plugin::Buffers(2, std::vector<float>(512)), out = in;
+};
 
-TEST(HostThreadsTest, ProcessAndMainsChangedOnOneThreadWhileAnotherAutomatesAndReads) {
-    BundleLibrary library;
-    ASSERT_TRUE(library.loaded()) << BundleLibrary::path();
-    FakeHost host;
-    host.time.tempo = 120.0;
-    host.time.sampleRate = 48000.0;
+TEST_F(HostThreadsTest, ProcessAndMainsChangedOnOneThreadWhileAnotherAutomatesAndReads) {
     // Ardour reports automation writing: the modulators then write through
-    // the host (audioMasterAutomate) from the audio thread.
-    host.time.flags = kVstTransportPlaying | kVstTempoValid | kVstAutomationWriting;
-    Plugin plugin(library, host);
-    ASSERT_TRUE(plugin);
-    plugin.dispatch(effSetSampleRate, 0, 0, nullptr, 48000.0f);
-    plugin.dispatch(effSetBlockSize, 0, 512);
-    plugin.dispatch(effMainsChanged, 0, 1);
-
+    // the host (audioMasterAutomate) from the audio thread. Every tap routed.
+    ASSERT_NO_FATAL_FAILURE(start(120.0, kVstAutomationWriting, kTapCount));
+    Plugin& plugin = *instance;
     // Every modulator running, aimed at a tap's delay, volume or feedback.
     for (int m = 0; m < kModulatorCount; ++m) {
         const int target = tapParameterIndex(m, m % 3);
@@ -56,11 +69,6 @@ TEST(HostThreadsTest, ProcessAndMainsChangedOnOneThreadWhileAnotherAutomatesAndR
         plugin.set(modulatorParameterIndex(m, kModulatorSpeed), 0.9f);
         plugin.set(modulatorParameterIndex(m, kModulatorSync), m % 2 ? 1.0f : 0.0f);
         plugin.set(modulatorParameterIndex(m, kModulatorPower), 1.0f);
-    }
-    // Every tap routed from input 1 to output 1 (selector values 1/44, 1/24).
-    for (int t = 0; t < kTapCount; ++t) {
-        plugin.set(kTapInputParameterBase + t, 1.5f / kInputSelectorScale);
-        plugin.set(kTapOutputParameterBase + t, 1.5f / kOutputSelectorScale);
     }
 
     std::atomic<bool> stop{false};
@@ -70,11 +78,9 @@ TEST(HostThreadsTest, ProcessAndMainsChangedOnOneThreadWhileAnotherAutomatesAndR
         unsigned i = 0;
         while (!stop.load()) {
             const int32_t index = int32_t(i % kParameterCount);
-            const bool modulatorTarget = index >= kModulatorParameterBase &&
-                                         ((index - kModulatorParameterBase) % kModulatorParameterCount ==
-                                              kModulatorIndex ||
-                                          (index - kModulatorParameterBase) % kModulatorParameterCount ==
-                                              kModulatorPower);
+            const int slot = (index - kModulatorParameterBase) % kModulatorParameterCount;
+            const bool modulatorTarget =
+                index >= kModulatorParameterBase && (slot == kModulatorIndex || slot == kModulatorPower);
             // Synchronised lengths up to the longest note value make the
             // audio thread grow the lines while this thread sets them.
             if (!modulatorTarget) plugin.set(index, float((i * 7) % 101) / 100.0f);
@@ -92,7 +98,6 @@ TEST(HostThreadsTest, ProcessAndMainsChangedOnOneThreadWhileAnotherAutomatesAndR
         }
     });
 
-    Plugin::Buffers in(2, std::vector<float>(512)), out(2, std::vector<float>(512));
     // At least 600 blocks, and on until the other thread went twice through
     // every parameter.
     for (int b = 0; b < 600 || (reads.load() < 2 * kParameterCount && b < 100000); ++b) {
@@ -100,7 +105,7 @@ TEST(HostThreadsTest, ProcessAndMainsChangedOnOneThreadWhileAnotherAutomatesAndR
             plugin.dispatch(effMainsChanged, 0, 0);
             plugin.dispatch(effMainsChanged, 0, 1);
         }
-        ASSERT_TRUE(sineBlockIsFinite(plugin, host, in, out, b)) << "block " << b;
+        ASSERT_TRUE(sineBlockIsFinite(b)) << "block " << b;
     }
     stop = true;
     automation.join();
@@ -113,21 +118,10 @@ TEST(HostThreadsTest, ProcessAndMainsChangedOnOneThreadWhileAnotherAutomatesAndR
 // (three taps synchronised to "1/4" at a tempo that falls 1.5 % every block,
 // so that their lines are reallocated inside every block). Crashes, or
 // sanitizer reports, when another thread touches line memory.
-TEST(HostThreadsTest, SuspendAndRateChangesFromOtherThreadsWhileTheLinesGrow) {
-    BundleLibrary library;
-    ASSERT_TRUE(library.loaded()) << BundleLibrary::path();
-    FakeHost host;
-    host.time.tempo = 50.0;
-    host.time.flags = kVstTransportPlaying | kVstTempoValid;
-    Plugin plugin(library, host);
-    ASSERT_TRUE(plugin);
-    plugin.dispatch(effSetSampleRate, 0, 0, nullptr, 48000.0f);
-    plugin.dispatch(effMainsChanged, 0, 1);
-    for (int t = 0; t < 3; ++t) {
-        plugin.set(kTapInputParameterBase + t, 1.5f / kInputSelectorScale);
-        plugin.set(kTapOutputParameterBase + t, 1.5f / kOutputSelectorScale);
-        plugin.set(tapParameterIndex(t, kTapSync), 1.0f);
-    }
+TEST_F(HostThreadsTest, SuspendAndRateChangesFromOtherThreadsWhileTheLinesGrow) {
+    ASSERT_NO_FATAL_FAILURE(start(50.0, 0, 3));
+    Plugin& plugin = *instance;
+    for (int t = 0; t < 3; ++t) plugin.set(tapParameterIndex(t, kTapSync), 1.0f);
 
     std::atomic<bool> stop{false};
     std::atomic<long> suspends{0}, rateChanges{0};
@@ -150,7 +144,6 @@ TEST(HostThreadsTest, SuspendAndRateChangesFromOtherThreadsWhileTheLinesGrow) {
         }
     });
 
-    Plugin::Buffers in(2, std::vector<float>(512)), out(2, std::vector<float>(512));
     int finiteBlocks = 0;
     for (int b = 0; b < 200 && finiteBlocks == b; ++b) {
         // 50 down to 2.4 beats per minute: lines from 1.2 s (past the 56000
@@ -159,7 +152,7 @@ TEST(HostThreadsTest, SuspendAndRateChangesFromOtherThreadsWhileTheLinesGrow) {
         // automation puts it back on "1/4".
         host.time.tempo = 50.0 * std::pow(0.985, b);
         for (int t = 0; t < 3; ++t) plugin.set(tapParameterIndex(t, kTapDelay), 0.55f);
-        if (sineBlockIsFinite(plugin, host, in, out, b)) ++finiteBlocks;
+        if (sineBlockIsFinite(b)) ++finiteBlocks;
     }
     stop = true;
     mains.join();

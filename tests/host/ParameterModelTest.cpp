@@ -18,19 +18,10 @@ using namespace vst;
 
 constexpr const char* kUntouched = Plugin::kUntouched;
 
-class ParameterModelTest : public BundleTest {
-protected:
-    std::unique_ptr<Plugin> plugin;
-
-    void SetUp() override {
-        BundleTest::SetUp();
-        plugin = std::make_unique<Plugin>(library, host);
-        ASSERT_TRUE(*plugin);
-    }
-};
+using ParameterModelTest = InstanceTest;
 
 TEST_F(ParameterModelTest, NamesFollowTheLayout) {
-    Plugin& p = *plugin;
+    Plugin& p = *instance;
     EXPECT_EQ(p.name(0), "#1 Input Channel");
     EXPECT_EQ(p.name(9), "#10 Input Channel");
     EXPECT_EQ(p.name(10), "#1 Output Channel");
@@ -71,7 +62,7 @@ void expectRows(Plugin& p, std::initializer_list<Row> rows) {
 }
 
 TEST_F(ParameterModelTest, ChannelSelectorsShowSevenPlaceNumbers) {
-    expectRows(*plugin, {{2, 0.5f, 0.5f, "     22"},
+    expectRows(*instance, {{2, 0.5f, 0.5f, "     22"},
                          {0, 1.0f, 1.0f, "     44"},  // Intern 4
                          {0, 0.99f, 0.99f, "     43"},
                          {9, 0.0f, 0.0f, "      0"},
@@ -79,11 +70,11 @@ TEST_F(ParameterModelTest, ChannelSelectorsShowSevenPlaceNumbers) {
                          {19, 0.5f, 0.5f, "     12"},
                          {20, 0.25f, 0.25f, "0.250000"}});
     // Routing and the mix have no label.
-    for (int32_t i : {0, 10, 20}) EXPECT_EQ(plugin->label(i), kUntouched) << i;
+    for (int32_t i : {0, 10, 20}) EXPECT_EQ(instance->label(i), kUntouched) << i;
 }
 
 TEST_F(ParameterModelTest, TapTextsComeFromTheTaps) {
-    Plugin& p = *plugin;
+    Plugin& p = *instance;
     const int tap3 = 21 + 2 * 7;
     // "Init" leaves tap 3 free at length 0; its full 56000-sample line is
     // 1269.8 ms, cut to "1269". Volume 0 in decibels; filter type names;
@@ -106,7 +97,7 @@ TEST_F(ParameterModelTest, TapTextsComeFromTheTaps) {
 }
 
 TEST_F(ParameterModelTest, ModulatorRowsKeepTheirOddities) {
-    Plugin& p = *plugin;
+    Plugin& p = *instance;
     const int m1 = 91, m10 = 91 + 9 * 15;
     expectRows(p, {// "Index" carries a raw parameter number and shows its name.
                    {m1 + 1, 21.7f, 21.0f, "#1: Delay"},
@@ -142,7 +133,7 @@ TEST_F(ParameterModelTest, ModulatorRowsKeepTheirOddities) {
 }
 
 TEST_F(ParameterModelTest, IndicesOutsideTheLayoutReachNothing) {
-    Plugin& p = *plugin;
+    Plugin& p = *instance;
     std::vector<float> before;
     for (int32_t i = 0; i < 241; ++i) before.push_back(p.get(i));
     for (int32_t i : {-1, -91, INT_MIN, 241, 242, 255, 256, INT_MAX}) {

@@ -1,5 +1,6 @@
 // Every factory preset, applied to a fresh instance and fed a test signal,
-// must be heard and must stay finite and bounded.
+// must be heard, stay finite and bounded, and sound the same in both of the
+// engine's forms.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -20,7 +21,6 @@ namespace {
 using test::BridgeTest;
 
 constexpr int kSampleRate = 44100;
-constexpr int kBlock = 512;
 constexpr int kSeconds = 3;
 // The test signal peaks at 0.5; a preset whose output passes 4.0 (+18 dB
 // over the input) has feedback running away.
@@ -49,9 +49,8 @@ struct Rendered {
     std::vector<float> out[2];
 };
 
-// Blocks of kBlock frames, or of the sizes given in turn.
-Rendered render(DelayEffect& effect, const std::vector<float> (&input)[2],
-                const std::vector<int>& blocks = {kBlock}) {
+// Blocks of the sizes given in turn.
+Rendered renderBlocks(DelayEffect& effect, const std::vector<float> (&input)[2], const std::vector<int>& blocks) {
     Rendered result;
     const size_t length = input[0].size();
     for (auto& channel : result.out) channel.assign(length, 0.0f);
@@ -75,15 +74,36 @@ Rendered render(DelayEffect& effect, const std::vector<float> (&input)[2],
 }
 
 // At least 5 folders and 30 distinctly named presets, each a complete
-// version-1 state; applied to a fresh instance each is heard, finite and bounded.
-TEST_F(BridgeTest, EveryFactoryPresetIsCompleteAudibleFiniteAndBounded) {
+// version-1 state; applied to a fresh instance each is heard, finite and
+// bounded. The engine's waves sound sample for sample as its plain form
+// (taps one after another) for "Init" and every preset, over blocks of 1 to
+// 4096 frames (each block runs under flush to zero, as the engine sets it).
+TEST_F(BridgeTest, EveryFactoryPresetIsCompleteAudibleFiniteBoundedAndTheSameInWavesAndInThePlainForm) {
     auto library = makeRef<PresetLibrary>();
     ASSERT_TRUE(library->loadFile(VARITAP_FACTORY_PRESETS, true));
     ASSERT_GE(library->folderCount(), 5u);
     const std::vector<float> input[2] = {testSignal(0), testSignal(1)};
+    const std::vector<int> blocks = {512, 1, 333, 4096, 64, 7, 1024, 4095, 2, 256};
+    // Renders in waves and in the plain form and expects the same samples.
+    auto render = [&](Preset* preset) {
+        auto waves = makeEffect();
+        auto plain = makeEffect();
+        plain->engine().setTapSchedule(DelayEngine::TapSchedule::kSequential);
+        if (preset) {
+            waves->applyPreset(preset);
+            plain->applyPreset(preset);
+            EXPECT_EQ(programName(waves), preset->getName());
+        }
+        const Rendered a = renderBlocks(*waves, input, blocks);
+        const Rendered b = renderBlocks(*plain, input, blocks);
+        for (int c = 0; c < 2; ++c)
+            EXPECT_EQ(0, std::memcmp(a.out[c].data(), b.out[c].data(), a.out[c].size() * sizeof(float)))
+                << "channel " << c;
+        return a;
+    };
     // What a fresh instance (the "Init" program) makes of the signal: every
     // preset must sound different from it.
-    const Rendered init = render(*makeEffect(), input);
+    const Rendered init = render(nullptr);
     std::set<std::string> names;
     for (uint32_t f = 0; f < library->folderCount(); ++f) {
         PresetFolder* folder = library->folderAt(f);
@@ -106,10 +126,7 @@ TEST_F(BridgeTest, EveryFactoryPresetIsCompleteAudibleFiniteAndBounded) {
                 EXPECT_TRUE(v >= 0.0 && (isIndex ? v < kParameterCount : v <= 1.0)) << i << " = " << v;
             }
 
-            auto effect = makeEffect();
-            effect->applyPreset(preset);
-            ASSERT_EQ(programName(effect), preset->getName());
-            const Rendered rendered = render(*effect, input);
+            const Rendered rendered = render(preset);
             // Echoes: what the outputs carry while the input is silent
             // (between the bursts and after them).
             float peak = 0.0f, difference = 0.0f, fromInit = 0.0f;
@@ -140,36 +157,6 @@ TEST_F(BridgeTest, EveryFactoryPresetIsCompleteAudibleFiniteAndBounded) {
         }
     }
     EXPECT_GE(names.size(), 30u);
-}
-
-// The engine's waves against its plain form (taps one after another), sample
-// for sample, for "Init" and every factory preset, over blocks of 1 to 4096
-// frames (each block runs under flush to zero, as the engine sets it).
-TEST_F(BridgeTest, EveryFactoryPresetSoundsTheSameInWavesAndInThePlainForm) {
-    auto library = makeRef<PresetLibrary>();
-    ASSERT_TRUE(library->loadFile(VARITAP_FACTORY_PRESETS, true));
-    std::vector<float> input[2] = {testSignal(0), testSignal(1)};
-    for (auto& channel : input) channel.resize(channel.size() / 2);
-    const std::vector<int> blocks = {512, 1, 333, 4096, 64, 7, 1024, 4095, 2, 256};
-    std::vector<Preset*> presets = {nullptr};  // "Init"
-    for (uint32_t f = 0; f < library->folderCount(); ++f)
-        for (uint32_t p = 0; p < library->folderAt(f)->presetCount(); ++p)
-            presets.push_back(library->folderAt(f)->presetAt(p));
-    for (Preset* preset : presets) {
-        SCOPED_TRACE(preset ? preset->getName() : std::string("Init"));
-        auto waves = makeEffect();
-        auto plain = makeEffect();
-        plain->engine().setTapSchedule(DelayEngine::TapSchedule::kSequential);
-        if (preset) {
-            waves->applyPreset(preset);
-            plain->applyPreset(preset);
-        }
-        const Rendered a = render(*waves, input, blocks);
-        const Rendered b = render(*plain, input, blocks);
-        for (int c = 0; c < 2; ++c)
-            ASSERT_EQ(0, std::memcmp(a.out[c].data(), b.out[c].data(), a.out[c].size() * sizeof(float)))
-                << "channel " << c;
-    }
 }
 
 }  // namespace

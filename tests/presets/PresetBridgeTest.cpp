@@ -184,34 +184,22 @@ TEST_F(BridgeTest, ProgramNameReachesTheHostAndUserPresetsAreRemembered) {
     EXPECT_EQ(programName(effect), "Factory Sound");
 }
 
-TEST_F(BridgeTest, InstancesShareTheLibraryAndEachClosingSavesIt) {
-    const std::string user = config_ / "brelmo.varitap.presets.xml";
+// Sharing itself: DelayEffectShared.TwoInstancesShareTheSingletonsUntilTheLastCloses.
+TEST_F(BridgeTest, EachClosingInstanceSavesTheSharedLibraryAndANewOneReadsIt) {
     auto first = makeEffect();
-    PresetLibrary* library = PresetLibrary::current();
-    ASSERT_NE(library, nullptr);
     auto second = makeEffect();
-    EXPECT_EQ(PresetLibrary::current(), library);
-
     RefPtr<Preset> preset = RefPtr<Preset>::adopt(first->createPresetFromState("Shared"));
-    library->addFolder("Session")->addPreset(preset.get());
+    PresetLibrary::current()->addFolder("Session")->addPreset(preset.get());
     second.reset();  // the first closing instance writes the file
-    {
-        auto saved = makeRef<PresetLibrary>();
-        ASSERT_TRUE(saved->loadFile(user, false));
-        ASSERT_EQ(saved->folderCount(), 1u);
-        ASSERT_EQ(saved->folderAt(0)->presetCount(), 1u);
-        EXPECT_EQ(saved->folderAt(0)->presetAt(0)->getName(), "Shared");
-        EXPECT_EQ(saved->folderAt(0)->presetAt(0)->properties().count(), 3u + kParameterCount);
-    }
-    EXPECT_EQ(PresetLibrary::current(), library);
-    library->addFolder("Later");
-    first.reset();
-    EXPECT_EQ(PresetLibrary::current(), nullptr);
     auto saved = makeRef<PresetLibrary>();
-    saved->loadFile(user, false);
-    EXPECT_EQ(saved->folderCount(), 2u);
+    ASSERT_TRUE(saved->loadFile(config_ / "brelmo.varitap.presets.xml", false));
+    ASSERT_EQ(saved->folderCount(), 1u);
+    ASSERT_EQ(saved->folderAt(0)->presetCount(), 1u);
+    EXPECT_EQ(saved->folderAt(0)->presetAt(0)->getName(), "Shared");
+    EXPECT_EQ(saved->folderAt(0)->presetAt(0)->properties().count(), 3u + kParameterCount);
 
-    // A new instance reads the file again.
+    PresetLibrary::current()->addFolder("Later");
+    first.reset();  // so does the last
     auto third = makeEffect();
     ASSERT_NE(PresetLibrary::current(), nullptr);
     EXPECT_EQ(PresetLibrary::current()->folderCount(), 2u);

@@ -93,6 +93,19 @@ std::vector<std::string> leftovers(const TempDir& folder, const std::string& kee
     return others;
 }
 
+// The exit status of body run in a child process (-1 when it did not exit);
+// a write past a file size limit fails there instead of killing it.
+int inChild(const std::function<int()>& body) {
+    const pid_t child = fork();
+    if (child == 0) {
+        signal(SIGXFSZ, SIG_IGN);
+        _exit(body());
+    }
+    int status = 0;
+    if (child < 0 || waitpid(child, &status, 0) != child || !WIFEXITED(status)) return -1;
+    return WEXITSTATUS(status);
+}
+
 TEST(PresetLibraryTest, TreeRoundTripAndFactoryFlags) {
     TempDir folder;
     const std::string user = folder / "user.xml";
@@ -275,20 +288,13 @@ TEST(PresetLibraryTest, FailedSaveLeavesTheOldFileWhole) {
     const std::string old = readFile(user);
 
     // In a child process, a file size limit makes the write fail part way.
-    const pid_t child = fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) {
-        signal(SIGXFSZ, SIG_IGN);
+    EXPECT_EQ(0, inChild([&] {
         struct rlimit limit = {4096, 4096};
         setrlimit(RLIMIT_FSIZE, &limit);
         auto library = makeRef<PresetLibrary>();
         fillLibrary(*library, 4, 241, "Big");
-        _exit(library->saveFile(user) ? 1 : 0);
-    }
-    int status = 0;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    ASSERT_TRUE(WIFEXITED(status));
-    EXPECT_EQ(WEXITSTATUS(status), 0) << "the save should have reported failure";
+        return library->saveFile(user) ? 1 : 0;
+    })) << "the save should have reported failure";
     EXPECT_EQ(readFile(user), old);
     EXPECT_TRUE(leftovers(folder, "user.xml").empty());
 
@@ -297,10 +303,7 @@ TEST(PresetLibraryTest, FailedSaveLeavesTheOldFileWhole) {
 
     // The shared library's save fails after it took in what another process
     // saved meanwhile; its next save neither loses nor repeats that.
-    const pid_t again = fork();
-    ASSERT_GE(again, 0);
-    if (again == 0) {
-        signal(SIGXFSZ, SIG_IGN);
+    EXPECT_EQ(0, inChild([&] {
         PresetLibrary* shared = PresetLibrary::acquireForInstance("", user);
         auto other = makeRef<PresetLibrary>();
         other->loadFile(user, false);
@@ -309,14 +312,12 @@ TEST(PresetLibraryTest, FailedSaveLeavesTheOldFileWhole) {
         fillLibrary(*shared, 2, 241, "Big");
         struct rlimit limit = {4096, RLIM_INFINITY};
         setrlimit(RLIMIT_FSIZE, &limit);
-        if (shared->saveChanges()) _exit(1);
+        if (shared->saveChanges()) return 1;
         limit.rlim_cur = RLIM_INFINITY;
         setrlimit(RLIMIT_FSIZE, &limit);
         shared->removeFolder(shared->folderAt(2));  // "Big1"
-        _exit(shared->saveChanges() ? 0 : 1);
-    }
-    ASSERT_EQ(waitpid(again, &status, 0), again);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+        return shared->saveChanges() ? 0 : 1;
+    }));
     EXPECT_EQ(fileContents(user), (std::vector<std::string>{"Old:", "Big0: p", "Other:"}));
 }
 

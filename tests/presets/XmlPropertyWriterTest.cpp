@@ -12,19 +12,15 @@ namespace {
 
 using namespace test;
 
-// Collects what is written; fails every write from a given one on.
-class MemoryStream : public ByteStream {
+// The library's memory stream, failing every write from a given one on.
+class FailingStream : public StringOutputStream {
 public:
-    explicit MemoryStream(int failFrom = -1) : failFrom_(failFrom) {}
-    bool read(void*, size_t, size_t*) override { return false; }
+    explicit FailingStream(int failFrom) : failFrom_(failFrom) {}
     bool write(const void* buffer, size_t length, size_t* count) override {
         if (failFrom_ >= 0 && writes_ >= failFrom_) return false;
         ++writes_;
-        bytes.append(static_cast<const char*>(buffer), length);
-        if (count) *count = length;
-        return true;
+        return StringOutputStream::write(buffer, length, count);
     }
-    std::string bytes;
     int writes_ = 0;
 
 private:
@@ -94,7 +90,7 @@ TEST(XmlPropertyWriterTest, DecimalCommaLocaleWritesAndReadsTheSameBytes) {
 }
 
 TEST(XmlPropertyWriterTest, OpenTagAttributesAndRawText) {
-    auto stream = makeRef<MemoryStream>();
+    auto stream = makeRef<StringOutputStream>();
     auto writer = makeRef<XmlPropertyWriter>(stream.get());
     PropertyList attributes;
     PropertyList inner;
@@ -111,12 +107,12 @@ TEST(XmlPropertyWriterTest, OpenTagAttributesAndRawText) {
     auto raw = RefPtr<PropertyValue>::adopt(PropertyValue::makeString("k\"&", "<v>"));
     EXPECT_TRUE(writer->writeProperty(raw.get()));
     EXPECT_TRUE(writer->writeCloseTag("open"));
-    EXPECT_EQ(stream->bytes,
+    EXPECT_EQ(stream->text(),
               "<tag n=\"-42\" f=\"0.250000\" s=\"a&b<\"c\"\" />\n"
               "<open>\n"
               "\t<string name=\"k\"&\" value=\"<v>\" />\n"
               "</open>\n");
-    EXPECT_EQ(writer->bytesRequested(), stream->bytes.size());
+    EXPECT_EQ(writer->bytesRequested(), stream->text().size());
 }
 
 TEST(XmlPropertyWriterTest, StopsAtTheFirstFailedWrite) {
@@ -128,18 +124,18 @@ TEST(XmlPropertyWriterTest, StopsAtTheFirstFailedWrite) {
     auto array = RefPtr<PropertyValue>::adopt(PropertyValue::makeArray("arr", children));
     // Writes: "<array ...>" (1), TAB (2), "<long a>" (3), TAB (4), "<long b>" (5), "</array>" (6).
     for (int failFrom = 0; failFrom < 6; ++failFrom) {
-        auto stream = makeRef<MemoryStream>(failFrom);
+        auto stream = makeRef<FailingStream>(failFrom);
         auto writer = makeRef<XmlPropertyWriter>(stream.get());
         EXPECT_FALSE(writer->writeProperty(array.get())) << failFrom;
         // Between the array's start line and its end line the depth is one.
         EXPECT_EQ(writer->depth(), failFrom == 0 || failFrom == 5 ? 0u : 1u) << failFrom;
         EXPECT_EQ(stream->writes_, failFrom);
     }
-    auto stream = makeRef<MemoryStream>();
+    auto stream = makeRef<FailingStream>(-1);
     auto writer = makeRef<XmlPropertyWriter>(stream.get());
     EXPECT_TRUE(writer->writeProperty(array.get()));
     EXPECT_EQ(stream->writes_, 6);
-    EXPECT_EQ(stream->bytes, "<array name=\"arr\">\n\t<long name=\"a\" value=\"1\" />\n"
+    EXPECT_EQ(stream->text(), "<array name=\"arr\">\n\t<long name=\"a\" value=\"1\" />\n"
                              "\t<long name=\"b\" value=\"2\" />\n</array>\n");
 }
 

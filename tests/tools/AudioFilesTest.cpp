@@ -26,7 +26,7 @@ TEST(AudioFilesTest, OutputFormatFollowsTheExtension) {
 
 TEST(AudioFilesTest, WriterLeavesNothingUntilCommitAndNothingWhenDiscarded) {
     TempDir dir;
-    const std::string path = dir.file("out.wav");
+    const std::string path = dir / "out.wav";
     std::vector<float> frames = {0.25f, -0.5f, 1.5f, 0.0f};  // 1.5 survives in float
     {
         AtomicAudioWriter writer;
@@ -34,10 +34,10 @@ TEST(AudioFilesTest, WriterLeavesNothingUntilCommitAndNothingWhenDiscarded) {
         ASSERT_TRUE(writer.open(path, 2, 22050, error)) << error;
         ASSERT_TRUE(writer.write(frames.data(), 2));
         EXPECT_FALSE(fileExists(path));
-        EXPECT_EQ(dir.entries().size(), 1u);  // the hidden temporary file
+        EXPECT_EQ(entries(dir).size(), 1u);  // the hidden temporary file
         // Destroyed without commit: a failed render.
     }
-    EXPECT_TRUE(dir.entries().empty());
+    EXPECT_TRUE(entries(dir).empty());
 
     std::string error;
     ASSERT_TRUE(writeAudioFile(path, frames, 2, 22050, error)) << error;
@@ -45,7 +45,7 @@ TEST(AudioFilesTest, WriterLeavesNothingUntilCommitAndNothingWhenDiscarded) {
     EXPECT_EQ(audio.channels, 2);
     EXPECT_EQ(audio.rate, 22050);
     EXPECT_EQ(audio.samples, frames);
-    EXPECT_EQ(dir.entries(), std::vector<std::string>{"out.wav"});
+    EXPECT_EQ(entries(dir), std::vector<std::string>{"out.wav"});
 }
 
 TEST(AudioFilesTest, UnwritablePlacesAndUnreadableFilesAreNamedReasons) {
@@ -58,15 +58,15 @@ TEST(AudioFilesTest, UnwritablePlacesAndUnreadableFilesAreNamedReasons) {
     // Missing and non-audio inputs are refused through the program itself.
     EXPECT_EQ(FileSource::open(dir.path(), error), nullptr);
 
-    ASSERT_TRUE(writeAudioFile(dir.file("ok.wav"), {0.5f, 0.25f, 0.125f}, 1, 8000, error));
-    auto source = FileSource::open(dir.file("ok.wav"), error);
+    ASSERT_TRUE(writeAudioFile(dir / "ok.wav", {0.5f, 0.25f, 0.125f}, 1, 8000, error));
+    auto source = FileSource::open(dir / "ok.wav", error);
     ASSERT_NE(source, nullptr);
     EXPECT_EQ(source->frames(), 3);
     auto memory = source->readAll();
     EXPECT_EQ(memory->samples(), (std::vector<float>{0.5f, 0.25f, 0.125f}));
     if (::geteuid() != 0) {  // root writes anywhere
-        ::chmod(dir.file("ok.wav").c_str(), 0);
-        EXPECT_EQ(FileSource::open(dir.file("ok.wav"), error), nullptr);
+        ::chmod((dir / "ok.wav").c_str(), 0);
+        EXPECT_EQ(FileSource::open(dir / "ok.wav", error), nullptr);
         EXPECT_NE(error.find("Permission denied"), std::string::npos);
     }
 }

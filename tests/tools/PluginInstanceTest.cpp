@@ -19,13 +19,6 @@ std::string hostInfo(PluginInstance& plugin) {
     return text;
 }
 
-std::unique_ptr<PluginInstance> loadOrFail(const std::string& path) {
-    std::string error;
-    auto plugin = PluginInstance::load(path, error);
-    EXPECT_NE(plugin, nullptr) << error;
-    return plugin;
-}
-
 }  // namespace
 
 TEST(PluginInstanceTest, FindsTheSharedObjectAndTheBundleBothWays) {
@@ -51,8 +44,8 @@ TEST(PluginInstanceTest, RefusesWhatIsNotAVst2PlugInAndSaysWhy) {
     std::string error;
     EXPECT_EQ(PluginInstance::load(NOT_A_PLUGIN_SO, error), nullptr);
     EXPECT_NE(error.find("no VSTPluginMain or main"), std::string::npos) << error;
-    std::ofstream(dir.file("fake.so")) << "not an ELF file";
-    EXPECT_EQ(PluginInstance::load(dir.file("fake.so"), error), nullptr);
+    std::ofstream(dir / "fake.so") << "not an ELF file";
+    EXPECT_EQ(PluginInstance::load(dir / "fake.so", error), nullptr);
     EXPECT_NE(error.find("(cannot load it"), std::string::npos) << error;
 
     ::setenv("TEST_DELAY_REFUSE", "1", 1);

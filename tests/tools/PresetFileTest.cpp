@@ -13,11 +13,11 @@
 
 using namespace render;
 using rendertest::ConfigHomeGuard;
+using rendertest::entries;
 using rendertest::TempDir;
+using varitap::test::writeFile;
 
 namespace {
-
-void writeFile(const std::string& path, const std::string& text) { std::ofstream(path) << text; }
 
 std::string presetXml(const std::string& folder, const std::string& name, const std::string& values) {
     return "<Presets version=\"1\">\n<array name=\"folder\">\n<string name=\"name\" value=\"" + folder +
@@ -27,9 +27,9 @@ std::string presetXml(const std::string& folder, const std::string& name, const 
 
 std::map<int, float> valuesOf(const std::string& values, int parameterCount = 241) {
     TempDir dir;
-    writeFile(dir.file("p.xml"), presetXml("F", "P", values));
+    writeFile(dir / "p.xml", presetXml("F", "P", values));
     auto library = varitap::makeRef<varitap::PresetLibrary>();
-    EXPECT_TRUE(library->loadFile(dir.file("p.xml"), false));
+    EXPECT_TRUE(library->loadFile(dir / "p.xml", false));
     std::map<int, float> result;
     const std::vector<PresetEntry> presets = listPresets(*library);
     EXPECT_EQ(presets.size(), 1u);
@@ -39,13 +39,12 @@ std::map<int, float> valuesOf(const std::string& values, int parameterCount = 24
     return result;
 }
 
-
 }  // namespace
 
 TEST(PresetFileTest, LibraryListsFactoryThenUserPresetsByFullNameAndNeverWrites) {
     TempDir dir;
     ConfigHomeGuard guard(dir.path());
-    const std::string userFile = dir.file("brelmo.varitap.presets.xml");
+    const std::string userFile = dir / "brelmo.varitap.presets.xml";
     EXPECT_EQ(userPresetsPath(), userFile);
     EXPECT_EQ(factoryPresetsPath(""), "");
     // Named even when it is not there: error messages show where it was looked for.
@@ -74,7 +73,7 @@ TEST(PresetFileTest, LibraryListsFactoryThenUserPresetsByFullNameAndNeverWrites)
     }
     // The tool's library is its own: dropping it leaves the user's file alone.
     EXPECT_EQ(rendertest::readText(userFile), userText);
-    EXPECT_EQ(dir.entries(), std::vector<std::string>{"brelmo.varitap.presets.xml"});
+    EXPECT_EQ(entries(dir), std::vector<std::string>{"brelmo.varitap.presets.xml"});
 
     // Without a bundle only the user's presets are there.
     auto userOnly = varitap::makeRef<varitap::PresetLibrary>();

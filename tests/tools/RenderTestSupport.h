@@ -1,6 +1,7 @@
-// Helpers shared by the command-line host's tests: a temporary folder, a run
-// of the real varitap-render program with its output captured, and audio
-// files read and written through libsndfile.
+// Helpers shared by the command-line host's tests, over the base tests'
+// temporary folder and file helpers: a run of the real varitap-render
+// program with its output captured, and audio files read with their format
+// and written through varitap-render's own writer.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -11,49 +12,29 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <optional>
-#include <sstream>
 #include <string>
 #include <vector>
 
+#include "../base/TestSupport.h"
+#include "tools/render/AudioFiles.h"
+#include "tools/render/PluginInstance.h"
+
 namespace rendertest {
 
-inline std::string readText(const std::string& path) {
-    std::ifstream in(path);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
+using varitap::test::fileExists;
+using varitap::test::TempDir;
+inline std::string readText(const std::string& path) { return varitap::test::readFile(path); }
+
+// Sorted names in a folder, hidden ones included (temporary files start with '.').
+inline std::vector<std::string> entries(const TempDir& dir) {
+    std::vector<std::string> names;
+    for (const auto& e : std::filesystem::directory_iterator(dir.path())) names.push_back(e.path().filename());
+    std::sort(names.begin(), names.end());
+    return names;
 }
 
-inline bool fileExists(const std::string& path) { return ::access(path.c_str(), F_OK) == 0; }
-
-// A fresh folder under /tmp, removed with its content at the end.
-class TempDir {
-public:
-    TempDir() {
-        char pattern[] = "/tmp/varitap-render-test-XXXXXX";
-        path_ = ::mkdtemp(pattern);
-    }
-    ~TempDir() {
-        std::error_code ec;
-        std::filesystem::remove_all(path_, ec);
-    }
-    const std::string& path() const { return path_; }
-    std::string file(const std::string& name) const { return path_ + "/" + name; }
-    // Sorted names in the folder, hidden ones included (temporary files start with '.').
-    std::vector<std::string> entries() const {
-        std::vector<std::string> names;
-        for (const auto& e : std::filesystem::directory_iterator(path_)) names.push_back(e.path().filename());
-        std::sort(names.begin(), names.end());
-        return names;
-    }
-
-private:
-    std::string path_;
-};
-
-// Sets XDG_CONFIG_HOME for the test and restores it at the end. XDG_CONFIG_HOME when the test ends.
+// Sets XDG_CONFIG_HOME for the test and restores it at the end.
 class ConfigHomeGuard {
 public:
     explicit ConfigHomeGuard(const std::string& path) {
@@ -65,6 +46,13 @@ public:
 private:
     std::optional<std::string> saved_;
 };
+
+inline std::unique_ptr<render::PluginInstance> loadOrFail(const std::string& path) {
+    std::string error;
+    auto plugin = render::PluginInstance::load(path, error);
+    EXPECT_NE(plugin, nullptr) << error;
+    return plugin;
+}
 
 struct RunResult {
     int status = -1;
@@ -126,14 +114,8 @@ inline Audio readAudio(const std::string& path) {
 }
 
 inline bool writeAudio(const std::string& path, const Audio& audio) {
-    SF_INFO info{};
-    info.channels = audio.channels;
-    info.samplerate = audio.rate;
-    info.format = SF_FORMAT_WAV | SF_FORMAT_FLOAT;
-    SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
-    if (!file) return false;
-    sf_writef_float(file, audio.samples.data(), audio.frames());
-    return sf_close(file) == 0;
+    std::string error;
+    return render::writeAudioFile(path, audio.samples, audio.channels, audio.rate, error);
 }
 
 // A silent file with single-sample impulses of the given heights.

@@ -11,13 +11,6 @@ using namespace rendertest;
 
 namespace {
 
-std::unique_ptr<PluginInstance> load(const char* path) {
-    std::string error;
-    auto plugin = PluginInstance::load(path, error);
-    EXPECT_NE(plugin, nullptr) << error;
-    return plugin;
-}
-
 // Renders and collects the interleaved output.
 std::vector<float> renderAll(PluginInstance& plugin, AudioSource& source, const RenderSettings& settings,
                              int channels, RenderResult& result) {
@@ -43,7 +36,7 @@ TEST(RendererTest, ChannelCountsFollowTheInputWithinThePlugInsPins) {
 }
 
 TEST(RendererTest, MonoReachesBothInputsAndTheTailKeepsLateEchoes) {
-    auto plugin = load(TEST_DELAY_BUNDLE);
+    auto plugin = loadOrFail(TEST_DELAY_BUNDLE);
     ASSERT_NE(plugin, nullptr);
     plugin->setParameter(1, 0.5f);  // 500 samples
     // 1000 mono frames with an impulse 200 frames before the end: its echo
@@ -74,7 +67,7 @@ TEST(RendererTest, MonoReachesBothInputsAndTheTailKeepsLateEchoes) {
 }
 
 TEST(RendererTest, BlockSizeDoesNotChangeTheResultAndExtraPinsGetSilence) {
-    auto plugin = load(TEST_DELAY_FOUR_SO);  // one input, four outputs
+    auto plugin = loadOrFail(TEST_DELAY_FOUR_SO);  // one input, four outputs
     ASSERT_NE(plugin, nullptr);
     plugin->setParameter(1, 0.125f);  // 125 samples
     std::vector<float> stereo(2 * 500, 0.0f);

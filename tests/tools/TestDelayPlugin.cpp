@@ -49,7 +49,6 @@ struct TestDelay {
     double nextSamplePos = 0.0;
     int timeErrors = 0;  // blocks whose time information did not follow on
     double tempo = 0.0;
-    char programName[kVstMaxProgNameLen + 1] = "Default";
     bool slow = std::getenv("TEST_DELAY_SLOW") != nullptr;
 
     VstIntPtr call(VstInt32 opcode, VstInt32 index = 0, VstIntPtr value = 0, void* ptr = nullptr) {
@@ -124,17 +123,9 @@ struct TestDelay {
             if (index == kDelay) std::snprintf(text, 9, "%d", static_cast<int>(params[kDelay] * kMaxDelay));
             if (index == kSync) std::strcpy(text, params[kSync] > 0.5f ? "On" : "Off");
             return 0;
-        case effGetProgramName:
-            std::strcpy(text, programName);
-            return 0;
-        case effSetProgramName:
-            std::strncpy(programName, text, kVstMaxProgNameLen);
-            return 0;
         case effGetEffectName:
             std::strcpy(text, "TestDelay");
             return 1;
-        case effGetVstVersion:
-            return kVstVersion;
         case effVendorSpecific:
             if (index == kGrowCode) {
                 // Misbehaves on purpose: more pins than the host set up.

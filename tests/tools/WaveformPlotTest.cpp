@@ -51,15 +51,15 @@ TEST(WaveformPlotTest, WritesAPngOfItsSizeOrSaysWhyNot) {
     }
     plot.add(input.data(), output.data(), static_cast<int>(total));
     std::string error;
-    ASSERT_TRUE(plot.write(dir.file("plot.png"), "a title", error)) << error;
-    cairo_surface_t* image = cairo_image_surface_create_from_png(dir.file("plot.png").c_str());
+    ASSERT_TRUE(plot.write(dir / "plot.png", "a title", error)) << error;
+    cairo_surface_t* image = cairo_image_surface_create_from_png((dir / "plot.png").c_str());
     ASSERT_EQ(cairo_surface_status(image), CAIRO_STATUS_SUCCESS);
     EXPECT_EQ(cairo_image_surface_get_width(image), WaveformPlot::kWidth);
     EXPECT_EQ(cairo_image_surface_get_height(image), plot.height());
     EXPECT_GT(plot.height(), 30 + 3 * 110 + WaveformPlot::kSpectrumRows);  // spectrogram included
     cairo_surface_destroy(image);
-    EXPECT_EQ(dir.entries(), std::vector<std::string>{"plot.png"});
+    EXPECT_EQ(entries(dir), std::vector<std::string>{"plot.png"});
 
-    EXPECT_FALSE(plot.write(dir.file("missing/plot.png"), "t", error));
+    EXPECT_FALSE(plot.write(dir / "missing/plot.png", "t", error));
     EXPECT_NE(error.find("cannot be written"), std::string::npos);
 }
