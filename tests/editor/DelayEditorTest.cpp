@@ -464,21 +464,17 @@ private:
 
 // A picture at 200 % brought back to 100 %: each 2 x 2 block averaged.
 Image halved(const Image& big) {
-    Image small;
-    small.width = big.width / 2;
-    small.height = big.height / 2;
+    Image small(big.width / 2, big.height / 2);
     for (int y = 0; y < small.height; ++y) {
         for (int x = 0; x < small.width; ++x) {
-            int r = 0, g = 0, b = 0;
-            for (const auto& p : {big.at(2 * x, 2 * y), big.at(2 * x + 1, 2 * y),
-                                  big.at(2 * x, 2 * y + 1), big.at(2 * x + 1, 2 * y + 1)}) {
+            uint32_t r = 0, g = 0, b = 0;
+            for (int k = 0; k < 4; ++k) {
+                const gui::test::Pixel p = big.at(2 * x + k % 2, 2 * y + k / 2);
                 r += p.r;
                 g += p.g;
                 b += p.b;
             }
-            small.pixels.push_back(gui::test::Pixel{static_cast<uint8_t>(r / 4),
-                                                    static_cast<uint8_t>(g / 4),
-                                                    static_cast<uint8_t>(b / 4)});
+            small.words[static_cast<size_t>(y * small.width + x)] = 0xff000000u | (r / 4) << 16 | (g / 4) << 8 | b / 4;
         }
     }
     return small;

@@ -9,7 +9,6 @@
 #include <lv2/ui/ui.h>
 #include <lv2/urid/urid.h>
 
-#include <atomic>
 #include <cstring>
 #include <memory>
 #include <mutex>
@@ -30,8 +29,6 @@
 
 namespace varitap::test {
 namespace {
-
-using gui::test::openDescriptors;
 
 // An LV2 host around one in-process instance and its UI.
 class Lv2UiHost {
@@ -136,7 +133,7 @@ private:
     LV2UI_Handle ui_ = nullptr;
 };
 
-TEST(Lv2Ui, WidgetsFollowTheHostAndTheModulatorsAndMoveTheHostsPorts) {
+TEST(Lv2Ui, WidgetsFollowTheHostAndTheModulatorsMoveTheHostsPortsAndOpenAHundredTimes) {
     if (!gui::test::haveDisplay()) GTEST_SKIP() << "no X server";
     ConfigHome home;
     Lv2UiHost host;
@@ -184,7 +181,18 @@ TEST(Lv2Ui, WidgetsFollowTheHostAndTheModulatorsAndMoveTheHostsPorts) {
     EXPECT_TRUE(host.events.empty());
 
     host.closeUi();
+
+    // The UI opens and closes a hundred times while the modulator runs.
+    openAndCloseAHundredTimes(
+        host.display(), host.window(),
+        [&] {
+            const bool opened = host.openUi();
+            if (opened) host.idle();
+            return opened;
+        },
+        [&] { host.closeUi(); }, [&] { host.run(); });
     EXPECT_EQ(host.editor()->frame(), nullptr);
+    EXPECT_EQ(host.events.size(), 101u);  // one resize per opening
 }
 
 TEST(Lv2Ui, TheHostsScaleFactorSizesTheEditor) {
@@ -197,41 +205,6 @@ TEST(Lv2Ui, TheHostsScaleFactorSizesTheEditor) {
     ASSERT_TRUE(host.openUi());  // a host without the option hands the choice back
     EXPECT_EQ(host.editor()->scale(), 1.0);
     EXPECT_EQ(host.events, (std::vector<std::string>{"resize 1730 800", "resize 865 400"}));
-}
-
-TEST(Lv2Ui, OpensAndClosesAHundredTimesWhileThePluginRuns) {
-    if (!gui::test::haveDisplay()) GTEST_SKIP() << "no X server";
-    ConfigHome home;
-    Lv2UiHost host;
-    host.control[modulatorParameterIndex(0, kModulatorIndex)] = static_cast<float>(tapParameterIndex(0, kTapVolume));
-    host.control[modulatorParameterIndex(0, kModulatorSpeed)] = 0.9f;
-    host.control[modulatorParameterIndex(0, kModulatorMax)] = 1.0f;
-    host.control[modulatorParameterIndex(0, kModulatorPower)] = 1.0f;
-    // One warm-up opening: fonts and bitmaps are loaded once for good.
-    ASSERT_TRUE(host.openUi());
-    host.closeUi();
-    const int descriptors = openDescriptors();
-
-    std::atomic<bool> stop{false};
-    std::atomic<long> blocks{0};
-    std::thread audio([&] {
-        while (!stop) {
-            host.run();
-            ++blocks;
-        }
-    });
-    for (int round = 0; round < 100; ++round) {
-        ASSERT_TRUE(host.openUi()) << round;
-        host.idle();
-        host.closeUi();
-    }
-    stop = true;
-    audio.join();
-    EXPECT_GT(blocks.load(), 100);
-    host.display().sync();
-    EXPECT_EQ(openDescriptors(), descriptors);
-    EXPECT_EQ(host.editor()->frame(), nullptr);
-    EXPECT_EQ(host.events.size(), 101u);  // one resize per opening
 }
 
 }  // namespace

@@ -152,6 +152,7 @@ TEST_F(WidgetsTest, SwitchStepsBothWaysAndDrawsItsPosition) {
     frame->dispatchMouseDown(Point{15, 31}, kRButton);
     EXPECT_NEAR(sw->value(), 2.0f / 3, 1e-6);
     EXPECT_EQ(rec.changes, 6);
+    EXPECT_EQ(rec.log.substr(0, 24), "b91;v91;e91;b91;v91;e91;");
     // A value set as 3.0 (outside 0..1) shows the last position and wraps up to 0.
     sw->setValue(3.0f);
     EXPECT_EQ(shown(), 3);

@@ -3,6 +3,7 @@
 // and picture files made on the fly.
 #pragma once
 
+#include <cairo.h>
 #include <xcb/xcb.h>
 
 #include <cstdint>
@@ -10,6 +11,8 @@
 #include <string>
 #include <vector>
 
+#include "../base/TestSupport.h"
+#include "gui/Frame.h"
 #include "gui/GuiTypes.h"
 
 namespace varitap::gui::test {
@@ -22,16 +25,29 @@ bool haveDisplay();
 int openDescriptors();
 
 struct Pixel {
-    uint8_t r = 0, g = 0, b = 0;
+    uint8_t r = 0, g = 0, b = 0, a = 255;
     bool near(uint8_t R, uint8_t G, uint8_t B, int tol = 40) const;
 };
 
-// An image read back from the server or drawn offscreen: rows of pixels.
+// An image read back from the server, drawn offscreen or read from a PNG:
+// rows of cairo's 32-bit pixels (alpha premultiplied; opaque unless the
+// picture has an alpha channel). Image(w, h) is opaque black.
 struct Image {
     int width = 0;
     int height = 0;
-    std::vector<Pixel> pixels;
-    Pixel at(int x, int y) const { return pixels[static_cast<size_t>(y * width + x)]; }
+    std::vector<uint32_t> words;
+    Image() = default;
+    Image(int w, int h) : width(w), height(h), words(static_cast<size_t>(w * h), 0xff000000u) {}
+    // The pixels of a cairo image surface, which it destroys.
+    static Image adopt(cairo_surface_t* surface);
+    // Empty when the file cannot be read.
+    static Image readPng(const std::string& path) { return adopt(cairo_image_surface_create_from_png(path.c_str())); }
+    bool writePng(const std::string& path) const;
+    Pixel at(int x, int y) const {
+        const uint32_t w = words[static_cast<size_t>(y * width + x)];
+        return Pixel{static_cast<uint8_t>(w >> 16), static_cast<uint8_t>(w >> 8), static_cast<uint8_t>(w),
+                     static_cast<uint8_t>(w >> 24)};
+    }
     // Pixels in r that are close to a colour.
     int count(const Rect& r, uint8_t R, uint8_t G, uint8_t B, int tol = 40) const;
     // Bounding box of pixels differing from a background colour by more than tol.
@@ -89,25 +105,10 @@ double differingFraction(const Image& a, const Image& b, int tolerance);
 // (top to bottom, equal heights).
 bool writeBandsPng(const std::string& path, int w, int h, const std::vector<Color>& bands);
 
-// A fresh temporary directory, removed with the object.
-class TempDir {
-public:
-    TempDir();
-    ~TempDir();
-    const std::string& path() const { return path_; }
+using varitap::test::TempDir;
 
-private:
-    std::string path_;
-};
-
-}  // namespace varitap::gui::test
-
-namespace varitap::gui {
-class Frame;
-}
-
-namespace varitap::gui::test {
 // The frame drawn offscreen through the same path the window uses, at the
 // frame's scale.
 Image renderOffscreen(Frame& frame);
+
 }  // namespace varitap::gui::test
