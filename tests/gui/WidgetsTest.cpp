@@ -1,8 +1,9 @@
-// Widgets drawn offscreen through the frame's drawing path, and driven
+// Bitmaps and widgets drawn offscreen through the frame's drawing path, and driven
 // through the frame's event entry points (no window needed).
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <fstream>
 #include <string>
 
 #include "Recorder.h"
@@ -310,6 +311,42 @@ TEST_F(WidgetsTest, TextFieldTypesOnlyWhileFocused) {
     frame->setFocusView(nullptr);
     EXPECT_FALSE(field->hasFocus());
     EXPECT_EQ(frame->dispatchKeyDown(a), 0);
+}
+
+TEST_F(WidgetsTest, BitmapsLoadByResourceNumberTryingEachTypeInTheOverrideOrByPath) {
+    char name[16];
+    Bitmap::resourceName(123456, name, sizeof name);  // at least five digits
+    EXPECT_STREQ(name, "bmp123456");
+    ASSERT_TRUE(test::writeBandsPng(dir.path() + "/bmp00101.png", 21, 40,
+                                    {kWhiteColor, kBlackColor}));
+    // PNG data under another of the tried types loads as well.
+    ASSERT_TRUE(test::writeBandsPng(dir.path() + "/bmp00200.bmp", 5, 6, {kWhiteColor}));
+    // A file that is no PNG leaves the bitmap empty.
+    std::ofstream(dir.path() + "/bmp00300.png") << "not a picture";
+    Bitmap::setResourceDirectory(dir.path());
+
+    Bitmap a(101);
+    EXPECT_TRUE(a.isLoaded());
+    EXPECT_EQ(a.width(), 21);
+    EXPECT_EQ(a.height(), 40);
+    Bitmap b(200);
+    EXPECT_TRUE(b.isLoaded());
+    EXPECT_EQ(b.width(), 5);
+    Bitmap bad(300);
+    EXPECT_FALSE(bad.isLoaded());
+    EXPECT_EQ(bad.width(), 0);
+    EXPECT_FALSE(Bitmap(3).isLoaded());
+
+    // Without the override the lookup is in the bundle, which the test
+    // program is not inside: nothing is found.
+    Bitmap::setResourceDirectory("");
+    EXPECT_FALSE(Bitmap(101).isLoaded());
+    // By path; a failed reload empties the bitmap rather than keeping stale art.
+    Bitmap byPath(dir.path() + "/bmp00101.png");
+    EXPECT_EQ(byPath.height(), 40);
+    EXPECT_FALSE(byPath.loadFile(dir.path() + "/nothing.png"));
+    EXPECT_FALSE(byPath.isLoaded());
+    EXPECT_EQ(byPath.width(), 0);
 }
 
 }  // namespace
