@@ -8,7 +8,6 @@
 #include <gtest/gtest.h>
 #include <xkbcommon/xkbcommon-keysyms.h>
 
-#include <atomic>
 #include <chrono>
 #include <cmath>
 #include <cstring>
@@ -57,15 +56,12 @@ protected:
     // Clicks at a point while a helper presses Escape on any menu that opens;
     // true when one opened.
     bool clickOpensMenu(Point at) {
-        std::atomic<bool> opened{false};
-        std::thread guard([&] {
-            const xcb_window_t w = waitForMenus(host.display(), 1, 600);
-            if (!w) return;
+        bool opened = false;
+        auto escape = [&](xcb_window_t w) {
             opened = true;
             pressKey(host.display(), w, XKB_KEY_Escape);
-        });
-        host.click(at.x, at.y);
-        guard.join();
+        };
+        gui::test::playMenu(host.display(), [&] { host.click(at.x, at.y); }, escape, 600);
         return opened;
     }
 
@@ -246,14 +242,10 @@ TEST_F(DelayEditorTest, TempoNoteMenuTakesClicksOnlyAfterTheUserSwitchesSyncOn) 
     EXPECT_FLOAT_EQ(parameter(syncIndex), 1.0f);
     hostLog().clear();
     const int chosen = 6;
-    std::thread user([&] {
-        const xcb_window_t w = waitForMenus(host.display(), 1);
-        if (!w) return;
+    gui::test::playMenu(host.display(), [&] { host.click(display.x, display.y); }, [&](xcb_window_t w) {
         pressKey(host.display(), w, XKB_KEY_Down, chosen + 1);
         pressKey(host.display(), w, XKB_KEY_Return);
     });
-    host.click(display.x, display.y);
-    user.join();
     const float expected = chosen / static_cast<float>(noteValueCount() - 1) + 0.000005f;
     EXPECT_FLOAT_EQ(host.effect()->program().values[delayIndex], expected);
     EXPECT_FLOAT_EQ(editor().delayKnob(tap)->value(), expected);
@@ -485,8 +477,7 @@ Image halved(const Image& big) {
 // test instead of leaving a modal loop running.
 void pressAndEnsureClosed(HostDisplay& display, xcb_window_t w, Point at,
                           const std::function<bool()>& closed) {
-    display.button(w, at.x, at.y, 1, true);
-    display.button(w, at.x, at.y, 1, false, XCB_BUTTON_MASK_1);
+    display.click(w, at.x, at.y);
     if (!gui::test::waitFor(closed, 2000)) pressKey(display, w, XKB_KEY_Escape);
 }
 
@@ -543,9 +534,7 @@ TEST_F(DelayEditorTest, AtTheDisplaysTwoHundredPercentInputLandsWhereThingsAreDr
     const int aboutBottom = aboutTop + 2 * gui::MenuLayout::kItemHeight;
     Rect popup;
     Image lit;
-    std::thread user([&] {
-        const xcb_window_t top = waitForMenus(host.display(), 1);
-        if (!top) return;
+    gui::test::playMenu(host.display(), [&] { host.click(20, 400); }, [&](xcb_window_t top) {
         popup = host.display().geometry(top);
         host.display().motion(top, popup.width() / 2, aboutTop + 9, 0);
         gui::test::waitFor([] { return false; }, 150);
@@ -553,8 +542,6 @@ TEST_F(DelayEditorTest, AtTheDisplaysTwoHundredPercentInputLandsWhereThingsAreDr
         pressAndEnsureClosed(host.display(), top, Point{popup.width() / 2, aboutBottom - 9},
                              [&] { return host.display().popupWindows().empty(); });
     });
-    host.click(20, 400);
-    user.join();
     const Point editorAt = host.display().rootPosition(host.editorWindow());
     EXPECT_EQ(popup.left, editorAt.x + 20);
     EXPECT_EQ(popup.top, editorAt.y + 400);

@@ -393,12 +393,7 @@ TEST_F(EditorMenuTest, NameDialogIsATransientModalWindowThatAnswersOkCancelAndCl
         // Escape, the Cancel button and the window manager's close cancel
         // and leave the buffer alone.
         {"Tape Echo", keys({XKB_KEY_Escape}), false, "unchanged"},
-        {"abc",
-         [](HostDisplay& d, xcb_window_t w) {
-             d.button(w, 250, 110, 1, true);
-             d.button(w, 250, 110, 1, false, XCB_BUTTON_MASK_1);
-         },
-         false, "unchanged"},
+        {"abc", [](HostDisplay& d, xcb_window_t w) { d.click(w, 250, 110); }, false, "unchanged"},
         {"abc",
          [](HostDisplay& d, xcb_window_t w) {
              xcb_client_message_event_t e{};

@@ -177,10 +177,7 @@ Image EditorHost::grabEditor() {
 }
 
 void EditorHost::click(int x, int y, int button) {
-    const xcb_window_t w = editorWindow();
-    display_.button(w, x, y, button, true);
-    const uint16_t mask = button == 1 ? XCB_BUTTON_MASK_1 : XCB_BUTTON_MASK_3;
-    display_.button(w, x, y, button, false, mask);
+    display_.click(editorWindow(), x, y, button);
     settle(1);
 }
 

@@ -249,8 +249,7 @@ TEST_F(FrameTest, ScaledFrameDrawsAndTakesInputInLogicalPixels) {
     EXPECT_FALSE(shown.at(10, 99).near(70, 40, 40, 2));
     EXPECT_TRUE(shown.at(10, 102).near(70, 40, 40, 0));
     const Point knobNow = frame->pixelScale().toDevice(Point{25, 24});
-    host.button(w, knobNow.x, knobNow.y, 4, true);  // the wheel over the knob
-    host.button(w, knobNow.x, knobNow.y, 4, false);
+    host.click(w, knobNow.x, knobNow.y, 4);  // the wheel over the knob
     ASSERT_TRUE(idleUntil([&] { return knob->value() > 0.705f; }));
     EXPECT_NEAR(knob->value(), 0.71f, 1e-5);
 }
@@ -312,8 +311,7 @@ TEST_F(FrameTest, FallbackTimerRedrawsButLeavesInputForIdle) {
         },
         3000));
     // ...and must not act on a click (that could reach the host).
-    host.button(frame->windowId(), 105, 33, 1, true);
-    host.button(frame->windowId(), 105, 33, 1, false, XCB_BUTTON_MASK_1);
+    host.click(frame->windowId(), 105, 33);
     std::this_thread::sleep_for(std::chrono::milliseconds(400));
     EXPECT_EQ(rec.changes, 0);
     // The next idle handles the click the timer set aside.
@@ -413,8 +411,7 @@ TEST_F(FrameTest, ClosingFromInsideItsOwnEventHandlingIsSafe) {
     const xcb_window_t w = closer.frame->windowId();
     Frame* raw = closer.frame.get();
     raw->idle();
-    host.button(w, 10, 10, 1, true);
-    host.button(w, 10, 10, 1, false, XCB_BUTTON_MASK_1);
+    host.click(w, 10, 10);
     host.button(w, 10, 10, 1, true);  // after the close: never handled
     raw->retain();                     // keep it observable for the checks below
     ASSERT_TRUE(waitFor([&] {

@@ -232,6 +232,11 @@ void HostDisplay::button(xcb_window_t w, int x, int y, int b, bool press, uint16
 
 void HostDisplay::motion(xcb_window_t w, int x, int y, uint16_t state) { button(w, x, y, 0, false, state); }
 
+void HostDisplay::click(xcb_window_t w, int x, int y, int b) {
+    button(w, x, y, b, true);
+    button(w, x, y, b, false, b > 3 ? 0 : static_cast<uint16_t>(XCB_BUTTON_MASK_1 << (b - 1)));
+}
+
 bool HostDisplay::keycodeFor(uint32_t keysym, uint8_t& keycode, uint16_t& state) {
     if (!xkb_x11_setup_xkb_extension(c_, 1, 0, XKB_X11_SETUP_XKB_EXTENSION_NO_FLAGS, nullptr,
                                      nullptr, nullptr, nullptr)) {
@@ -355,6 +360,15 @@ xcb_window_t waitForMenus(HostDisplay& display, size_t n, int ms) {
         },
         ms);
     return w;
+}
+
+void playMenu(HostDisplay& display, const std::function<void()>& open, const std::function<void(xcb_window_t)>& user,
+              int ms) {
+    std::thread t([&] {
+        if (const xcb_window_t w = waitForMenus(display, 1, ms)) user(w);
+    });
+    open();
+    t.join();
 }
 
 double differingFraction(const Image& a, const Image& b, int tolerance) {

@@ -73,6 +73,8 @@ public:
     // Synthetic events sent straight to a window (coordinates in window space).
     void button(xcb_window_t w, int x, int y, int button, bool press, uint16_t state = 0);
     void motion(xcb_window_t w, int x, int y, uint16_t state);
+    // A press and release of a button.
+    void click(xcb_window_t w, int x, int y, int button = 1);
     // A key by keysym; Shift is added when the keysym needs it.
     void key(xcb_window_t w, uint32_t keysym, uint16_t state = 0);
     void typeText(xcb_window_t w, const char* ascii);
@@ -98,6 +100,11 @@ private:
 bool waitFor(const std::function<bool()>& step, int ms = 2000);
 // The newest override-redirect menu window once n are up, or 0.
 xcb_window_t waitForMenus(HostDisplay& display, size_t n, int ms = 3000);
+// Runs `open` (which opens a menu and runs its loop) while `user` plays the
+// first menu window from another thread once it is up (not at all when none
+// opens within ms).
+void playMenu(HostDisplay& display, const std::function<void()>& open, const std::function<void(xcb_window_t)>& user,
+              int ms = 3000);
 // Fraction of pixels whose channels differ by more than tolerance.
 double differingFraction(const Image& a, const Image& b, int tolerance);
 
