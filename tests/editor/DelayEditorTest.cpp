@@ -35,11 +35,6 @@ namespace {
 using gui::Point;
 using gui::Rect;
 
-Point centerOf(const gui::View* view) {
-    const Rect r = view->frameRect();
-    return Point{(r.left + r.right) / 2, (r.top + r.bottom) / 2};
-}
-
 class DelayEditorTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -70,12 +65,7 @@ protected:
 };
 
 TEST_F(DelayEditorTest, AttachedEditorAnswersTheHostAndTagsItsWidgetsWithTheirParameters) {
-    vst::ERect* rect = nullptr;
-    ASSERT_EQ(host.dispatch(vst::effEditGetRect, 0, 0, &rect), 1);
-    ASSERT_NE(rect, nullptr);
-    EXPECT_EQ(rect->right, 865);
-    EXPECT_EQ(rect->bottom, 400);
-
+    EXPECT_EQ(host.editorRect(), Rect(0, 0, 865, 400));
     ASSERT_TRUE(host.openEditor());
     ASSERT_NE(host.editorWindow(), 0u);
     EXPECT_EQ(host.display().geometry(host.editorWindow()), Rect(0, 0, 865, 400));

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "../gui/XServer.h"
+#include "gui/View.h"
 #include "host/vst2/VstInterface.h"
 
 namespace varitap {
@@ -120,6 +121,11 @@ private:
     EditorHost* previousHost_ = nullptr;  // the one the callback served before
 };
 
+// The middle of a view, in its frame's coordinates.
+inline gui::Point centerOf(const gui::View* view) {
+    const gui::Rect r = view->frameRect();
+    return gui::Point{(r.left + r.right) / 2, (r.top + r.bottom) / 2};
+}
 // The first mapped top-level dialog window (_NET_WM_WINDOW_TYPE_DIALOG), or 0.
 xcb_window_t waitForDialog(HostDisplay& display, int ms = 3000);
 // Presses a key on the newest menu window `times` times.
