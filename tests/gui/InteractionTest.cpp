@@ -292,7 +292,7 @@ TEST(ViewContainerTest, KeysGoTopmostFirstUntilOneUsesThem) {
     EXPECT_EQ(a->keys, 1);
 }
 
-TEST(ViewContainerTest, DirtyViewsAreCollectedInFrameCoordinates) {
+TEST(ViewContainerTest, DirtyViewsAreCollectedInFrameCoordinatesAndRemovedOnesForgotten) {
     auto frame = makeRef<Frame>(Rect(0, 0, 300, 200));
     auto strip = makeRef<ViewContainer>(Rect(100, 50, 200, 150));
     auto child = makeRef<View>(Rect(10, 20, 30, 40));
@@ -305,27 +305,19 @@ TEST(ViewContainerTest, DirtyViewsAreCollectedInFrameCoordinates) {
     EXPECT_EQ(frame->takeDirtyArea(), Rect(110, 70, 130, 90));
     EXPECT_FALSE(child->isDirty());
 
-    // Removing a view leaves its old area to repaint.
-    strip->removeView(child.get());
-    EXPECT_EQ(frame->takeDirtyArea(), Rect(110, 70, 130, 90));
+    // Removing a view leaves its old area to repaint; the focus and the
+    // mouse capture go with the container of the view that had them.
+    frame->setFocusView(child.get());
+    frame->captureMouse(child.get());
+    frame->removeView(strip.get());
+    EXPECT_EQ(frame->takeDirtyArea(), Rect(100, 50, 200, 150));
+    EXPECT_EQ(frame->focusView(), nullptr);
+    EXPECT_EQ(frame->mouseCapture(), nullptr);
+    EXPECT_EQ(child->frame(), nullptr);
 
     frame->redraw();
     EXPECT_EQ(frame->takeDirtyArea(), Rect(0, 0, 300, 200));
     EXPECT_TRUE(frame->takeDirtyArea().isEmpty());
-}
-
-TEST(ViewContainerTest, FrameForgetsRemovedFocusAndCapture) {
-    auto frame = makeRef<Frame>(Rect(0, 0, 100, 100));
-    auto box = makeRef<ViewContainer>(Rect(0, 0, 50, 50));
-    auto inner = makeRef<View>(Rect(0, 0, 10, 10));
-    frame->addView(box.get());
-    box->addView(inner.get());
-    frame->setFocusView(inner.get());
-    frame->captureMouse(inner.get());
-    frame->removeView(box.get());  // the focused view goes with its container
-    EXPECT_EQ(frame->focusView(), nullptr);
-    EXPECT_EQ(frame->mouseCapture(), nullptr);
-    EXPECT_EQ(inner->frame(), nullptr);
 }
 
 // Values set from another thread only mark the control; nothing else runs.
