@@ -43,6 +43,9 @@ protected:
         ASSERT_NE(host.editor(), nullptr);
         hostLog().clear();
     }
+    void TearDown() override {
+        if (host.display().ok()) xcb_delete_property(host.display().connection(), host.display().root(), XCB_ATOM_RESOURCE_MANAGER);
+    }
     DelayEditor& editor() { return *host.editor(); }
     void hostSets(int32_t index, float value) {
         host.aeffect()->setParameter(host.aeffect(), index, value);
@@ -425,25 +428,6 @@ TEST_F(DelayEditorTest, HostsOlderThanVst23GetTheChosenValueStoredAgain) {
     }
 }
 
-// The X resources of the display (the root window's RESOURCE_MANAGER
-// property) for the life of the object, as xrdb sets them.
-class DisplayResources {
-public:
-    DisplayResources(HostDisplay& display, const char* text) : display_(display) {
-        xcb_change_property(display.connection(), XCB_PROP_MODE_REPLACE, display.root(),
-                            XCB_ATOM_RESOURCE_MANAGER, XCB_ATOM_STRING, 8,
-                            static_cast<uint32_t>(std::strlen(text)), text);
-        display.sync();
-    }
-    ~DisplayResources() {
-        xcb_delete_property(display_.connection(), display_.root(), XCB_ATOM_RESOURCE_MANAGER);
-        display_.sync();
-    }
-
-private:
-    HostDisplay& display_;
-};
-
 // A picture at 200 % brought back to 100 %: each 2 x 2 block averaged.
 Image halved(const Image& big) {
     Image small(big.width / 2, big.height / 2);
@@ -483,7 +467,13 @@ TEST_F(DelayEditorTest, AtTheDisplaysTwoHundredPercentInputLandsWhereThingsAreDr
     // Xft.dpi 192 is 200 %. Until the editor has opened and asked the display
     // (queries never touch X11) the host hears 865 x 400; on opening the
     // editor asks for the size it needs.
-    DisplayResources resources(host.display(), "Xcursor.size:\t24\nXft.dpi:\t192\n");
+    // The display's resources are set as xrdb sets them (the root window's
+    // RESOURCE_MANAGER property); TearDown removes them.
+    const char* resources = "Xcursor.size:\t24\nXft.dpi:\t192\n";
+    xcb_change_property(host.display().connection(), XCB_PROP_MODE_REPLACE, host.display().root(),
+                        XCB_ATOM_RESOURCE_MANAGER, XCB_ATOM_STRING, 8, static_cast<uint32_t>(std::strlen(resources)),
+                        resources);
+    host.display().sync();
     EXPECT_EQ(gui::displayScale(), 2.0);
     EXPECT_EQ(host.editorRect(), Rect(0, 0, 865, 400));
     hostLog().clear();
