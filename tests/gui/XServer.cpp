@@ -286,20 +286,26 @@ void HostDisplay::typeText(xcb_window_t w, const char* ascii) {
     for (const char* p = ascii; *p; ++p) key(w, static_cast<unsigned char>(*p));
 }
 
+std::vector<xcb_window_t> HostDisplay::children(xcb_window_t w, xcb_window_t* parent) {
+    std::vector<xcb_window_t> out;
+    if (xcb_query_tree_reply_t* tree = xcb_query_tree_reply(c_, xcb_query_tree(c_, w), nullptr)) {
+        out.assign(xcb_query_tree_children(tree), xcb_query_tree_children(tree) + xcb_query_tree_children_length(tree));
+        if (parent) *parent = tree->parent;
+        std::free(tree);
+    }
+    return out;
+}
+
 std::vector<xcb_window_t> HostDisplay::topWindows(bool overrideRedirect) {
     std::vector<xcb_window_t> out;
-    xcb_query_tree_reply_t* tree = xcb_query_tree_reply(c_, xcb_query_tree(c_, screen_->root), nullptr);
-    if (!tree) return out;
-    xcb_window_t* children = xcb_query_tree_children(tree);
-    for (int i = 0; i < xcb_query_tree_children_length(tree); ++i) {
-        xcb_get_window_attributes_reply_t* a = xcb_get_window_attributes_reply(
-            c_, xcb_get_window_attributes(c_, children[i]), nullptr);
+    for (xcb_window_t child : children(screen_->root)) {
+        xcb_get_window_attributes_reply_t* a =
+            xcb_get_window_attributes_reply(c_, xcb_get_window_attributes(c_, child), nullptr);
         if (a && (a->override_redirect != 0) == overrideRedirect && a->map_state == XCB_MAP_STATE_VIEWABLE) {
-            out.push_back(children[i]);
+            out.push_back(child);
         }
         std::free(a);
     }
-    std::free(tree);
     return out;
 }
 

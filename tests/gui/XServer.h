@@ -79,6 +79,8 @@ public:
     void key(xcb_window_t w, uint32_t keysym, uint16_t state = 0);
     void typeText(xcb_window_t w, const char* ascii);
 
+    // The children of a window, and its parent when asked.
+    std::vector<xcb_window_t> children(xcb_window_t w, xcb_window_t* parent = nullptr);
     // Children of the root that are mapped and override-redirect (menus),
     // or mapped and not (top-level windows).
     std::vector<xcb_window_t> topWindows(bool overrideRedirect);
