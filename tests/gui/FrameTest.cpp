@@ -12,7 +12,6 @@
 #include <string>
 #include <thread>
 
-#include "Recorder.h"
 #include "XServer.h"
 #include "gui/Bitmap.h"
 #include "gui/BitmapView.h"

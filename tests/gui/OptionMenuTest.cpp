@@ -6,7 +6,6 @@
 #include <string>
 #include <thread>
 
-#include "Recorder.h"
 #include "XServer.h"
 #include "gui/Frame.h"
 

@@ -6,7 +6,6 @@
 #include <fstream>
 #include <string>
 
-#include "Recorder.h"
 #include "XServer.h"
 #include "gui/Bitmap.h"
 #include "gui/BitmapView.h"

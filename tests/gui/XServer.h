@@ -1,6 +1,6 @@
 // Test support for the toolkit: a private Xvfb server per test program, a
-// second X connection that plays the host (windows, pixels, synthetic input)
-// and picture files made on the fly.
+// second X connection that plays the host (windows, pixels, synthetic input),
+// picture files made on the fly and a listener that logs what it hears.
 #pragma once
 
 #include <cairo.h>
@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "../base/TestSupport.h"
+#include "gui/Control.h"
 #include "gui/Frame.h"
 #include "gui/GuiTypes.h"
 
@@ -115,6 +116,22 @@ double differingFraction(const Image& a, const Image& b, int tolerance);
 bool writeBandsPng(const std::string& path, int w, int h, const std::vector<Color>& bands);
 
 using varitap::test::TempDir;
+
+// A listener that logs what controls and the frame report: "v<tag>;" for a
+// value change, "b<index>;" and "e<index>;" for the edit notifications.
+class Recorder : public ControlListener, public EditListener {
+public:
+    void valueChanged(DrawContext*, Control* c) override {
+        ++changes;
+        last = c->value();
+        log += "v" + std::to_string(c->tag()) + ";";
+    }
+    void beginEdit(int32_t i) override { log += "b" + std::to_string(i) + ";"; }
+    void endEdit(int32_t i) override { log += "e" + std::to_string(i) + ";"; }
+    int changes = 0;
+    float last = -1;
+    std::string log;
+};
 
 // The frame drawn offscreen through the same path the window uses, at the
 // frame's scale.
