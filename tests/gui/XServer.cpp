@@ -370,6 +370,7 @@ xcb_window_t waitForMenus(HostDisplay& display, size_t n, int ms) {
 
 void playMenu(HostDisplay& display, const std::function<void()>& open, const std::function<void(xcb_window_t)>& user,
               int ms) {
+    waitFor([&] { return display.popupWindows().empty(); });  // the last menu's windows gone
     std::thread t([&] {
         if (const xcb_window_t w = waitForMenus(display, 1, ms)) user(w);
     });

@@ -103,9 +103,9 @@ private:
 bool waitFor(const std::function<bool()>& step, int ms = 2000);
 // The newest override-redirect menu window once n are up, or 0.
 xcb_window_t waitForMenus(HostDisplay& display, size_t n, int ms = 3000);
-// Runs `open` (which opens a menu and runs its loop) while `user` plays the
-// first menu window from another thread once it is up (not at all when none
-// opens within ms).
+// Once no menu is up, runs `open` (which opens a menu and runs its loop)
+// while `user` plays the first menu window from another thread once it is up
+// (not at all when none opens within ms).
 void playMenu(HostDisplay& display, const std::function<void()>& open, const std::function<void(xcb_window_t)>& user,
               int ms = 3000);
 // Fraction of pixels whose channels differ by more than tolerance.
