@@ -234,7 +234,7 @@ TEST(ViewContainerTest, HoldsOneReferencePerChild) {
     container.reset();  // and releases it: ASan would see a leak or a double free
 }
 
-TEST(ViewContainerTest, PressGoesToTopmostChildUnderPointInLocalCoordinates) {
+TEST(ViewContainerTest, PressesGoToTheTopmostChildUnderThePointInLocalCoordinatesAndKeysTopmostFirst) {
     auto root = makeRef<ViewContainer>(Rect(0, 0, 200, 200));
     auto strip = makeRef<ViewContainer>(Rect(50, 20, 150, 120));
     auto below = makeRef<PressProbe>(Rect(0, 0, 100, 100));
@@ -273,23 +273,17 @@ TEST(ViewContainerTest, PressGoesToTopmostChildUnderPointInLocalCoordinates) {
     // Wheel follows the same rule.
     root->onWheel(Point{55, 50}, -2.0f, 0);
     EXPECT_FLOAT_EQ(below->wheel, -2.0f);
-}
 
-TEST(ViewContainerTest, KeysGoTopmostFirstUntilOneUsesThem) {
-    auto root = makeRef<ViewContainer>(Rect(0, 0, 100, 100));
-    auto a = makeRef<PressProbe>(Rect(0, 0, 10, 10));
-    auto b = makeRef<PressProbe>(Rect(0, 0, 10, 10));
-    root->addView(a.get());
-    root->addView(b.get());
+    // Keys go to the topmost child first, on to the next until one uses them.
     KeyEvent tab;
     tab.virtualKey = VirtualKey::Tab;
     EXPECT_EQ(root->onKeyDown(tab), 1);
-    EXPECT_EQ(b->keys, 1);
-    EXPECT_EQ(a->keys, 0);
+    EXPECT_EQ(above->keys, 1);
+    EXPECT_EQ(below->keys, 0);
     tab.virtualKey = VirtualKey::Up;  // used by neither: both see it
     EXPECT_EQ(root->onKeyDown(tab), 0);
-    EXPECT_EQ(b->keys, 2);
-    EXPECT_EQ(a->keys, 1);
+    EXPECT_EQ(above->keys, 2);
+    EXPECT_EQ(below->keys, 1);
 }
 
 TEST(ViewContainerTest, DirtyViewsAreCollectedInFrameCoordinatesAndRemovedOnesForgotten) {
