@@ -248,8 +248,7 @@ void openAndCloseAHundredTimes(HostDisplay& display, xcb_window_t hostWindow, co
     stop = true;
     audio.join();
     EXPECT_GT(blocks.load(), 100);
-    display.sync();
-    EXPECT_TRUE(display.children(hostWindow).empty());
+    EXPECT_TRUE(gui::test::waitFor([&] { return display.children(hostWindow).empty(); }));
     EXPECT_TRUE(display.popupWindows().empty());
     EXPECT_EQ(gui::test::openDescriptors(), descriptors);
 }

@@ -125,9 +125,10 @@ TEST_F(FrameTest, OpensAsChildOfHostWindowAndShowsWhatItDraws) {
     ASSERT_TRUE(frame->open(hostWindow));
     frame->idle();
     ASSERT_TRUE(frame->open(hostWindow));
-    EXPECT_EQ(host.children(hostWindow).size(), 1u);
+    // (The server removes a closed connection's windows in its own time.)
+    EXPECT_TRUE(waitFor([&] { return host.children(hostWindow).size() == 1; }));
     frame->close();
-    EXPECT_TRUE(host.children(hostWindow).empty());
+    EXPECT_TRUE(waitFor([&] { return host.children(hostWindow).empty(); }));
     EXPECT_EQ(openDescriptors(), fds);
 }
 
