@@ -32,11 +32,6 @@ namespace {
 
 using namespace clap;
 
-gui::Point centerOf(const gui::View* view) {
-    const gui::Rect r = view->frameRect();
-    return gui::Point{(r.left + r.right) / 2, (r.top + r.bottom) / 2};
-}
-
 // A CLAP host around one instance. It offers timer-support and
 // posix-fd-support as told, logs what the plug-in registers ("timer 1",
 // "fd 7", "-timer 1", "-fd 7"), runs a main loop that calls the plug-in

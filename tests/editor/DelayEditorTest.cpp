@@ -8,7 +8,6 @@
 #include <gtest/gtest.h>
 #include <xkbcommon/xkbcommon-keysyms.h>
 
-#include <atomic>
 #include <chrono>
 #include <cmath>
 #include <cstring>
@@ -36,11 +35,6 @@ namespace {
 using gui::Point;
 using gui::Rect;
 
-Point centerOf(const gui::View* view) {
-    const Rect r = view->frameRect();
-    return Point{(r.left + r.right) / 2, (r.top + r.bottom) / 2};
-}
-
 class DelayEditorTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -48,6 +42,9 @@ protected:
         ASSERT_NE(host.effect(), nullptr);
         ASSERT_NE(host.editor(), nullptr);
         hostLog().clear();
+    }
+    void TearDown() override {
+        if (host.display().ok()) xcb_delete_property(host.display().connection(), host.display().root(), XCB_ATOM_RESOURCE_MANAGER);
     }
     DelayEditor& editor() { return *host.editor(); }
     void hostSets(int32_t index, float value) {
@@ -57,15 +54,12 @@ protected:
     // Clicks at a point while a helper presses Escape on any menu that opens;
     // true when one opened.
     bool clickOpensMenu(Point at) {
-        std::atomic<bool> opened{false};
-        std::thread guard([&] {
-            const xcb_window_t w = waitForMenus(host.display(), 1, 600);
-            if (!w) return;
+        bool opened = false;
+        auto escape = [&](xcb_window_t w) {
             opened = true;
             pressKey(host.display(), w, XKB_KEY_Escape);
-        });
-        host.click(at.x, at.y);
-        guard.join();
+        };
+        gui::test::playMenu(host.display(), [&] { host.click(at.x, at.y); }, escape, 600);
         return opened;
     }
 
@@ -74,12 +68,7 @@ protected:
 };
 
 TEST_F(DelayEditorTest, AttachedEditorAnswersTheHostAndTagsItsWidgetsWithTheirParameters) {
-    vst::ERect* rect = nullptr;
-    ASSERT_EQ(host.dispatch(vst::effEditGetRect, 0, 0, &rect), 1);
-    ASSERT_NE(rect, nullptr);
-    EXPECT_EQ(rect->right, 865);
-    EXPECT_EQ(rect->bottom, 400);
-
+    EXPECT_EQ(host.editorRect(), Rect(0, 0, 865, 400));
     ASSERT_TRUE(host.openEditor());
     ASSERT_NE(host.editorWindow(), 0u);
     EXPECT_EQ(host.display().geometry(host.editorWindow()), Rect(0, 0, 865, 400));
@@ -246,14 +235,10 @@ TEST_F(DelayEditorTest, TempoNoteMenuTakesClicksOnlyAfterTheUserSwitchesSyncOn) 
     EXPECT_FLOAT_EQ(parameter(syncIndex), 1.0f);
     hostLog().clear();
     const int chosen = 6;
-    std::thread user([&] {
-        const xcb_window_t w = waitForMenus(host.display(), 1);
-        if (!w) return;
+    gui::test::playMenu(host.display(), [&] { host.click(display.x, display.y); }, [&](xcb_window_t w) {
         pressKey(host.display(), w, XKB_KEY_Down, chosen + 1);
         pressKey(host.display(), w, XKB_KEY_Return);
     });
-    host.click(display.x, display.y);
-    user.join();
     const float expected = chosen / static_cast<float>(noteValueCount() - 1) + 0.000005f;
     EXPECT_FLOAT_EQ(host.effect()->program().values[delayIndex], expected);
     EXPECT_FLOAT_EQ(editor().delayKnob(tap)->value(), expected);
@@ -443,42 +428,19 @@ TEST_F(DelayEditorTest, HostsOlderThanVst23GetTheChosenValueStoredAgain) {
     }
 }
 
-// The X resources of the display (the root window's RESOURCE_MANAGER
-// property) for the life of the object, as xrdb sets them.
-class DisplayResources {
-public:
-    DisplayResources(HostDisplay& display, const char* text) : display_(display) {
-        xcb_change_property(display.connection(), XCB_PROP_MODE_REPLACE, display.root(),
-                            XCB_ATOM_RESOURCE_MANAGER, XCB_ATOM_STRING, 8,
-                            static_cast<uint32_t>(std::strlen(text)), text);
-        display.sync();
-    }
-    ~DisplayResources() {
-        xcb_delete_property(display_.connection(), display_.root(), XCB_ATOM_RESOURCE_MANAGER);
-        display_.sync();
-    }
-
-private:
-    HostDisplay& display_;
-};
-
 // A picture at 200 % brought back to 100 %: each 2 x 2 block averaged.
 Image halved(const Image& big) {
-    Image small;
-    small.width = big.width / 2;
-    small.height = big.height / 2;
+    Image small(big.width / 2, big.height / 2);
     for (int y = 0; y < small.height; ++y) {
         for (int x = 0; x < small.width; ++x) {
-            int r = 0, g = 0, b = 0;
-            for (const auto& p : {big.at(2 * x, 2 * y), big.at(2 * x + 1, 2 * y),
-                                  big.at(2 * x, 2 * y + 1), big.at(2 * x + 1, 2 * y + 1)}) {
+            uint32_t r = 0, g = 0, b = 0;
+            for (int k = 0; k < 4; ++k) {
+                const gui::test::Pixel p = big.at(2 * x + k % 2, 2 * y + k / 2);
                 r += p.r;
                 g += p.g;
                 b += p.b;
             }
-            small.pixels.push_back(gui::test::Pixel{static_cast<uint8_t>(r / 4),
-                                                    static_cast<uint8_t>(g / 4),
-                                                    static_cast<uint8_t>(b / 4)});
+            small.words[static_cast<size_t>(y * small.width + x)] = 0xff000000u | (r / 4) << 16 | (g / 4) << 8 | b / 4;
         }
     }
     return small;
@@ -489,8 +451,7 @@ Image halved(const Image& big) {
 // test instead of leaving a modal loop running.
 void pressAndEnsureClosed(HostDisplay& display, xcb_window_t w, Point at,
                           const std::function<bool()>& closed) {
-    display.button(w, at.x, at.y, 1, true);
-    display.button(w, at.x, at.y, 1, false, XCB_BUTTON_MASK_1);
+    display.click(w, at.x, at.y);
     if (!gui::test::waitFor(closed, 2000)) pressKey(display, w, XKB_KEY_Escape);
 }
 
@@ -506,7 +467,13 @@ TEST_F(DelayEditorTest, AtTheDisplaysTwoHundredPercentInputLandsWhereThingsAreDr
     // Xft.dpi 192 is 200 %. Until the editor has opened and asked the display
     // (queries never touch X11) the host hears 865 x 400; on opening the
     // editor asks for the size it needs.
-    DisplayResources resources(host.display(), "Xcursor.size:\t24\nXft.dpi:\t192\n");
+    // The display's resources are set as xrdb sets them (the root window's
+    // RESOURCE_MANAGER property); TearDown removes them.
+    const char* resources = "Xcursor.size:\t24\nXft.dpi:\t192\n";
+    xcb_change_property(host.display().connection(), XCB_PROP_MODE_REPLACE, host.display().root(),
+                        XCB_ATOM_RESOURCE_MANAGER, XCB_ATOM_STRING, 8, static_cast<uint32_t>(std::strlen(resources)),
+                        resources);
+    host.display().sync();
     EXPECT_EQ(gui::displayScale(), 2.0);
     EXPECT_EQ(host.editorRect(), Rect(0, 0, 865, 400));
     hostLog().clear();
@@ -547,9 +514,7 @@ TEST_F(DelayEditorTest, AtTheDisplaysTwoHundredPercentInputLandsWhereThingsAreDr
     const int aboutBottom = aboutTop + 2 * gui::MenuLayout::kItemHeight;
     Rect popup;
     Image lit;
-    std::thread user([&] {
-        const xcb_window_t top = waitForMenus(host.display(), 1);
-        if (!top) return;
+    gui::test::playMenu(host.display(), [&] { host.click(20, 400); }, [&](xcb_window_t top) {
         popup = host.display().geometry(top);
         host.display().motion(top, popup.width() / 2, aboutTop + 9, 0);
         gui::test::waitFor([] { return false; }, 150);
@@ -557,8 +522,6 @@ TEST_F(DelayEditorTest, AtTheDisplaysTwoHundredPercentInputLandsWhereThingsAreDr
         pressAndEnsureClosed(host.display(), top, Point{popup.width() / 2, aboutBottom - 9},
                              [&] { return host.display().popupWindows().empty(); });
     });
-    host.click(20, 400);
-    user.join();
     const Point editorAt = host.display().rootPosition(host.editorWindow());
     EXPECT_EQ(popup.left, editorAt.x + 20);
     EXPECT_EQ(popup.top, editorAt.y + 400);

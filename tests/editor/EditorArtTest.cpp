@@ -3,12 +3,10 @@
 // editor's own widgets, stacked states are whole, the states of a button are
 // told apart at a glance, and where the toolkit draws white text or white
 // knob pointers every background stays dark.
-#include <cairo.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 #include <string>
 #include <vector>
 
@@ -33,39 +31,15 @@ using gui::Rect;
 
 Rect fromArt(const art::Rect& r) { return Rect(r.left, r.top, r.right, r.bottom); }
 
-// A decoded PNG, or a null surface when it cannot be read.
-class Picture {
-public:
-    explicit Picture(const std::string& path)
-        : surface_(cairo_image_surface_create_from_png(path.c_str())) {}
-    ~Picture() { cairo_surface_destroy(surface_); }
-    Picture(const Picture&) = delete;
-    Picture& operator=(const Picture&) = delete;
-    bool ok() const { return cairo_surface_status(surface_) == CAIRO_STATUS_SUCCESS; }
-    int width() const { return cairo_image_surface_get_width(surface_); }
-    int height() const { return cairo_image_surface_get_height(surface_); }
-    cairo_surface_t* surface() const { return surface_; }
-
-private:
-    cairo_surface_t* surface_;
-};
-
 struct Colour {
     double r, g, b, a;  // straight (not premultiplied), 0..1
 };
 
-Colour pixelAt(cairo_surface_t* s, int x, int y) {
-    cairo_surface_flush(s);
-    const unsigned char* row = cairo_image_surface_get_data(s) + y * cairo_image_surface_get_stride(s);
-    const uint32_t px = reinterpret_cast<const uint32_t*>(row)[x];
-    const double a = cairo_image_surface_get_format(s) == CAIRO_FORMAT_ARGB32 ? (px >> 24) / 255.0 : 1.0;
-    if (a == 0) return {0, 0, 0, 0};
-    return {((px >> 16) & 0xff) / 255.0 / a, ((px >> 8) & 0xff) / 255.0 / a, (px & 0xff) / 255.0 / a, a};
-}
-
 Colour pixelAt(const Image& image, int x, int y) {
     const gui::test::Pixel p = image.at(x, y);
-    return {p.r / 255.0, p.g / 255.0, p.b / 255.0, 1.0};
+    const double a = p.a / 255.0;
+    if (a == 0) return {0, 0, 0, 0};
+    return {p.r / 255.0 / a, p.g / 255.0 / a, p.b / 255.0 / a, a};
 }
 
 // Relative luminance, 0 (black) to 1 (white).
@@ -83,8 +57,7 @@ struct Stats {
     double mean = 0, max = 0, chroma = 0;
 };
 
-template <typename Source>
-Stats stats(const Source& s, const Rect& r) {
+Stats stats(const Image& s, const Rect& r) {
     Stats result;
     int n = 0;
     for (int y = r.top; y < r.bottom; ++y) {
@@ -107,15 +80,14 @@ Stats stats(const Source& s, const Rect& r) {
 
 // White text and knob pointers need a contrast of at least 7:1 on average
 // and 3:1 at the brightest pixel.
-template <typename Source>
-bool readable(const Source& s, const Rect& r) {
+bool readable(const Image& s, const Rect& r) {
     const Stats st = stats(s, r);
     return whiteContrast(st.mean) >= 7.0 && whiteContrast(st.max) >= 3.0;
 }
 
 // Mean absolute difference per channel (premultiplied) between two areas of
 // a picture, 0 (same) to 1.
-double difference(cairo_surface_t* s, const Rect& a, const Rect& b) {
+double difference(const Image& s, const Rect& a, const Rect& b) {
     double sum = 0;
     for (int y = 0; y < a.height(); ++y) {
         for (int x = 0; x < a.width(); ++x) {
@@ -267,33 +239,23 @@ TEST_F(EditorArtTest, BundleBitmapsAreThePaintersDrawingWhichDrawsAtAnyScale) {
         SCOPED_TRACE("bitmap " + std::to_string(number));
         const art::EditorBitmap* art = art::findEditorBitmap(number);
         ASSERT_NE(art, nullptr);
-        const Picture file(bitmapFile(number));
-        ASSERT_TRUE(file.ok());
-        EXPECT_EQ(file.width(), art->width);
-        EXPECT_EQ(file.height(), art->height);
+        const Image file = Image::readPng(bitmapFile(number));
+        EXPECT_EQ(file.width, art->width);
+        EXPECT_EQ(file.height, art->height);
         // At 100 % the editor shows the bundle's PNG: pixel for pixel what the
         // painter draws at scale 1.
-        cairo_surface_t* drawn = art->draw(1.0);
+        const Image drawn = Image::adopt(art->draw(1.0));
         const std::string copy = home.path() + "/drawn.png";
-        ASSERT_EQ(cairo_surface_write_to_png(drawn, copy.c_str()), CAIRO_STATUS_SUCCESS);
-        const Picture decoded(copy);
-        bool same = decoded.width() == file.width() && decoded.height() == file.height();
-        for (int y = 0; same && y < file.height(); ++y) {
-            same = std::memcmp(cairo_image_surface_get_data(decoded.surface()) +
-                                   y * cairo_image_surface_get_stride(decoded.surface()),
-                               cairo_image_surface_get_data(file.surface()) +
-                                   y * cairo_image_surface_get_stride(file.surface()),
-                               static_cast<size_t>(file.width()) * 4) == 0;
-        }
-        EXPECT_TRUE(same);
+        ASSERT_TRUE(drawn.writePng(copy));
+        EXPECT_TRUE(Image::readPng(copy).words == file.words);
         // At other scales the same picture, drawn for more pixels: the size
         // rounded up, and at 200 % each 2 x 2 block is close to its pixel at 100 %.
-        cairo_surface_t* odd = art->draw(1.75);
-        EXPECT_EQ(cairo_image_surface_get_width(odd), static_cast<int>(std::ceil(1.75 * art->width)));
-        EXPECT_EQ(cairo_image_surface_get_height(odd), static_cast<int>(std::ceil(1.75 * art->height)));
-        cairo_surface_t* twice = art->draw(2.0);
-        ASSERT_EQ(cairo_image_surface_get_width(twice), 2 * art->width);
-        ASSERT_EQ(cairo_image_surface_get_height(twice), 2 * art->height);
+        const Image odd = Image::adopt(art->draw(1.75));
+        EXPECT_EQ(odd.width, static_cast<int>(std::ceil(1.75 * art->width)));
+        EXPECT_EQ(odd.height, static_cast<int>(std::ceil(1.75 * art->height)));
+        const Image twice = Image::adopt(art->draw(2.0));
+        ASSERT_EQ(twice.width, 2 * art->width);
+        ASSERT_EQ(twice.height, 2 * art->height);
         double sum = 0;
         for (int y = 0; y < art->height; ++y) {
             for (int x = 0; x < art->width; ++x) {
@@ -307,7 +269,6 @@ TEST_F(EditorArtTest, BundleBitmapsAreThePaintersDrawingWhichDrawsAtAnyScale) {
             }
         }
         EXPECT_LT(sum / (art->width * art->height), 0.03);
-        for (cairo_surface_t* s : {drawn, odd, twice}) cairo_surface_destroy(s);
     }
 }
 
@@ -315,23 +276,23 @@ TEST_F(EditorArtTest, ButtonStatesReadAtAGlance) {
     // On/off bitmaps: off on top, on below. "On" lights up in the accent
     // colour: brighter than "off" and strongly coloured where "off" is grey.
     for (int number : {101, 201, 301}) {
-        const Picture b(bitmapFile(number));
-        ASSERT_EQ(b.height() % 2, 0) << number;
-        const int half = b.height() / 2;
-        const Rect off(0, 0, b.width(), half), on(0, half, b.width(), 2 * half);
-        EXPECT_GT(difference(b.surface(), off, on), 0.08) << number;
-        const Stats lookOff = stats(b.surface(), off), lookOn = stats(b.surface(), on);
+        const Image b = Image::readPng(bitmapFile(number));
+        ASSERT_EQ(b.height % 2, 0) << number;
+        const int half = b.height / 2;
+        const Rect off(0, 0, b.width, half), on(0, half, b.width, 2 * half);
+        EXPECT_GT(difference(b, off, on), 0.08) << number;
+        const Stats lookOff = stats(b, off), lookOn = stats(b, on);
         EXPECT_GT(lookOn.mean, 1.2 * lookOff.mean) << number;
         EXPECT_GT(lookOn.chroma, lookOff.chroma + 0.25) << number;
     }
     // The four Type positions each look different from the others.
-    const Picture type(bitmapFile(202));
-    ASSERT_EQ(type.height() % 4, 0);
-    const int q = type.height() / 4;
+    const Image type = Image::readPng(bitmapFile(202));
+    ASSERT_EQ(type.height % 4, 0);
+    const int q = type.height / 4;
     for (int a = 0; a < 4; ++a) {
         for (int b = a + 1; b < 4; ++b) {
-            EXPECT_GT(difference(type.surface(), Rect(0, a * q, type.width(), (a + 1) * q),
-                                 Rect(0, b * q, type.width(), (b + 1) * q)),
+            EXPECT_GT(difference(type, Rect(0, a * q, type.width, (a + 1) * q),
+                                 Rect(0, b * q, type.width, (b + 1) * q)),
                       0.015)
                 << a << " / " << b;
         }
@@ -362,18 +323,11 @@ TEST_F(EditorArtTest, BackgroundsAreFullSizeAndKeepWhiteTextReadable) {
         const auto* entry = static_cast<BackgroundEntry*>(backgrounds.getAt(k));
         SCOPED_TRACE(entry->fileName());
         haveDefault = haveDefault || std::string(entry->fileName()) == "default.png";
-        {
-            const Picture picture(entry->path());
-            ASSERT_TRUE(picture.ok());
-            EXPECT_EQ(picture.width(), DelayEditor::kWidth);
-            EXPECT_EQ(picture.height(), DelayEditor::kHeight);
-            // Opaque: the frame draws nothing under its background.
-            for (int y = 0; y < picture.height(); y += 7) {
-                for (int x = 0; x < picture.width(); x += 7) {
-                    ASSERT_EQ(pixelAt(picture.surface(), x, y).a, 1.0);
-                }
-            }
-        }
+        const Image picture = Image::readPng(entry->path());
+        EXPECT_EQ(picture.width, DelayEditor::kWidth);
+        EXPECT_EQ(picture.height, DelayEditor::kHeight);
+        // Opaque: the frame draws nothing under its background.
+        for (uint32_t word : picture.words) ASSERT_EQ(word >> 24, 0xffu);
         ASSERT_TRUE(editor().chooseBackground(static_cast<int>(k)));
         const Image shown = gui::test::renderOffscreen(*editor().frame());
         for (const auto& [what, r] : inked) EXPECT_TRUE(readable(shown, r)) << what;
@@ -382,9 +336,9 @@ TEST_F(EditorArtTest, BackgroundsAreFullSizeAndKeepWhiteTextReadable) {
 
     // The about box: the version and date in white, the link in yellow
     // (luminance 0.93), all with black shadows.
-    const Picture about(bitmapFile(2));
+    const Image about = Image::readPng(bitmapFile(2));
     for (int k = 0; k < editor().aboutOverlay()->viewCount(); ++k) {
-        EXPECT_TRUE(readable(about.surface(), editor().aboutOverlay()->viewAt(k)->viewSize())) << k;
+        EXPECT_TRUE(readable(about, editor().aboutOverlay()->viewAt(k)->viewSize())) << k;
     }
 }
 

@@ -1,12 +1,12 @@
 #include "EditorTestSupport.h"
 
-#include <cairo.h>
 #include <stdlib.h>
 #include <xkbcommon/xkbcommon-keysyms.h>
 
+#include <gtest/gtest.h>
+
+#include <atomic>
 #include <cstring>
-#include <fstream>
-#include <sstream>
 
 #include "editor/DelayEditor.h"
 #include "gui/Bitmap.h"
@@ -102,13 +102,6 @@ ConfigHome::~ConfigHome() {
     }
 }
 
-std::string readFile(const std::string& path) {
-    std::ifstream in(path);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
-}
-
 EditorHost::EditorHost(const std::string& resources, int32_t hostVersion)
     : hostVersion_(hostVersion) {
     gui::Bitmap::setResourceDirectory(resources.empty()
@@ -184,10 +177,7 @@ Image EditorHost::grabEditor() {
 }
 
 void EditorHost::click(int x, int y, int button) {
-    const xcb_window_t w = editorWindow();
-    display_.button(w, x, y, button, true);
-    const uint16_t mask = button == 1 ? XCB_BUTTON_MASK_1 : XCB_BUTTON_MASK_3;
-    display_.button(w, x, y, button, false, mask);
+    display_.click(editorWindow(), x, y, button);
     settle(1);
 }
 
@@ -231,46 +221,6 @@ void pressKey(HostDisplay& display, xcb_window_t w, uint32_t keysym, int times) 
     for (int i = 0; i < times; ++i) display.key(w, keysym);
 }
 
-bool writePng(const Image& image, const std::string& path) {
-    if (image.width <= 0 || image.height <= 0) return false;
-    cairo_surface_t* s = cairo_image_surface_create(CAIRO_FORMAT_RGB24, image.width, image.height);
-    unsigned char* data = cairo_image_surface_get_data(s);
-    const int stride = cairo_image_surface_get_stride(s);
-    for (int y = 0; y < image.height; ++y) {
-        auto* row = reinterpret_cast<uint32_t*>(data + y * stride);
-        for (int x = 0; x < image.width; ++x) {
-            const auto p = image.at(x, y);
-            row[x] = (uint32_t{p.r} << 16) | (uint32_t{p.g} << 8) | p.b;
-        }
-    }
-    cairo_surface_mark_dirty(s);
-    const bool ok = cairo_surface_write_to_png(s, path.c_str()) == CAIRO_STATUS_SUCCESS;
-    cairo_surface_destroy(s);
-    return ok;
-}
-
-Image readPng(const std::string& path) {
-    // Our PNGs are opaque: cairo's RGB24 and ARGB32 rows then hold the same words.
-    Image image;
-    cairo_surface_t* s = cairo_image_surface_create_from_png(path.c_str());
-    if (cairo_surface_status(s) == CAIRO_STATUS_SUCCESS) {
-        image.width = cairo_image_surface_get_width(s);
-        image.height = cairo_image_surface_get_height(s);
-        image.pixels.resize(static_cast<size_t>(image.width * image.height));
-        const unsigned char* data = cairo_image_surface_get_data(s);
-        for (int y = 0; y < image.height; ++y) {
-            const auto* row = reinterpret_cast<const uint32_t*>(data + y * cairo_image_surface_get_stride(s));
-            for (int x = 0; x < image.width; ++x) {
-                image.pixels[static_cast<size_t>(y * image.width + x)] = gui::test::Pixel{
-                    static_cast<uint8_t>(row[x] >> 16), static_cast<uint8_t>(row[x] >> 8),
-                    static_cast<uint8_t>(row[x])};
-            }
-        }
-    }
-    cairo_surface_destroy(s);
-    return image;
-}
-
 std::thread answerDialog(HostDisplay& display, const char* text, uint32_t keysym) {
     return std::thread([&display, text, keysym] {
         const xcb_window_t dialog = waitForDialog(display);
@@ -280,10 +230,33 @@ std::thread answerDialog(HostDisplay& display, const char* text, uint32_t keysym
     });
 }
 
+void openAndCloseAHundredTimes(HostDisplay& display, xcb_window_t hostWindow, const std::function<bool()>& open,
+                               const std::function<void()>& close, const std::function<void()>& block) {
+    ASSERT_TRUE(open());
+    close();
+    const int descriptors = gui::test::openDescriptors();
+    std::atomic<bool> stop{false};
+    std::atomic<long> blocks{0};
+    std::thread audio([&] {
+        for (; !stop; ++blocks) block();
+    });
+    for (int round = 0; round < 100; ++round) {
+        const bool opened = open();
+        close();
+        EXPECT_TRUE(opened) << "round " << round;
+    }
+    stop = true;
+    audio.join();
+    EXPECT_GT(blocks.load(), 100);
+    EXPECT_TRUE(gui::test::waitFor([&] { return display.children(hostWindow).empty(); }));
+    EXPECT_TRUE(display.popupWindows().empty());
+    EXPECT_EQ(gui::test::openDescriptors(), descriptors);
+}
+
 void saveScreenshot(const Image& image, const char* name) {
     const char* dir = getenv("VARITAP_SCREENSHOT_DIR");
     if (!dir || !*dir) return;
-    writePng(image, std::string(dir) + "/" + name);
+    image.writePng(std::string(dir) + "/" + name);
 }
 
 }  // namespace varitap::test

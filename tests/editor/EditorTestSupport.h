@@ -7,12 +7,14 @@
 #include <xcb/xcb.h>
 
 #include <cstdint>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "../gui/XServer.h"
+#include "gui/View.h"
 #include "host/vst2/VstInterface.h"
 
 namespace varitap {
@@ -50,9 +52,6 @@ vst::VstIntPtr hostCallback(vst::AEffect* effect, int32_t opcode, int32_t index,
                             vst::VstIntPtr value, void* ptr, float opt);
 HostLog& hostLog();
 
-// A whole file's text ("" when it cannot be read).
-std::string readFile(const std::string& path);
-
 // A temporary XDG_CONFIG_HOME for the options and user presets of one test.
 class ConfigHome {
 public:
@@ -63,7 +62,7 @@ public:
     std::string readOptions() const { return readFile(optionsFile()); }
 
 private:
-    gui::test::TempDir dir_;
+    TempDir dir_;
     std::string old_;
     bool hadOld_ = false;
 };
@@ -122,6 +121,11 @@ private:
     EditorHost* previousHost_ = nullptr;  // the one the callback served before
 };
 
+// The middle of a view, in its frame's coordinates.
+inline gui::Point centerOf(const gui::View* view) {
+    const gui::Rect r = view->frameRect();
+    return gui::Point{(r.left + r.right) / 2, (r.top + r.bottom) / 2};
+}
 // The first mapped top-level dialog window (_NET_WM_WINDOW_TYPE_DIALOG), or 0.
 xcb_window_t waitForDialog(HostDisplay& display, int ms = 3000);
 // Presses a key on the newest menu window `times` times.
@@ -130,9 +134,12 @@ void pressKey(HostDisplay& display, xcb_window_t w, uint32_t keysym, int times =
 // then presses a key. Join it after the call that runs the dialog.
 std::thread answerDialog(HostDisplay& display, const char* text, uint32_t keysym);
 
-// Writes an image as PNG; reads one back (empty image on failure).
-bool writePng(const Image& image, const std::string& path);
-Image readPng(const std::string& path);
+// Opens and closes an editor a hundred times while `block` runs on a thread
+// of its own (the audio thread), after one warm-up opening (fonts and
+// bitmaps load once for good); then no window is left under the host's, no
+// menu and no descriptor (X connection).
+void openAndCloseAHundredTimes(HostDisplay& display, xcb_window_t hostWindow, const std::function<bool()>& open,
+                               const std::function<void()>& close, const std::function<void()>& block);
 // When VARITAP_SCREENSHOT_DIR is set, saves the image there under name.
 void saveScreenshot(const Image& image, const char* name);
 

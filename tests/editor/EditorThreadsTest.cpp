@@ -4,9 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <chrono>
-#include <cstdio>
-#include <cstdlib>
 #include <thread>
 #include <vector>
 
@@ -17,17 +14,6 @@
 
 namespace varitap::test {
 namespace {
-
-using gui::test::openDescriptors;
-
-int childWindows(HostDisplay& display, xcb_window_t w) {
-    xcb_query_tree_reply_t* tree =
-        xcb_query_tree_reply(display.connection(), xcb_query_tree(display.connection(), w), nullptr);
-    if (!tree) return -1;
-    const int n = xcb_query_tree_children_length(tree);
-    free(tree);
-    return n;
-}
 
 TEST(EditorThreadsTest, OpeningAndClosingAHundredTimesUnderAudioAndAutomation) {
     if (!gui::test::haveDisplay()) GTEST_SKIP() << "no X server";
@@ -48,23 +34,8 @@ TEST(EditorThreadsTest, OpeningAndClosingAHundredTimesUnderAudioAndAutomation) {
     }
     host.dispatch(vst::effMainsChanged, 0, 1);
 
-    // One warm-up opening: fonts and bitmaps are loaded once for good.
-    ASSERT_TRUE(host.openEditor());
-    host.closeEditor();
-    const int descriptors = openDescriptors();
-
     std::atomic<bool> stop{false};
-    std::atomic<long> blocks{0};
     std::atomic<long> changes{0};
-    std::thread audio([&] {
-        std::vector<float> left(256), right(256);
-        float* channels[2] = {left.data(), right.data()};
-        while (!stop) {
-            for (size_t i = 0; i < left.size(); ++i) left[i] = right[i] = (i % 64) / 64.0f - 0.5f;
-            effect->processReplacing(effect, channels, channels, 256);
-            ++blocks;
-        }
-    });
     std::thread automation([&] {
         unsigned seed = 12345;
         while (!stop) {
@@ -76,33 +47,27 @@ TEST(EditorThreadsTest, OpeningAndClosingAHundredTimesUnderAudioAndAutomation) {
             ++changes;
         }
     });
-
-    const auto start = std::chrono::steady_clock::now();
-    for (int round = 0; round < 100; ++round) {
-        ASSERT_EQ(host.dispatch(vst::effEditOpen, 0, 0,
-                                reinterpret_cast<void*>(static_cast<uintptr_t>(host.hostWindow()))),
-                  1)
-            << "round " << round;
-        host.dispatch(vst::effEditIdle);
-        host.closeEditor();
-        hostLog().clear();
-    }
-    const double seconds =
-        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    RecordProperty("open_close_ms", static_cast<int>(seconds * 10.0));  // per round
-    std::printf("100 openings and closings: %.2f s\n", seconds);
+    std::vector<float> left(256), right(256);
+    float* channels[2] = {left.data(), right.data()};
+    openAndCloseAHundredTimes(
+        host.display(), host.hostWindow(),
+        [&] {
+            const auto window = reinterpret_cast<void*>(static_cast<uintptr_t>(host.hostWindow()));
+            const bool opened = host.dispatch(vst::effEditOpen, 0, 0, window) == 1;
+            host.dispatch(vst::effEditIdle);
+            return opened;
+        },
+        [&] {
+            host.closeEditor();
+            hostLog().clear();
+        },
+        [&] {
+            for (size_t i = 0; i < left.size(); ++i) left[i] = right[i] = (i % 64) / 64.0f - 0.5f;
+            effect->processReplacing(effect, channels, channels, 256);
+        });
     stop = true;
-    audio.join();
     automation.join();
-    EXPECT_GT(blocks.load(), 100);
     EXPECT_GT(changes.load(), 1000);
-
-    // Nothing of the editor is left: no window under the host's, no menu,
-    // no descriptor (X connections) and no editor tree.
-    host.display().sync();
-    EXPECT_EQ(childWindows(host.display(), host.hostWindow()), 0);
-    EXPECT_TRUE(host.display().popupWindows().empty());
-    EXPECT_EQ(openDescriptors(), descriptors);
     EXPECT_EQ(host.editor()->frame(), nullptr);
     // And it still opens and follows the host afterwards.
     ASSERT_TRUE(host.openEditor());

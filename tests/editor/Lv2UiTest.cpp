@@ -9,10 +9,8 @@
 #include <lv2/ui/ui.h>
 #include <lv2/urid/urid.h>
 
-#include <atomic>
 #include <cstring>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -30,8 +28,6 @@
 
 namespace varitap::test {
 namespace {
-
-using gui::test::openDescriptors;
 
 // An LV2 host around one in-process instance and its UI.
 class Lv2UiHost {
@@ -96,8 +92,7 @@ public:
 
     float control[kParameterCount] = {};
     LV2UI_Widget widget = nullptr;
-    std::mutex mutex;
-    std::vector<std::string> events;  // "write 23 0.5", "touch 23 1", "resize 865 400"
+    HostLog log;  // "write 23 0.500000", "touch 23 1", "resize 865 400"
 
 private:
     static uint32_t mapUri(LV2_URID_Map_Handle handle, const char* uri) {
@@ -108,21 +103,17 @@ private:
         uris->push_back(uri);
         return static_cast<uint32_t>(uris->size());
     }
-    void record(const std::string& event) {
-        std::lock_guard<std::mutex> lock(mutex);
-        events.push_back(event);
-    }
     static void write(LV2UI_Controller controller, uint32_t port, uint32_t size, uint32_t format, const void* buffer) {
         float value = 0.0f;
         if (size == sizeof value && format == 0) std::memcpy(&value, buffer, sizeof value);
-        static_cast<Lv2UiHost*>(controller)->record("write " + std::to_string(port) + " " + std::to_string(value));
+        static_cast<Lv2UiHost*>(controller)->log.add("write " + std::to_string(port) + " " + std::to_string(value));
     }
     static int resizeUi(LV2UI_Feature_Handle handle, int w, int h) {
-        static_cast<Lv2UiHost*>(handle)->record("resize " + std::to_string(w) + " " + std::to_string(h));
+        static_cast<Lv2UiHost*>(handle)->log.add("resize " + std::to_string(w) + " " + std::to_string(h));
         return 0;
     }
     static void touchPort(LV2UI_Feature_Handle handle, uint32_t port, bool grabbed) {
-        static_cast<Lv2UiHost*>(handle)->record("touch " + std::to_string(port) + " " + std::to_string(grabbed));
+        static_cast<Lv2UiHost*>(handle)->log.add("touch " + std::to_string(port) + " " + std::to_string(grabbed));
     }
 
     HostDisplay display_;
@@ -136,7 +127,7 @@ private:
     LV2UI_Handle ui_ = nullptr;
 };
 
-TEST(Lv2Ui, WidgetsFollowTheHostAndTheModulatorsAndMoveTheHostsPorts) {
+TEST(Lv2Ui, WidgetsFollowTheHostAndTheModulatorsMoveTheHostsPortsOpenAHundredTimesAndTakeTheHostsScale) {
     if (!gui::test::haveDisplay()) GTEST_SKIP() << "no X server";
     ConfigHome home;
     Lv2UiHost host;
@@ -144,8 +135,8 @@ TEST(Lv2Ui, WidgetsFollowTheHostAndTheModulatorsAndMoveTheHostsPorts) {
     ASSERT_NE(host.widget, nullptr);
     EXPECT_EQ(reinterpret_cast<uintptr_t>(host.widget), host.editor()->frame()->windowId());
     EXPECT_EQ(host.idle(), 0);
-    EXPECT_EQ(host.events, std::vector<std::string>{"resize 865 400"});
-    host.events.clear();
+    EXPECT_EQ(host.log.events(), std::vector<std::string>{"resize 865 400"});
+    host.log.clear();
 
     // Host automation: a port the host moves reaches the widget.
     const int32_t volume = tapParameterIndex(0, kTapVolume);
@@ -162,9 +153,9 @@ TEST(Lv2Ui, WidgetsFollowTheHostAndTheModulatorsAndMoveTheHostsPorts) {
     host.editor()->valueChanged(nullptr, knob);
     host.editor()->endEdit(feedback);
     const std::vector<std::string> gesture = {"touch 23 1", "write 23 0.500000", "touch 23 0"};
-    EXPECT_EQ(host.events, gesture);
+    EXPECT_EQ(host.log.events(), gesture);
     EXPECT_FLOAT_EQ(host.effect().core().getParameter(feedback), 0.5f);
-    host.events.clear();
+    host.log.clear();
 
     // A modulator aimed at the volume moves the knob; the host's port keeps
     // the host's value and hears nothing from the audio thread.
@@ -181,57 +172,31 @@ TEST(Lv2Ui, WidgetsFollowTheHostAndTheModulatorsAndMoveTheHostsPorts) {
     EXPECT_LT(lowest, 0.2f);
     EXPECT_GT(highest, 0.8f);
     EXPECT_EQ(host.control[volume], 0.25f);
-    EXPECT_TRUE(host.events.empty());
+    EXPECT_TRUE(host.log.events().empty());
 
     host.closeUi();
-    EXPECT_EQ(host.editor()->frame(), nullptr);
-}
 
-TEST(Lv2Ui, TheHostsScaleFactorSizesTheEditor) {
-    if (!gui::test::haveDisplay()) GTEST_SKIP() << "no X server";
-    ConfigHome home;
-    Lv2UiHost host;
+    // The UI opens and closes a hundred times while the modulator runs.
+    openAndCloseAHundredTimes(
+        host.display(), host.window(),
+        [&] {
+            const bool opened = host.openUi();
+            if (opened) host.idle();
+            return opened;
+        },
+        [&] { host.closeUi(); }, [&] { host.run(); });
+    EXPECT_EQ(host.editor()->frame(), nullptr);
+    EXPECT_EQ(host.log.events().size(), 101u);  // one resize per opening
+
+    // The host's ui:scaleFactor sizes the editor; a host without the option
+    // hands the choice back.
+    host.log.clear();
     ASSERT_TRUE(host.openUi(2.0f));
     EXPECT_EQ(host.editor()->scale(), 2.0);
     host.closeUi();
-    ASSERT_TRUE(host.openUi());  // a host without the option hands the choice back
-    EXPECT_EQ(host.editor()->scale(), 1.0);
-    EXPECT_EQ(host.events, (std::vector<std::string>{"resize 1730 800", "resize 865 400"}));
-}
-
-TEST(Lv2Ui, OpensAndClosesAHundredTimesWhileThePluginRuns) {
-    if (!gui::test::haveDisplay()) GTEST_SKIP() << "no X server";
-    ConfigHome home;
-    Lv2UiHost host;
-    host.control[modulatorParameterIndex(0, kModulatorIndex)] = static_cast<float>(tapParameterIndex(0, kTapVolume));
-    host.control[modulatorParameterIndex(0, kModulatorSpeed)] = 0.9f;
-    host.control[modulatorParameterIndex(0, kModulatorMax)] = 1.0f;
-    host.control[modulatorParameterIndex(0, kModulatorPower)] = 1.0f;
-    // One warm-up opening: fonts and bitmaps are loaded once for good.
     ASSERT_TRUE(host.openUi());
-    host.closeUi();
-    const int descriptors = openDescriptors();
-
-    std::atomic<bool> stop{false};
-    std::atomic<long> blocks{0};
-    std::thread audio([&] {
-        while (!stop) {
-            host.run();
-            ++blocks;
-        }
-    });
-    for (int round = 0; round < 100; ++round) {
-        ASSERT_TRUE(host.openUi()) << round;
-        host.idle();
-        host.closeUi();
-    }
-    stop = true;
-    audio.join();
-    EXPECT_GT(blocks.load(), 100);
-    host.display().sync();
-    EXPECT_EQ(openDescriptors(), descriptors);
-    EXPECT_EQ(host.editor()->frame(), nullptr);
-    EXPECT_EQ(host.events.size(), 101u);  // one resize per opening
+    EXPECT_EQ(host.editor()->scale(), 1.0);
+    EXPECT_EQ(host.log.events(), (std::vector<std::string>{"resize 1730 800", "resize 865 400"}));
 }
 
 }  // namespace

@@ -3,11 +3,9 @@
 #include <gtest/gtest.h>
 #include <xkbcommon/xkbcommon-keysyms.h>
 
-#include <atomic>
 #include <string>
 #include <thread>
 
-#include "Recorder.h"
 #include "XServer.h"
 #include "gui/Frame.h"
 
@@ -129,9 +127,8 @@ protected:
 TEST_F(MenuPopupTest, PointerPicksEntryInSubmenuThatShowsItsCheckMark) {
     MenuTree tree;
     Image subImage;
-    std::thread user([&] {
-        const xcb_window_t w1 = waitForMenus(1);
-        if (!w1) return;
+    bool chosen = false;
+    test::playMenu(host, [&] { chosen = tree.top->popup(frame.get(), Point{30, 30}); }, [&](xcb_window_t w1) {
         host.motion(w1, 10, itemY(tree.top->allFlags(), 1), 0);  // hover "Sub"
         const xcb_window_t w2 = waitForMenus(2);
         if (!w2) return;
@@ -143,11 +140,8 @@ TEST_F(MenuPopupTest, PointerPicksEntryInSubmenuThatShowsItsCheckMark) {
         });
         const int y = itemY(tree.sub->allFlags(), 2);
         host.motion(w2, 20, y, 0);
-        host.button(w2, 20, y, 1, true);
-        host.button(w2, 20, y, 1, false, XCB_BUTTON_MASK_1);
+        host.click(w2, 20, y);
     });
-    const bool chosen = tree.top->popup(frame.get(), Point{30, 30});
-    user.join();
     EXPECT_TRUE(chosen);
     int index = -1;
     EXPECT_EQ(tree.top->lastItemMenu(index), tree.sub.get());
@@ -175,9 +169,8 @@ TEST_F(MenuPopupTest, PointerPicksEntryInSubmenuThatShowsItsCheckMark) {
 
 TEST_F(MenuPopupTest, KeyboardNavigatesIntoSubmenuAndChooses) {
     MenuTree tree;
-    std::thread user([&] {
-        const xcb_window_t w1 = waitForMenus(1);
-        if (!w1) return;
+    bool chosen = false;
+    test::playMenu(host, [&] { chosen = tree.top->popup(frame.get(), Point{10, 10}); }, [&](xcb_window_t w1) {
         host.key(w1, XKB_KEY_Down);   // First
         host.key(w1, XKB_KEY_Down);   // Sub
         host.key(w1, XKB_KEY_Right);  // opens it on Alpha
@@ -187,8 +180,6 @@ TEST_F(MenuPopupTest, KeyboardNavigatesIntoSubmenuAndChooses) {
         host.key(w1, XKB_KEY_Down);   // wraps to Alpha
         host.key(w1, XKB_KEY_Return);
     });
-    const bool chosen = tree.top->popup(frame.get(), Point{10, 10});
-    user.join();
     EXPECT_TRUE(chosen);
     int index = -1;
     EXPECT_EQ(tree.top->lastItemMenu(index), tree.sub.get());
@@ -198,39 +189,29 @@ TEST_F(MenuPopupTest, KeyboardNavigatesIntoSubmenuAndChooses) {
 TEST_F(MenuPopupTest, EscapeOrClickOutsideChoosesNothing) {
     MenuTree tree;
     Rect placed;
-    std::thread user([&] {
-        const xcb_window_t w1 = waitForMenus(1);
-        if (!w1) return;
+    // The host window is at (10, 10) on a 1280 x 1024 screen: asked far
+    // outside, the menu still opens on the screen.
+    test::playMenu(host, [&] { EXPECT_FALSE(tree.top->popup(frame.get(), Point{1500, 1200})); }, [&](xcb_window_t w1) {
         placed = host.geometry(w1);
         host.key(w1, XKB_KEY_Down);
         host.key(w1, XKB_KEY_Escape);
     });
-    // The host window is at (10, 10) on a 1280 x 1024 screen: asked far
-    // outside, the menu still opens on the screen.
-    EXPECT_FALSE(tree.top->popup(frame.get(), Point{1500, 1200}));
-    user.join();
     int index = 7;
     EXPECT_EQ(tree.top->lastItemMenu(index), nullptr);
     EXPECT_EQ(index, -1);
     ASSERT_FALSE(placed.isEmpty());
     EXPECT_TRUE(placed.left >= 0 && placed.top >= 0 && placed.right <= 1280 && placed.bottom <= 1024);
 
-    std::thread user2([&] {
-        const xcb_window_t w1 = waitForMenus(1);
-        if (!w1) return;
+    test::playMenu(host, [&] { EXPECT_FALSE(tree.top->popup(frame.get(), Point{100, 100})); }, [&](xcb_window_t w1) {
         host.button(w1, -40, -40, 1, true);  // a press outside every menu window
     });
-    EXPECT_FALSE(tree.top->popup(frame.get(), Point{100, 100}));
-    user2.join();
     EXPECT_EQ(tree.top->lastItemMenu(index), nullptr);
     // Disabled and title entries are not chosen by a click either.
     auto menu = makeRef<OptionMenu>(Rect(), nullptr, 0);
     menu->addEntry("-TTitle");
     menu->addEntry("-GGrey");
     menu->addEntry("Ok");
-    std::thread user3([&] {
-        const xcb_window_t w1 = waitForMenus(1);
-        if (!w1) return;
+    test::playMenu(host, [&] { EXPECT_TRUE(menu->popup(frame.get(), Point{10, 10})); }, [&](xcb_window_t w1) {
         const auto flags = menu->allFlags();
         // A release before any move or press in the menu (the end of the
         // click that opened it) chooses nothing, even over an entry.
@@ -242,8 +223,6 @@ TEST_F(MenuPopupTest, EscapeOrClickOutsideChoosesNothing) {
         host.button(w1, 20, itemY(flags, 2), 1, true);
         host.button(w1, 20, itemY(flags, 2), 1, false);
     });
-    EXPECT_TRUE(menu->popup(frame.get(), Point{10, 10}));
-    user3.join();
     EXPECT_EQ(menu->lastResult(), 2);
 }
 
@@ -253,9 +232,7 @@ TEST_F(MenuPopupTest, AMenuTallerThanTheScreenWrapsIntoColumnsAndItsLastEntryCan
     for (int i = 0; i < 71; ++i) menu->addEntry(("Parameter " + std::to_string(i + 20)).c_str());
     menu->setFont(kNormalFontVerySmall);
     Rect placed;
-    std::thread user([&] {
-        const xcb_window_t w1 = waitForMenus(1);
-        if (!w1) return;
+    test::playMenu(host, [&] { EXPECT_TRUE(menu->popup(frame.get(), Point{5, 5})); }, [&](xcb_window_t w1) {
         placed = host.geometry(w1);
         // The last entry sits at the bottom of the second column.
         const int perColumn = (1024 - 2 * MenuLayout::kPadding) / MenuLayout::kItemHeight;
@@ -263,11 +240,8 @@ TEST_F(MenuPopupTest, AMenuTallerThanTheScreenWrapsIntoColumnsAndItsLastEntryCan
         const int x = placed.width() * 3 / 4;
         const int y = MenuLayout::kPadding + row * MenuLayout::kItemHeight + MenuLayout::kItemHeight / 2;
         host.motion(w1, x, y, 0);
-        host.button(w1, x, y, 1, true);
-        host.button(w1, x, y, 1, false, XCB_BUTTON_MASK_1);
+        host.click(w1, x, y);
     });
-    EXPECT_TRUE(menu->popup(frame.get(), Point{5, 5}));
-    user.join();
     EXPECT_EQ(menu->lastResult(), 70);
     EXPECT_LE(placed.bottom, 1024);
     EXPECT_GT(placed.width(), 2 * 60 - 1);  // two columns

@@ -1,11 +1,11 @@
-// Widgets drawn offscreen through the frame's drawing path, and driven
+// Bitmaps and widgets drawn offscreen through the frame's drawing path, and driven
 // through the frame's event entry points (no window needed).
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <fstream>
 #include <string>
 
-#include "Recorder.h"
 #include "XServer.h"
 #include "gui/Bitmap.h"
 #include "gui/BitmapView.h"
@@ -70,11 +70,7 @@ TEST_F(WidgetsTest, KnobDrawsHandleAndShadowAtItsValue) {
         // Nothing white outside the knob.
         EXPECT_EQ(img.count(Rect(0, 0, 200, 60), 255, 255, 255, 60), 0);
     }
-    // Bottom left at 0, straight up from the centre (25.5, 74.5) at 0.5, bottom right at 1.
-    const Point e0 = Knob::handleEnd(knob->viewSize(), 0.0f);
-    const Point e1 = Knob::handleEnd(knob->viewSize(), 1.0f);
-    const Point eh = Knob::handleEnd(knob->viewSize(), 0.5f);
-    EXPECT_TRUE(e0.x < 25 && e0.y > 74 && e1.x > 25 && e1.y > 74 && eh.x == 26 && eh.y < 66);
+    // Where the pointer ends at each value: EditorArtTest.ArtLinesUpWithTheEditorsWidgetsWhichDoNotCollide.
 }
 
 TEST_F(WidgetsTest, KnobDragAndWheelChangeValueInsideOneGesture) {
@@ -152,6 +148,7 @@ TEST_F(WidgetsTest, SwitchStepsBothWaysAndDrawsItsPosition) {
     frame->dispatchMouseDown(Point{15, 31}, kRButton);
     EXPECT_NEAR(sw->value(), 2.0f / 3, 1e-6);
     EXPECT_EQ(rec.changes, 6);
+    EXPECT_EQ(rec.log.substr(0, 24), "b91;v91;e91;b91;v91;e91;");
     // A value set as 3.0 (outside 0..1) shows the last position and wraps up to 0.
     sw->setValue(3.0f);
     EXPECT_EQ(shown(), 3);
@@ -309,6 +306,42 @@ TEST_F(WidgetsTest, TextFieldTypesOnlyWhileFocused) {
     frame->setFocusView(nullptr);
     EXPECT_FALSE(field->hasFocus());
     EXPECT_EQ(frame->dispatchKeyDown(a), 0);
+}
+
+TEST_F(WidgetsTest, BitmapsLoadByResourceNumberTryingEachTypeInTheOverrideOrByPath) {
+    char name[16];
+    Bitmap::resourceName(123456, name, sizeof name);  // at least five digits
+    EXPECT_STREQ(name, "bmp123456");
+    ASSERT_TRUE(test::writeBandsPng(dir.path() + "/bmp00101.png", 21, 40,
+                                    {kWhiteColor, kBlackColor}));
+    // PNG data under another of the tried types loads as well.
+    ASSERT_TRUE(test::writeBandsPng(dir.path() + "/bmp00200.bmp", 5, 6, {kWhiteColor}));
+    // A file that is no PNG leaves the bitmap empty.
+    std::ofstream(dir.path() + "/bmp00300.png") << "not a picture";
+    Bitmap::setResourceDirectory(dir.path());
+
+    Bitmap a(101);
+    EXPECT_TRUE(a.isLoaded());
+    EXPECT_EQ(a.width(), 21);
+    EXPECT_EQ(a.height(), 40);
+    Bitmap b(200);
+    EXPECT_TRUE(b.isLoaded());
+    EXPECT_EQ(b.width(), 5);
+    Bitmap bad(300);
+    EXPECT_FALSE(bad.isLoaded());
+    EXPECT_EQ(bad.width(), 0);
+    EXPECT_FALSE(Bitmap(3).isLoaded());
+
+    // Without the override the lookup is in the bundle, which the test
+    // program is not inside: nothing is found.
+    Bitmap::setResourceDirectory("");
+    EXPECT_FALSE(Bitmap(101).isLoaded());
+    // By path; a failed reload empties the bitmap rather than keeping stale art.
+    Bitmap byPath(dir.path() + "/bmp00101.png");
+    EXPECT_EQ(byPath.height(), 40);
+    EXPECT_FALSE(byPath.loadFile(dir.path() + "/nothing.png"));
+    EXPECT_FALSE(byPath.isLoaded());
+    EXPECT_EQ(byPath.width(), 0);
 }
 
 }  // namespace

@@ -15,8 +15,9 @@
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <thread>
+
+#include "gui/DrawContext.h"
 
 // The screen of the private server; programs that show big windows (the
 // editor at 200 %) ask for a larger one.
@@ -101,6 +102,32 @@ bool Pixel::near(uint8_t R, uint8_t G, uint8_t B, int tol) const {
     return std::abs(r - R) <= tol && std::abs(g - G) <= tol && std::abs(b - B) <= tol;
 }
 
+Image Image::adopt(cairo_surface_t* s) {
+    Image img;
+    if (cairo_surface_status(s) == CAIRO_STATUS_SUCCESS) {
+        cairo_surface_flush(s);
+        const bool opaque = cairo_image_surface_get_format(s) == CAIRO_FORMAT_RGB24;
+        img = Image(cairo_image_surface_get_width(s), cairo_image_surface_get_height(s));
+        for (int y = 0; y < img.height; ++y) {
+            const auto* row = reinterpret_cast<const uint32_t*>(cairo_image_surface_get_data(s) +
+                                                                y * cairo_image_surface_get_stride(s));
+            for (int x = 0; x < img.width; ++x) img.words[static_cast<size_t>(y * img.width + x)] = opaque ? row[x] | 0xff000000u : row[x];
+        }
+    }
+    cairo_surface_destroy(s);
+    return img;
+}
+
+bool Image::writePng(const std::string& path) const {
+    if (words.empty()) return false;
+    cairo_surface_t* s = cairo_image_surface_create_for_data(
+        reinterpret_cast<unsigned char*>(const_cast<uint32_t*>(words.data())), CAIRO_FORMAT_ARGB32, width, height,
+        width * 4);
+    const bool ok = cairo_surface_write_to_png(s, path.c_str()) == CAIRO_STATUS_SUCCESS;
+    cairo_surface_destroy(s);
+    return ok;
+}
+
 int Image::count(const Rect& rr, uint8_t R, uint8_t G, uint8_t B, int tol) const {
     int n = 0;
     const Rect r = rr.intersect(Rect(0, 0, width, height));
@@ -165,23 +192,17 @@ void HostDisplay::resizeWindow(xcb_window_t w, int width, int height) {
 void HostDisplay::sync() { std::free(xcb_get_input_focus_reply(c_, xcb_get_input_focus(c_), nullptr)); }
 
 Image HostDisplay::grab(xcb_window_t w, const Rect& r) {
-    Image img;
     xcb_get_image_reply_t* reply = xcb_get_image_reply(
         c_,
         xcb_get_image(c_, XCB_IMAGE_FORMAT_Z_PIXMAP, w, static_cast<int16_t>(r.left),
                       static_cast<int16_t>(r.top), static_cast<uint16_t>(r.width()),
                       static_cast<uint16_t>(r.height()), ~0u),
         nullptr);
-    if (!reply) return img;
-    const uint8_t* data = xcb_get_image_data(reply);
-    const int len = xcb_get_image_data_length(reply);
-    img.width = r.width();
-    img.height = r.height();
-    img.pixels.resize(static_cast<size_t>(img.width * img.height));
-    if (len >= img.width * img.height * 4) {
-        for (int i = 0; i < img.width * img.height; ++i) {
-            img.pixels[static_cast<size_t>(i)] = Pixel{data[i * 4 + 2], data[i * 4 + 1], data[i * 4]};
-        }
+    if (!reply) return Image();
+    Image img(r.width(), r.height());
+    const auto* data = reinterpret_cast<const uint32_t*>(xcb_get_image_data(reply));
+    if (xcb_get_image_data_length(reply) >= img.width * img.height * 4) {
+        for (size_t i = 0; i < img.words.size(); ++i) img.words[i] = data[i] | 0xff000000u;
     }
     std::free(reply);
     return img;
@@ -210,6 +231,11 @@ void HostDisplay::button(xcb_window_t w, int x, int y, int b, bool press, uint16
 }
 
 void HostDisplay::motion(xcb_window_t w, int x, int y, uint16_t state) { button(w, x, y, 0, false, state); }
+
+void HostDisplay::click(xcb_window_t w, int x, int y, int b) {
+    button(w, x, y, b, true);
+    button(w, x, y, b, false, b > 3 ? 0 : static_cast<uint16_t>(XCB_BUTTON_MASK_1 << (b - 1)));
+}
 
 bool HostDisplay::keycodeFor(uint32_t keysym, uint8_t& keycode, uint16_t& state) {
     if (!xkb_x11_setup_xkb_extension(c_, 1, 0, XKB_X11_SETUP_XKB_EXTENSION_NO_FLAGS, nullptr,
@@ -260,20 +286,26 @@ void HostDisplay::typeText(xcb_window_t w, const char* ascii) {
     for (const char* p = ascii; *p; ++p) key(w, static_cast<unsigned char>(*p));
 }
 
+std::vector<xcb_window_t> HostDisplay::children(xcb_window_t w, xcb_window_t* parent) {
+    std::vector<xcb_window_t> out;
+    if (xcb_query_tree_reply_t* tree = xcb_query_tree_reply(c_, xcb_query_tree(c_, w), nullptr)) {
+        out.assign(xcb_query_tree_children(tree), xcb_query_tree_children(tree) + xcb_query_tree_children_length(tree));
+        if (parent) *parent = tree->parent;
+        std::free(tree);
+    }
+    return out;
+}
+
 std::vector<xcb_window_t> HostDisplay::topWindows(bool overrideRedirect) {
     std::vector<xcb_window_t> out;
-    xcb_query_tree_reply_t* tree = xcb_query_tree_reply(c_, xcb_query_tree(c_, screen_->root), nullptr);
-    if (!tree) return out;
-    xcb_window_t* children = xcb_query_tree_children(tree);
-    for (int i = 0; i < xcb_query_tree_children_length(tree); ++i) {
-        xcb_get_window_attributes_reply_t* a = xcb_get_window_attributes_reply(
-            c_, xcb_get_window_attributes(c_, children[i]), nullptr);
+    for (xcb_window_t child : children(screen_->root)) {
+        xcb_get_window_attributes_reply_t* a =
+            xcb_get_window_attributes_reply(c_, xcb_get_window_attributes(c_, child), nullptr);
         if (a && (a->override_redirect != 0) == overrideRedirect && a->map_state == XCB_MAP_STATE_VIEWABLE) {
-            out.push_back(children[i]);
+            out.push_back(child);
         }
         std::free(a);
     }
-    std::free(tree);
     return out;
 }
 
@@ -336,13 +368,26 @@ xcb_window_t waitForMenus(HostDisplay& display, size_t n, int ms) {
     return w;
 }
 
+void playMenu(HostDisplay& display, const std::function<void()>& open, const std::function<void(xcb_window_t)>& user,
+              int ms) {
+    waitFor([&] { return display.popupWindows().empty(); });  // the last menu's windows gone
+    std::thread t([&] {
+        if (const xcb_window_t w = waitForMenus(display, 1, ms)) user(w);
+    });
+    open();
+    t.join();
+}
+
 double differingFraction(const Image& a, const Image& b, int tolerance) {
-    if (a.width != b.width || a.height != b.height || a.pixels.empty()) return 1.0;
+    if (a.width != b.width || a.height != b.height || a.words.empty()) return 1.0;
     size_t n = 0;
-    for (size_t i = 0; i < a.pixels.size(); ++i) {
-        if (!a.pixels[i].near(b.pixels[i].r, b.pixels[i].g, b.pixels[i].b, tolerance)) ++n;
+    for (int y = 0; y < a.height; ++y) {
+        for (int x = 0; x < a.width; ++x) {
+            const Pixel p = b.at(x, y);
+            if (!a.at(x, y).near(p.r, p.g, p.b, tolerance)) ++n;
+        }
     }
-    return static_cast<double>(n) / static_cast<double>(a.pixels.size());
+    return static_cast<double>(n) / static_cast<double>(a.words.size());
 }
 
 bool writeBandsPng(const std::string& path, int w, int h, const std::vector<Color>& bands) {
@@ -361,23 +406,6 @@ bool writeBandsPng(const std::string& path, int w, int h, const std::vector<Colo
     return ok;
 }
 
-TempDir::TempDir() {
-    char tmpl[] = "/tmp/varitap-gui-XXXXXX";
-    if (mkdtemp(tmpl)) path_ = tmpl;
-}
-
-TempDir::~TempDir() {
-    std::error_code ec;
-    if (!path_.empty()) std::filesystem::remove_all(path_, ec);
-}
-
-}  // namespace varitap::gui::test
-
-#include "gui/DrawContext.h"
-#include "gui/Frame.h"
-
-namespace varitap::gui::test {
-
 Image renderOffscreen(Frame& frame) {
     const Rect r = frame.pixelScale().toDevice(frame.viewSize());
     cairo_surface_t* s = cairo_image_surface_create(CAIRO_FORMAT_RGB24, r.width(), r.height());
@@ -387,24 +415,7 @@ Image renderOffscreen(Frame& frame) {
         frame.drawArea(dc, frame.viewSize());
     }
     cairo_destroy(cr);
-    cairo_surface_flush(s);
-    Image img;
-    img.width = r.width();
-    img.height = r.height();
-    img.pixels.resize(static_cast<size_t>(img.width * img.height));
-    const unsigned char* data = cairo_image_surface_get_data(s);
-    const int stride = cairo_image_surface_get_stride(s);
-    for (int y = 0; y < img.height; ++y) {
-        const auto* row = reinterpret_cast<const uint32_t*>(data + y * stride);
-        for (int x = 0; x < img.width; ++x) {
-            const uint32_t p = row[x];
-            img.pixels[static_cast<size_t>(y * img.width + x)] =
-                Pixel{static_cast<uint8_t>(p >> 16), static_cast<uint8_t>(p >> 8),
-                      static_cast<uint8_t>(p)};
-        }
-    }
-    cairo_surface_destroy(s);
-    return img;
+    return Image::adopt(s);
 }
 
 }  // namespace varitap::gui::test

@@ -1,8 +1,9 @@
 // Test support for the toolkit: a private Xvfb server per test program, a
-// second X connection that plays the host (windows, pixels, synthetic input)
-// and picture files made on the fly.
+// second X connection that plays the host (windows, pixels, synthetic input),
+// picture files made on the fly and a listener that logs what it hears.
 #pragma once
 
+#include <cairo.h>
 #include <xcb/xcb.h>
 
 #include <cstdint>
@@ -10,6 +11,9 @@
 #include <string>
 #include <vector>
 
+#include "../base/TestSupport.h"
+#include "gui/Control.h"
+#include "gui/Frame.h"
 #include "gui/GuiTypes.h"
 
 namespace varitap::gui::test {
@@ -22,16 +26,29 @@ bool haveDisplay();
 int openDescriptors();
 
 struct Pixel {
-    uint8_t r = 0, g = 0, b = 0;
+    uint8_t r = 0, g = 0, b = 0, a = 255;
     bool near(uint8_t R, uint8_t G, uint8_t B, int tol = 40) const;
 };
 
-// An image read back from the server or drawn offscreen: rows of pixels.
+// An image read back from the server, drawn offscreen or read from a PNG:
+// rows of cairo's 32-bit pixels (alpha premultiplied; opaque unless the
+// picture has an alpha channel). Image(w, h) is opaque black.
 struct Image {
     int width = 0;
     int height = 0;
-    std::vector<Pixel> pixels;
-    Pixel at(int x, int y) const { return pixels[static_cast<size_t>(y * width + x)]; }
+    std::vector<uint32_t> words;
+    Image() = default;
+    Image(int w, int h) : width(w), height(h), words(static_cast<size_t>(w * h), 0xff000000u) {}
+    // The pixels of a cairo image surface, which it destroys.
+    static Image adopt(cairo_surface_t* surface);
+    // Empty when the file cannot be read.
+    static Image readPng(const std::string& path) { return adopt(cairo_image_surface_create_from_png(path.c_str())); }
+    bool writePng(const std::string& path) const;
+    Pixel at(int x, int y) const {
+        const uint32_t w = words[static_cast<size_t>(y * width + x)];
+        return Pixel{static_cast<uint8_t>(w >> 16), static_cast<uint8_t>(w >> 8), static_cast<uint8_t>(w),
+                     static_cast<uint8_t>(w >> 24)};
+    }
     // Pixels in r that are close to a colour.
     int count(const Rect& r, uint8_t R, uint8_t G, uint8_t B, int tol = 40) const;
     // Bounding box of pixels differing from a background colour by more than tol.
@@ -57,10 +74,14 @@ public:
     // Synthetic events sent straight to a window (coordinates in window space).
     void button(xcb_window_t w, int x, int y, int button, bool press, uint16_t state = 0);
     void motion(xcb_window_t w, int x, int y, uint16_t state);
+    // A press and release of a button.
+    void click(xcb_window_t w, int x, int y, int button = 1);
     // A key by keysym; Shift is added when the keysym needs it.
     void key(xcb_window_t w, uint32_t keysym, uint16_t state = 0);
     void typeText(xcb_window_t w, const char* ascii);
 
+    // The children of a window, and its parent when asked.
+    std::vector<xcb_window_t> children(xcb_window_t w, xcb_window_t* parent = nullptr);
     // Children of the root that are mapped and override-redirect (menus),
     // or mapped and not (top-level windows).
     std::vector<xcb_window_t> topWindows(bool overrideRedirect);
@@ -82,6 +103,11 @@ private:
 bool waitFor(const std::function<bool()>& step, int ms = 2000);
 // The newest override-redirect menu window once n are up, or 0.
 xcb_window_t waitForMenus(HostDisplay& display, size_t n, int ms = 3000);
+// Once no menu is up, runs `open` (which opens a menu and runs its loop)
+// while `user` plays the first menu window from another thread once it is up
+// (not at all when none opens within ms).
+void playMenu(HostDisplay& display, const std::function<void()>& open, const std::function<void(xcb_window_t)>& user,
+              int ms = 3000);
 // Fraction of pixels whose channels differ by more than tolerance.
 double differingFraction(const Image& a, const Image& b, int tolerance);
 
@@ -89,25 +115,26 @@ double differingFraction(const Image& a, const Image& b, int tolerance);
 // (top to bottom, equal heights).
 bool writeBandsPng(const std::string& path, int w, int h, const std::vector<Color>& bands);
 
-// A fresh temporary directory, removed with the object.
-class TempDir {
-public:
-    TempDir();
-    ~TempDir();
-    const std::string& path() const { return path_; }
+using varitap::test::TempDir;
 
-private:
-    std::string path_;
+// A listener that logs what controls and the frame report: "v<tag>;" for a
+// value change, "b<index>;" and "e<index>;" for the edit notifications.
+class Recorder : public ControlListener, public EditListener {
+public:
+    void valueChanged(DrawContext*, Control* c) override {
+        ++changes;
+        last = c->value();
+        log += "v" + std::to_string(c->tag()) + ";";
+    }
+    void beginEdit(int32_t i) override { log += "b" + std::to_string(i) + ";"; }
+    void endEdit(int32_t i) override { log += "e" + std::to_string(i) + ";"; }
+    int changes = 0;
+    float last = -1;
+    std::string log;
 };
 
-}  // namespace varitap::gui::test
-
-namespace varitap::gui {
-class Frame;
-}
-
-namespace varitap::gui::test {
 // The frame drawn offscreen through the same path the window uses, at the
 // frame's scale.
 Image renderOffscreen(Frame& frame);
+
 }  // namespace varitap::gui::test
