@@ -9,8 +9,6 @@
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <xkbcommon/xkbcommon-x11.h>
-#include <xkbcommon/xkbcommon.h>
 
 #include <chrono>
 #include <cstdlib>
@@ -237,34 +235,25 @@ void HostDisplay::click(xcb_window_t w, int x, int y, int b) {
     button(w, x, y, b, false, b > 3 ? 0 : static_cast<uint16_t>(XCB_BUTTON_MASK_1 << (b - 1)));
 }
 
+// The core keyboard map: a keysym in a key's first column needs no
+// modifier, one in its second needs Shift.
 bool HostDisplay::keycodeFor(uint32_t keysym, uint8_t& keycode, uint16_t& state) {
-    if (!xkb_x11_setup_xkb_extension(c_, 1, 0, XKB_X11_SETUP_XKB_EXTENSION_NO_FLAGS, nullptr,
-                                     nullptr, nullptr, nullptr)) {
-        return false;
+    const xcb_setup_t* setup = xcb_get_setup(c_);
+    const int keys = setup->max_keycode - setup->min_keycode + 1;
+    xcb_get_keyboard_mapping_reply_t* map = xcb_get_keyboard_mapping_reply(
+        c_, xcb_get_keyboard_mapping(c_, setup->min_keycode, static_cast<uint8_t>(keys)), nullptr);
+    if (!map) return false;
+    const xcb_keysym_t* syms = xcb_get_keyboard_mapping_keysyms(map);
+    const int perKey = map->keysyms_per_keycode;
+    for (int i = 0; i < keys * perKey; ++i) {
+        if (syms[i] != keysym || i % perKey > 1) continue;
+        keycode = static_cast<uint8_t>(setup->min_keycode + i / perKey);
+        state = i % perKey == 1 ? static_cast<uint16_t>(XCB_MOD_MASK_SHIFT) : uint16_t{0};
+        std::free(map);
+        return true;
     }
-    xkb_context* ctx = xkb_context_new(XKB_CONTEXT_NO_FLAGS);
-    xkb_keymap* map = xkb_x11_keymap_new_from_device(ctx, c_, xkb_x11_get_core_keyboard_device_id(c_),
-                                                     XKB_KEYMAP_COMPILE_NO_FLAGS);
-    bool found = false;
-    if (map) {
-        for (xkb_keycode_t kc = xkb_keymap_min_keycode(map);
-             kc <= xkb_keymap_max_keycode(map) && !found; ++kc) {
-            for (xkb_level_index_t level = 0; level < 2 && !found; ++level) {
-                const xkb_keysym_t* syms = nullptr;
-                const int n = xkb_keymap_key_get_syms_by_level(map, kc, 0, level, &syms);
-                for (int i = 0; i < n; ++i) {
-                    if (syms[i] == keysym) {
-                        keycode = static_cast<uint8_t>(kc);
-                        state = level == 1 ? static_cast<uint16_t>(XCB_MOD_MASK_SHIFT) : uint16_t{0};
-                        found = true;
-                    }
-                }
-            }
-        }
-        xkb_keymap_unref(map);
-    }
-    xkb_context_unref(ctx);
-    return found;
+    std::free(map);
+    return false;
 }
 
 void HostDisplay::key(xcb_window_t w, uint32_t keysym, uint16_t state) {
@@ -404,6 +393,21 @@ bool writeBandsPng(const std::string& path, int w, int h, const std::vector<Colo
     const bool ok = cairo_surface_write_to_png(s, path.c_str()) == CAIRO_STATUS_SUCCESS;
     cairo_surface_destroy(s);
     return ok;
+}
+
+RefPtr<Bitmap> GuiTest::bands(int w, int h, const std::vector<Color>& colours) {
+    const std::string path = dir.path() + "/bands" + std::to_string(++files_) + ".png";
+    EXPECT_TRUE(writeBandsPng(path, w, h, colours));
+    return makeRef<Bitmap>(path);
+}
+
+void ScreenTest::SetUp() {
+    if (!haveDisplay() || !host.ok()) GTEST_SKIP() << "no X server";
+    hostWindow = host.createWindow(865, 400);
+}
+
+void ScreenTest::TearDown() {
+    if (frame) frame->close();
 }
 
 Image renderOffscreen(Frame& frame) {

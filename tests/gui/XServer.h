@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cairo.h>
+#include <gtest/gtest.h>
 #include <xcb/xcb.h>
 
 #include <cstdint>
@@ -12,6 +13,7 @@
 #include <vector>
 
 #include "../base/TestSupport.h"
+#include "gui/Bitmap.h"
 #include "gui/Control.h"
 #include "gui/Frame.h"
 #include "gui/GuiTypes.h"
@@ -51,6 +53,7 @@ struct Image {
     }
     // Pixels in r that are close to a colour.
     int count(const Rect& r, uint8_t R, uint8_t G, uint8_t B, int tol = 40) const;
+    int count(const Rect& r, Color c, int tol = 40) const { return count(r, c.red, c.green, c.blue, tol); }
     // Bounding box of pixels differing from a background colour by more than tol.
     Rect inkBox(const Rect& r, Pixel background, int tol = 60) const;
 };
@@ -131,6 +134,31 @@ public:
     int changes = 0;
     float last = -1;
     std::string log;
+};
+
+constexpr Color kRed{255, 0, 0, 255}, kGreen{0, 255, 0, 255}, kBlue{0, 0, 255, 255}, kYellow{255, 255, 0, 255};
+
+// A frame, a listener and a folder for pictures: bands() writes a picture of
+// horizontal bands there and loads it.
+class GuiTest : public ::testing::Test {
+protected:
+    RefPtr<Bitmap> bands(int w, int h, const std::vector<Color>& colours);
+    TempDir dir;
+    Recorder rec;
+    RefPtr<Frame> frame;
+
+private:
+    int files_ = 0;
+};
+
+// The same with an 865 x 400 host window on the private server (skipped
+// without one); the frame is closed at the end.
+class ScreenTest : public GuiTest {
+protected:
+    void SetUp() override;
+    void TearDown() override;
+    HostDisplay host;
+    xcb_window_t hostWindow = 0;
 };
 
 // The frame drawn offscreen through the same path the window uses, at the
