@@ -14,22 +14,6 @@
 namespace varitap::gui {
 namespace {
 
-TEST(KnobDragHandlerTest, FollowsPointerClampsAndRefinesWithShift) {
-    KnobDragHandler h(100.0f);
-    h.begin(0.5f, Point{10, 50});
-    EXPECT_FLOAT_EQ(h.move(Point{30, 50}, 0), 0.7f);   // right raises
-    EXPECT_FLOAT_EQ(h.move(Point{10, 900}, 0), 0.0f);  // clamped
-    // Shift mid-drag: no jump, then ten times finer from there.
-    h.begin(0.5f, Point{0, 0});
-    EXPECT_FLOAT_EQ(h.move(Point{0, -10}, 0), 0.6f);
-    EXPECT_FLOAT_EQ(h.move(Point{0, -10}, kShift), 0.6f);
-    EXPECT_NEAR(h.move(Point{0, -20}, kShift), 0.61f, 1e-6);
-    h.end();
-    EXPECT_FALSE(h.isActive());
-    EXPECT_FLOAT_EQ(KnobDragHandler::wheel(0.995f, 1.0f, 0.01f), 1.0f);
-    EXPECT_FLOAT_EQ(KnobDragHandler::wheel(0.0f, -1.0f, 0.01f), 0.0f);
-}
-
 TEST(SliderGeometryTest, HandleTravelAndPointerMapping) {
     SliderGeometry g;
     g.left = 11;
