@@ -1,5 +1,4 @@
-// The toolkit's logic without a display: drag, slider, switch and menu
-// arithmetic, text editing, and the view tree's ownership and event routing.
+// The toolkit's logic without a display: slider, switch and menu arithmetic, text editing, and the view tree's ownership and event routing.
 #include "gui/Interaction.h"
 
 #include <gtest/gtest.h>
@@ -15,11 +14,7 @@ namespace varitap::gui {
 namespace {
 
 TEST(SliderGeometryTest, HandleTravelAndPointerMapping) {
-    SliderGeometry g;
-    g.left = 11;
-    g.width = 63;
-    g.handleWidth = 7;
-    g.travel = 63;  // longer than the slider allows: shortened to 56
+    SliderGeometry g{11, 63, 7, 63};  // a travel longer than the slider allows: shortened to 56
     EXPECT_EQ(g.effectiveTravel(), 56);
     EXPECT_EQ(g.handleLeft(7.0f), 67);
     EXPECT_FLOAT_EQ(g.valueAt(-500), 0.0f);
@@ -72,7 +67,7 @@ TEST(MenuNavigatorTest, SkipsUnselectableItemsAndWraps) {
     EXPECT_EQ(none.highlighted(), -1);
 }
 
-TEST(MenuLayoutTest, ItemPositionsAndScreenPlacement) {
+TEST(MenuLayoutTest, ItemPositionsColumnsAndScreenPlacement) {
     const std::vector<uint32_t> f{0, kMenuSeparator, 0};
     EXPECT_EQ(MenuLayout::itemAt(f, 0), -1);
     EXPECT_EQ(MenuLayout::itemAt(f, MenuLayout::kPadding), 0);
@@ -85,9 +80,8 @@ TEST(MenuLayoutTest, ItemPositionsAndScreenPlacement) {
     EXPECT_EQ(MenuLayout::placeOnScreen(Point{780, 590}, 50, 40, 800, 600), (Point{730, 550}));
     // Taller than the screen: pinned to the top.
     EXPECT_EQ(MenuLayout::placeOnScreen(Point{10, 300}, 50, 900, 800, 600), (Point{10, 0}));
-}
 
-TEST(MenuLayoutTest, LongMenusWrapIntoColumns) {
+    // Long menus wrap into columns.
     const int H = MenuLayout::kItemHeight;
     const int P = MenuLayout::kPadding;
     // Room for exactly three items per column.
@@ -104,15 +98,14 @@ TEST(MenuLayoutTest, LongMenusWrapIntoColumns) {
     EXPECT_EQ(MenuLayout::itemAt(rects, Point{50, 0}), -1);           // in the padding
 
     // A short menu stays one column, matching the single-column helpers.
-    const std::vector<uint32_t> mixed{0, kMenuSeparator, 0};
-    const auto one = MenuLayout::layoutColumns(mixed, 80, 1000);
-    EXPECT_EQ(one[2].top, MenuLayout::itemTop(mixed, 2));
-    EXPECT_EQ(MenuLayout::menuSize(one, 80).y, MenuLayout::totalHeight(mixed));
+    const auto one = MenuLayout::layoutColumns(f, 80, 1000);
+    EXPECT_EQ(one[2].top, MenuLayout::itemTop(f, 2));
+    EXPECT_EQ(MenuLayout::menuSize(one, 80).y, MenuLayout::totalHeight(f));
     // An item taller than the limit still gets a place (no endless columns).
     EXPECT_EQ(MenuLayout::layoutColumns({0, 0}, 50, 5).size(), 2u);
 }
 
-TEST(TextEditBufferTest, EditsUtf8ByCharacterWithinByteLimit) {
+TEST(TextEditBufferTest, EditsUtf8ByCharacterWithinByteLimitAndLeavesReturnAndControlKeysAlone) {
     TextEditBuffer b(10);
     EXPECT_TRUE(b.insert("ab"));
     EXPECT_TRUE(b.insert("\xC3\xA9"));  // é, two bytes
@@ -152,19 +145,18 @@ TEST(TextEditBufferTest, EditsUtf8ByCharacterWithinByteLimit) {
     b.right();  // collapses to the selection's end
     EXPECT_FALSE(b.hasSelection());
     EXPECT_EQ(b.cursor(), 2u);
-}
 
-TEST(TextEditBufferTest, LeavesReturnControlAndEmptyKeysAlone) {
-    TextEditBuffer b;
+    // Return is left for the dialog's default button; control characters
+    // and keys without text are not typed.
     KeyEvent ret;
     ret.virtualKey = VirtualKey::Return;
-    EXPECT_FALSE(b.handleKey(ret));  // left for the dialog's default button
+    EXPECT_FALSE(b.handleKey(ret));
     KeyEvent control;
     control.text[0] = '\x01';
     EXPECT_FALSE(b.handleKey(control));
     KeyEvent empty;
     EXPECT_FALSE(b.handleKey(empty));
-    EXPECT_EQ(b.text(), "");
+    EXPECT_EQ(b.text(), "hello");
 }
 
 // A view that records the presses it gets (in its parent's coordinates).

@@ -114,7 +114,7 @@ void playMenu(HostDisplay& display, const std::function<void()>& open, const std
 // Fraction of pixels whose channels differ by more than tolerance.
 double differingFraction(const Image& a, const Image& b, int tolerance);
 
-// Writes a w x h PNG made of horizontal bands of the given colours
+// Writes a w x h PNG made of horizontal bands of the given opaque colours
 // (top to bottom, equal heights).
 bool writeBandsPng(const std::string& path, int w, int h, const std::vector<Color>& bands);
 
