@@ -14,6 +14,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <thread>
 
 #include "gui/DrawContext.h"
@@ -138,6 +139,14 @@ Rect Image::inkBox(const Rect& rr, Pixel bg, int tol) const {
     return box;
 }
 
+namespace {
+// An xcb reply, freed at the end of the scope.
+template <typename T>
+std::unique_ptr<T, decltype(&std::free)> owned(T* reply) {
+    return {reply, &std::free};
+}
+}  // namespace
+
 HostDisplay::HostDisplay() {
     if (!haveDisplay()) return;
     int n = 0;
@@ -180,19 +189,17 @@ void HostDisplay::resizeWindow(xcb_window_t w, int width, int height) {
 void HostDisplay::sync() { std::free(xcb_get_input_focus_reply(c_, xcb_get_input_focus(c_), nullptr)); }
 
 Image HostDisplay::grab(xcb_window_t w, const Rect& r) {
-    xcb_get_image_reply_t* reply = xcb_get_image_reply(
+    const auto reply = owned(xcb_get_image_reply(
         c_,
-        xcb_get_image(c_, XCB_IMAGE_FORMAT_Z_PIXMAP, w, static_cast<int16_t>(r.left),
-                      static_cast<int16_t>(r.top), static_cast<uint16_t>(r.width()),
-                      static_cast<uint16_t>(r.height()), ~0u),
-        nullptr);
+        xcb_get_image(c_, XCB_IMAGE_FORMAT_Z_PIXMAP, w, static_cast<int16_t>(r.left), static_cast<int16_t>(r.top),
+                      static_cast<uint16_t>(r.width()), static_cast<uint16_t>(r.height()), ~0u),
+        nullptr));
     if (!reply) return Image();
     Image img(r.width(), r.height());
-    const auto* data = reinterpret_cast<const uint32_t*>(xcb_get_image_data(reply));
-    if (xcb_get_image_data_length(reply) >= img.width * img.height * 4) {
+    const auto* data = reinterpret_cast<const uint32_t*>(xcb_get_image_data(reply.get()));
+    if (xcb_get_image_data_length(reply.get()) >= img.width * img.height * 4) {
         for (size_t i = 0; i < img.words.size(); ++i) img.words[i] = data[i] | 0xff000000u;
     }
-    std::free(reply);
     return img;
 }
 
@@ -230,19 +237,17 @@ void HostDisplay::click(xcb_window_t w, int x, int y, int b) {
 bool HostDisplay::keycodeFor(uint32_t keysym, uint8_t& keycode, uint16_t& state) {
     const xcb_setup_t* setup = xcb_get_setup(c_);
     const int keys = setup->max_keycode - setup->min_keycode + 1;
-    xcb_get_keyboard_mapping_reply_t* map = xcb_get_keyboard_mapping_reply(
-        c_, xcb_get_keyboard_mapping(c_, setup->min_keycode, static_cast<uint8_t>(keys)), nullptr);
+    const auto map = owned(xcb_get_keyboard_mapping_reply(
+        c_, xcb_get_keyboard_mapping(c_, setup->min_keycode, static_cast<uint8_t>(keys)), nullptr));
     if (!map) return false;
-    const xcb_keysym_t* syms = xcb_get_keyboard_mapping_keysyms(map);
+    const xcb_keysym_t* syms = xcb_get_keyboard_mapping_keysyms(map.get());
     const int perKey = map->keysyms_per_keycode;
     for (int i = 0; i < keys * perKey; ++i) {
         if (syms[i] != keysym || i % perKey > 1) continue;
         keycode = static_cast<uint8_t>(setup->min_keycode + i / perKey);
         state = i % perKey == 1 ? static_cast<uint16_t>(XCB_MOD_MASK_SHIFT) : uint16_t{0};
-        std::free(map);
         return true;
     }
-    std::free(map);
     return false;
 }
 
@@ -266,63 +271,47 @@ void HostDisplay::typeText(xcb_window_t w, const char* ascii) {
 }
 
 std::vector<xcb_window_t> HostDisplay::children(xcb_window_t w, xcb_window_t* parent) {
-    std::vector<xcb_window_t> out;
-    if (xcb_query_tree_reply_t* tree = xcb_query_tree_reply(c_, xcb_query_tree(c_, w), nullptr)) {
-        out.assign(xcb_query_tree_children(tree), xcb_query_tree_children(tree) + xcb_query_tree_children_length(tree));
-        if (parent) *parent = tree->parent;
-        std::free(tree);
-    }
-    return out;
+    const auto tree = owned(xcb_query_tree_reply(c_, xcb_query_tree(c_, w), nullptr));
+    if (!tree) return {};
+    if (parent) *parent = tree->parent;
+    const xcb_window_t* first = xcb_query_tree_children(tree.get());
+    return std::vector<xcb_window_t>(first, first + xcb_query_tree_children_length(tree.get()));
 }
 
 std::vector<xcb_window_t> HostDisplay::topWindows(bool overrideRedirect) {
     std::vector<xcb_window_t> out;
     for (xcb_window_t child : children(screen_->root)) {
-        xcb_get_window_attributes_reply_t* a =
-            xcb_get_window_attributes_reply(c_, xcb_get_window_attributes(c_, child), nullptr);
+        const auto a = owned(xcb_get_window_attributes_reply(c_, xcb_get_window_attributes(c_, child), nullptr));
         if (a && (a->override_redirect != 0) == overrideRedirect && a->map_state == XCB_MAP_STATE_VIEWABLE) {
             out.push_back(child);
         }
-        std::free(a);
     }
     return out;
 }
 
 Point HostDisplay::rootPosition(xcb_window_t w) {
-    xcb_translate_coordinates_reply_t* t = xcb_translate_coordinates_reply(
-        c_, xcb_translate_coordinates(c_, w, screen_->root, 0, 0), nullptr);
-    Point p;
-    if (t) p = Point{t->dst_x, t->dst_y};
-    std::free(t);
-    return p;
+    const auto t = owned(
+        xcb_translate_coordinates_reply(c_, xcb_translate_coordinates(c_, w, screen_->root, 0, 0), nullptr));
+    return t ? Point{t->dst_x, t->dst_y} : Point{};
 }
 
 Rect HostDisplay::geometry(xcb_window_t w) {
-    xcb_get_geometry_reply_t* g = xcb_get_geometry_reply(c_, xcb_get_geometry(c_, w), nullptr);
-    Rect r;
-    if (g) r = Rect::fromSize(g->x, g->y, g->width, g->height);
-    std::free(g);
-    return r;
+    const auto g = owned(xcb_get_geometry_reply(c_, xcb_get_geometry(c_, w), nullptr));
+    return g ? Rect::fromSize(g->x, g->y, g->width, g->height) : Rect();
 }
 
 xcb_atom_t HostDisplay::atom(const char* name) {
-    xcb_intern_atom_reply_t* r = xcb_intern_atom_reply(
-        c_, xcb_intern_atom(c_, 0, static_cast<uint16_t>(std::strlen(name)), name), nullptr);
-    const xcb_atom_t a = r ? r->atom : static_cast<xcb_atom_t>(XCB_ATOM_NONE);
-    std::free(r);
-    return a;
+    const auto r = owned(xcb_intern_atom_reply(
+        c_, xcb_intern_atom(c_, 0, static_cast<uint16_t>(std::strlen(name)), name), nullptr));
+    return r ? r->atom : static_cast<xcb_atom_t>(XCB_ATOM_NONE);
 }
 
 std::vector<uint32_t> HostDisplay::property32(xcb_window_t w, const char* name) {
-    std::vector<uint32_t> out;
-    xcb_get_property_reply_t* r = xcb_get_property_reply(
-        c_, xcb_get_property(c_, 0, w, atom(name), XCB_GET_PROPERTY_TYPE_ANY, 0, 64), nullptr);
-    if (r && r->format == 32) {
-        const auto* v = static_cast<const uint32_t*>(xcb_get_property_value(r));
-        out.assign(v, v + xcb_get_property_value_length(r) / 4);
-    }
-    std::free(r);
-    return out;
+    const auto r = owned(xcb_get_property_reply(
+        c_, xcb_get_property(c_, 0, w, atom(name), XCB_GET_PROPERTY_TYPE_ANY, 0, 64), nullptr));
+    if (!r || r->format != 32) return {};
+    const auto* v = static_cast<const uint32_t*>(xcb_get_property_value(r.get()));
+    return std::vector<uint32_t>(v, v + xcb_get_property_value_length(r.get()) / 4);
 }
 
 bool waitFor(const std::function<bool()>& step, int ms) {
