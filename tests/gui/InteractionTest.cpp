@@ -162,13 +162,12 @@ TEST(TextEditBufferTest, EditsUtf8ByCharacterWithinByteLimitAndLeavesReturnAndCo
 // A view that records the presses it gets (in its parent's coordinates).
 class PressProbe : public View {
 public:
-    explicit PressProbe(const Rect& r, MouseResult answer = MouseResult::kHandled)
-        : View(r), answer_(answer) {}
+    using View::View;
     MouseResult onMouseDown(Point where, uint32_t buttons) override {
         ++presses;
         last = where;
         lastButtons = buttons;
-        return answer_;
+        return MouseResult::kHandled;
     }
     bool onWheel(Point where, float distance, uint32_t) override {
         last = where;
@@ -184,9 +183,6 @@ public:
     float wheel = 0;
     Point last;
     uint32_t lastButtons = 0;
-
-private:
-    MouseResult answer_;
 };
 
 TEST(ViewContainerTest, HoldsOneReferencePerChild) {

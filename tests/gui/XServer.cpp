@@ -232,35 +232,25 @@ void HostDisplay::click(xcb_window_t w, int x, int y, int b) {
     button(w, x, y, b, false, b > 3 ? 0 : static_cast<uint16_t>(XCB_BUTTON_MASK_1 << (b - 1)));
 }
 
-// The core keyboard map: a keysym in a key's first column needs no
-// modifier, one in its second needs Shift.
-bool HostDisplay::keycodeFor(uint32_t keysym, uint8_t& keycode, uint16_t& state) {
+// The key is found in the core keyboard map: a keysym in a key's first
+// column needs no modifier, one in its second needs Shift.
+void HostDisplay::key(xcb_window_t w, uint32_t keysym, uint16_t state) {
     const xcb_setup_t* setup = xcb_get_setup(c_);
     const int keys = setup->max_keycode - setup->min_keycode + 1;
     const auto map = owned(xcb_get_keyboard_mapping_reply(
         c_, xcb_get_keyboard_mapping(c_, setup->min_keycode, static_cast<uint8_t>(keys)), nullptr));
-    if (!map) return false;
+    if (!map) return;
     const xcb_keysym_t* syms = xcb_get_keyboard_mapping_keysyms(map.get());
     const int perKey = map->keysyms_per_keycode;
-    for (int i = 0; i < keys * perKey; ++i) {
-        if (syms[i] != keysym || i % perKey > 1) continue;
-        keycode = static_cast<uint8_t>(setup->min_keycode + i / perKey);
-        state = i % perKey == 1 ? static_cast<uint16_t>(XCB_MOD_MASK_SHIFT) : uint16_t{0};
-        return true;
-    }
-    return false;
-}
-
-void HostDisplay::key(xcb_window_t w, uint32_t keysym, uint16_t state) {
-    uint8_t keycode = 0;
-    uint16_t extra = 0;
-    if (!keycodeFor(keysym, keycode, extra)) return;
+    int i = 0;
+    while (i < keys * perKey && (syms[i] != keysym || i % perKey > 1)) ++i;
+    if (i == keys * perKey) return;
     xcb_key_press_event_t e{};
     e.response_type = XCB_KEY_PRESS;
-    e.detail = keycode;
+    e.detail = static_cast<xcb_keycode_t>(setup->min_keycode + i / perKey);
     e.root = screen_->root;
     e.event = w;
-    e.state = static_cast<uint16_t>(state | extra);
+    e.state = static_cast<uint16_t>(i % perKey == 1 ? state | XCB_MOD_MASK_SHIFT : state);
     e.same_screen = 1;
     xcb_send_event(c_, 0, w, XCB_EVENT_MASK_NO_EVENT, reinterpret_cast<const char*>(&e));
     sync();
@@ -324,16 +314,9 @@ bool waitFor(const std::function<bool()>& step, int ms) {
 }
 
 xcb_window_t waitForMenus(HostDisplay& display, size_t n, int ms) {
-    xcb_window_t w = 0;
-    waitFor(
-        [&] {
-            auto list = display.popupWindows();
-            if (list.size() != n) return false;
-            w = list.back();
-            return true;
-        },
-        ms);
-    return w;
+    std::vector<xcb_window_t> menus;
+    waitFor([&] { return (menus = display.popupWindows()).size() == n; }, ms);
+    return menus.size() == n ? menus.back() : 0;
 }
 
 void playMenu(HostDisplay& display, const std::function<void()>& open, const std::function<void(xcb_window_t)>& user,

@@ -96,8 +96,6 @@ public:
     xcb_atom_t atom(const char* name);
 
 private:
-    bool keycodeFor(uint32_t keysym, uint8_t& keycode, uint16_t& state);
-
     xcb_connection_t* c_ = nullptr;
     xcb_screen_t* screen_ = nullptr;
 };
