@@ -14,8 +14,8 @@ namespace {
 using test::Image;
 using test::waitFor;
 
-TEST(OptionMenuTest, EntriesParseMarkersAndRespectLimits) {
-    auto menu = makeRef<OptionMenu>(Rect(0, 0, 50, 12), nullptr, 7);
+TEST(OptionMenuTest, EntriesParseMarkersCheckMarksChooseSubmenusAndRespectLimits) {
+    auto menu = makeRef<OptionMenu>(Rect(0, 0, 50, 12), nullptr, 7, OptionMenu::kCheckStyle);
     // A sub-menu marker without a menu cannot be chosen; "-X" is no marker.
     const struct {
         const char* added;
@@ -45,17 +45,11 @@ TEST(OptionMenuTest, EntriesParseMarkersAndRespectLimits) {
     EXPECT_TRUE(menu->addEntry(longText.c_str()));
     EXPECT_EQ(std::string(menu->entry(menu->nbEntries() - 1)), std::string(254, 'x'));
 
+    // Check marks: individual marks add up; "alone" clears the others; a bad
+    // index changes nothing.
     menu->removeAllEntry();
     EXPECT_EQ(menu->nbEntries(), 0);
-    for (int i = 0; i < OptionMenu::kMaxEntries; ++i) ASSERT_TRUE(menu->addEntry("e"));
-    EXPECT_FALSE(menu->addEntry("one too many"));
-    EXPECT_EQ(menu->nbEntries(), OptionMenu::kMaxEntries);
-}
-
-TEST(OptionMenuTest, CheckMarksCurrentEntryAndSubmenuOwnership) {
-    auto menu = makeRef<OptionMenu>(Rect(), nullptr, 0, OptionMenu::kCheckStyle);
     for (const char* e : {"a", "b", "c"}) menu->addEntry(e);
-    // Individual marks add up; "alone" clears the others; a bad index changes nothing.
     EXPECT_TRUE(menu->checkEntry(0, true) && menu->checkEntry(2, true) && menu->checkEntry(0, false));
     EXPECT_TRUE(!menu->isCheckEntry(0) && menu->isCheckEntry(2));
     EXPECT_TRUE(menu->checkEntryAlone(1));
@@ -80,6 +74,10 @@ TEST(OptionMenuTest, CheckMarksCurrentEntryAndSubmenuOwnership) {
     EXPECT_EQ(menu->entryFlags(3), static_cast<uint32_t>(kMenuSubmenu));
     EXPECT_FALSE(menu->addEntry(menu.get(), "Self"));
     sub->release();  // the menu's reference keeps it
+
+    for (int i = menu->nbEntries(); i < OptionMenu::kMaxEntries; ++i) ASSERT_TRUE(menu->addEntry("e"));
+    EXPECT_FALSE(menu->addEntry("one too many"));
+    EXPECT_EQ(menu->nbEntries(), OptionMenu::kMaxEntries);
 }
 
 class MenuPopupTest : public test::ScreenTest {

@@ -164,7 +164,7 @@ TEST_F(WidgetsTest, PicturesFollowTheStatesOfButtonSwitchAndContainer) {
     EXPECT_EQ(rec.log, log);
 }
 
-TEST_F(WidgetsTest, SliderPlacesHandleAndFollowsThePointer) {
+TEST_F(WidgetsTest, SliderPlacesHandleFollowsThePointerAndKeepsItsHandleInside) {
     auto slider = makeRef<HorizontalSlider>(Rect(11, 60, 74, 70), &rec, 26, bands(7, 10, {kWhiteColor}).get(), 63);
     frame->addView(slider.get());
     slider->setValue(0.5f);
@@ -180,6 +180,22 @@ TEST_F(WidgetsTest, SliderPlacesHandleAndFollowsThePointer) {
     EXPECT_EQ(rec.log.substr(rec.log.size() - 4), "e26;");
     frame->dispatchWheel(Point{20, 65}, -10.0f, 0);
     EXPECT_NEAR(slider->value(), 0.9f, 1e-5);
+
+    // Its geometry: the travel shortened to 56 keeps the handle inside; then
+    // other travels, handle widths and directions.
+    SliderGeometry g = slider->geometry();
+    EXPECT_EQ(g.effectiveTravel(), 56);
+    EXPECT_EQ(g.handleLeft(7.0f), 67);
+    EXPECT_FLOAT_EQ(g.valueAt(-500), 0.0f);
+    g.minimumAtLeft = false;
+    EXPECT_EQ(g.handleLeft(0.0f), 67);
+    EXPECT_FLOAT_EQ(g.valueAt(11 + 3), 1.0f);
+    g.travel = 30;
+    g.minimumAtLeft = true;
+    EXPECT_EQ(g.handleLeft(1.0f), 41);
+    g.handleWidth = 100;  // handle wider than the slider: it cannot move
+    EXPECT_EQ(g.effectiveTravel(), 0);
+    EXPECT_FLOAT_EQ(g.valueAt(40), 0.0f);
 }
 
 TEST_F(WidgetsTest, ParamDisplayAndTextLabelDrawTheirTextAlignedWithShadow) {

@@ -87,10 +87,6 @@ int openDescriptors() {
     return n;
 }
 
-bool Pixel::near(uint8_t R, uint8_t G, uint8_t B, int tol) const {
-    return std::abs(r - R) <= tol && std::abs(g - G) <= tol && std::abs(b - B) <= tol;
-}
-
 Image Image::adopt(cairo_surface_t* s) {
     Image img;
     if (cairo_surface_status(s) == CAIRO_STATUS_SUCCESS) {
@@ -159,10 +155,6 @@ HostDisplay::HostDisplay() {
     screen_ = xcb_setup_roots_iterator(xcb_get_setup(c_)).data;
 }
 
-HostDisplay::~HostDisplay() {
-    if (c_) xcb_disconnect(c_);
-}
-
 xcb_window_t HostDisplay::createWindow(int w, int h) {
     const xcb_window_t win = xcb_generate_id(c_);
     const uint32_t values[] = {screen_->black_pixel, XCB_EVENT_MASK_STRUCTURE_NOTIFY};
@@ -185,8 +177,6 @@ void HostDisplay::resizeWindow(xcb_window_t w, int width, int height) {
     xcb_configure_window(c_, w, XCB_CONFIG_WINDOW_WIDTH | XCB_CONFIG_WINDOW_HEIGHT, size);
     sync();
 }
-
-void HostDisplay::sync() { std::free(xcb_get_input_focus_reply(c_, xcb_get_input_focus(c_), nullptr)); }
 
 Image HostDisplay::grab(xcb_window_t w, const Rect& r) {
     const auto reply = owned(xcb_get_image_reply(
@@ -225,8 +215,6 @@ void HostDisplay::button(xcb_window_t w, int x, int y, int b, bool press, uint16
     sync();
 }
 
-void HostDisplay::motion(xcb_window_t w, int x, int y, uint16_t state) { button(w, x, y, 0, false, state); }
-
 void HostDisplay::click(xcb_window_t w, int x, int y, int b) {
     button(w, x, y, b, true);
     button(w, x, y, b, false, b > 3 ? 0 : static_cast<uint16_t>(XCB_BUTTON_MASK_1 << (b - 1)));
@@ -254,10 +242,6 @@ void HostDisplay::key(xcb_window_t w, uint32_t keysym, uint16_t state) {
     e.same_screen = 1;
     xcb_send_event(c_, 0, w, XCB_EVENT_MASK_NO_EVENT, reinterpret_cast<const char*>(&e));
     sync();
-}
-
-void HostDisplay::typeText(xcb_window_t w, const char* ascii) {
-    for (const char* p = ascii; *p; ++p) key(w, static_cast<unsigned char>(*p));
 }
 
 std::vector<xcb_window_t> HostDisplay::children(xcb_window_t w, xcb_window_t* parent) {

@@ -8,6 +8,7 @@
 #include <xcb/xcb.h>
 
 #include <cstdint>
+#include <cstdlib>
 #include <functional>
 #include <string>
 #include <vector>
@@ -29,7 +30,9 @@ int openDescriptors();
 
 struct Pixel {
     uint8_t r = 0, g = 0, b = 0, a = 255;
-    bool near(uint8_t R, uint8_t G, uint8_t B, int tol = 40) const;
+    bool near(uint8_t R, uint8_t G, uint8_t B, int tol = 40) const {
+        return std::abs(r - R) <= tol && std::abs(g - G) <= tol && std::abs(b - B) <= tol;
+    }
 };
 
 // An image read back from the server, drawn offscreen or read from a PNG:
@@ -61,7 +64,9 @@ struct Image {
 class HostDisplay {
 public:
     HostDisplay();
-    ~HostDisplay();
+    ~HostDisplay() {
+        if (c_) xcb_disconnect(c_);
+    }
     bool ok() const { return c_ != nullptr; }
     xcb_connection_t* connection() const { return c_; }
     xcb_window_t root() const { return screen_->root; }
@@ -70,18 +75,20 @@ public:
     xcb_window_t createWindow(int w, int h);
     void destroyWindow(xcb_window_t w);
     void resizeWindow(xcb_window_t w, int width, int height);
-    void sync();
+    void sync() { std::free(xcb_get_input_focus_reply(c_, xcb_get_input_focus(c_), nullptr)); }
 
     Image grab(xcb_window_t w, const Rect& r);
 
     // Synthetic events sent straight to a window (coordinates in window space).
     void button(xcb_window_t w, int x, int y, int button, bool press, uint16_t state = 0);
-    void motion(xcb_window_t w, int x, int y, uint16_t state);
+    void motion(xcb_window_t w, int x, int y, uint16_t state) { button(w, x, y, 0, false, state); }
     // A press and release of a button.
     void click(xcb_window_t w, int x, int y, int button = 1);
     // A key by keysym; Shift is added when the keysym needs it.
     void key(xcb_window_t w, uint32_t keysym, uint16_t state = 0);
-    void typeText(xcb_window_t w, const char* ascii);
+    void typeText(xcb_window_t w, const char* ascii) {
+        for (const char* p = ascii; *p; ++p) key(w, static_cast<unsigned char>(*p));
+    }
 
     // The children of a window, and its parent when asked.
     std::vector<xcb_window_t> children(xcb_window_t w, xcb_window_t* parent = nullptr);
