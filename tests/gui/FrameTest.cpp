@@ -1,6 +1,6 @@
 // The frame in a real window under Xvfb: its life from opening to a lost
 // parent, drawing and synthetic input through the X connection at several
-// scales, two frames at once and closing from inside.
+// scales, and two frames at once.
 #include "gui/Frame.h"
 
 #include <gtest/gtest.h>
@@ -74,10 +74,24 @@ protected:
     RefPtr<TextLabel> label;
 };
 
+// A listener that closes the frame and drops the last reference to it from
+// inside the frame's own event handling.
+class Closer : public ControlListener {
+public:
+    void valueChanged(DrawContext*, Control*) override {
+        ++calls;
+        frame->close();
+        frame.reset();
+    }
+    RefPtr<Frame> frame;
+    int calls = 0;
+};
+
 // One frame from a failed opening through drawing, the fallback timer with
 // no idle from the host, opening over itself and a parent destroyed under
-// it, to opening again in a new host window.
-TEST_F(FrameTest, LivesFromOpeningToALostParentAndOpensAgain) {
+// it, to opening again in a new host window and being closed and dropped
+// from inside its own event handling.
+TEST_F(FrameTest, LivesFromOpeningToALostParentAndIsClosedFromInside) {
     build(100);
     // A window id that does not exist fails quietly, and the frame still opens later.
     EXPECT_FALSE(frame->open(0x3fffff7));
@@ -143,8 +157,27 @@ TEST_F(FrameTest, LivesFromOpeningToALostParentAndOpensAgain) {
     menu->addEntry("x");
     EXPECT_FALSE(menu->popup(frame.get(), Point{1, 1}));
     frame->close();
-    EXPECT_TRUE(frame->open(host.createWindow(865, 400)));
+    ASSERT_TRUE(frame->open(host.createWindow(865, 400)));
+
+    Closer closer;
+    auto button = makeRef<OnOffButton>(Rect(500, 300, 550, 350), &closer, 1, nullptr);
+    frame->addView(button.get());
     frame->idle();
+    const xcb_window_t w = frame->windowId();
+    Frame* raw = frame.get();
+    raw->retain();  // keep it observable for the checks below
+    closer.frame = std::move(frame);
+    host.click(w, 510, 310);
+    host.button(w, 510, 310, 1, true);  // after the close: never handled
+    ASSERT_TRUE(waitFor([&] {
+        if (raw->isOpen()) raw->idle();
+        return closer.calls > 0;
+    }));
+    EXPECT_EQ(closer.calls, 1);
+    EXPECT_FALSE(raw->isOpen());
+    EXPECT_EQ(raw->retainCount(), 1);
+    raw->release();
+    EXPECT_EQ(button->retainCount(), 1);  // the frame and its tree are gone
 }
 
 // A view that draws a white line across its middle.
@@ -321,43 +354,6 @@ TEST_F(FrameTest, TwoFramesDrawOnTheirOwnTimersAtOnce) {
     stop = true;
     automation.join();
     EXPECT_TRUE(bothShown);
-    first->close();
-}
-
-// A listener may close the editor (and drop the last reference to its
-// frame) from inside the frame's own event handling.
-class Closer : public ControlListener {
-public:
-    void valueChanged(DrawContext*, Control*) override {
-        ++calls;
-        frame->close();
-        frame.reset();
-    }
-    RefPtr<Frame> frame;
-    int calls = 0;
-};
-
-TEST_F(FrameTest, ClosingFromInsideItsOwnEventHandlingIsSafe) {
-    Closer closer;
-    closer.frame = makeRef<Frame>(Rect(0, 0, 865, 400));
-    auto button = makeRef<OnOffButton>(Rect(0, 0, 50, 50), &closer, 1, nullptr);
-    closer.frame->addView(button.get());
-    ASSERT_TRUE(closer.frame->open(hostWindow));
-    const xcb_window_t w = closer.frame->windowId();
-    Frame* raw = closer.frame.get();
-    raw->idle();
-    host.click(w, 10, 10);
-    host.button(w, 10, 10, 1, true);  // after the close: never handled
-    raw->retain();                     // keep it observable for the checks below
-    ASSERT_TRUE(waitFor([&] {
-        if (raw->isOpen()) raw->idle();
-        return closer.calls > 0;
-    }));
-    EXPECT_EQ(closer.calls, 1);
-    EXPECT_FALSE(raw->isOpen());
-    EXPECT_EQ(raw->retainCount(), 1);
-    raw->release();
-    EXPECT_EQ(button->retainCount(), 1);  // the frame and its tree are gone
 }
 
 }  // namespace

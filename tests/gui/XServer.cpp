@@ -1,9 +1,7 @@
 #include "XServer.h"
 
-#include <cairo.h>
 #include <dirent.h>
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/prctl.h>
@@ -12,7 +10,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <thread>
@@ -113,25 +110,28 @@ bool Image::writePng(const std::string& path) const {
     return ok;
 }
 
-int Image::count(const Rect& rr, uint8_t R, uint8_t G, uint8_t B, int tol) const {
-    int n = 0;
-    const Rect r = rr.intersect(Rect(0, 0, width, height));
-    for (int y = r.top; y < r.bottom; ++y) {
-        for (int x = r.left; x < r.right; ++x) {
-            if (at(x, y).near(R, G, B, tol)) ++n;
-        }
+namespace {
+// Calls f(x, y) for each pixel of r that lies in an image of the given size.
+template <typename F>
+void forEachPixel(const Rect& r, int width, int height, F f) {
+    const Rect in = r.intersect(Rect(0, 0, width, height));
+    for (int y = in.top; y < in.bottom; ++y) {
+        for (int x = in.left; x < in.right; ++x) f(x, y);
     }
+}
+}  // namespace
+
+int Image::count(const Rect& r, uint8_t R, uint8_t G, uint8_t B, int tol) const {
+    int n = 0;
+    forEachPixel(r, width, height, [&](int x, int y) { n += at(x, y).near(R, G, B, tol) ? 1 : 0; });
     return n;
 }
 
-Rect Image::inkBox(const Rect& rr, Pixel bg, int tol) const {
+Rect Image::inkBox(const Rect& r, Pixel bg, int tol) const {
     Rect box;
-    const Rect r = rr.intersect(Rect(0, 0, width, height));
-    for (int y = r.top; y < r.bottom; ++y) {
-        for (int x = r.left; x < r.right; ++x) {
-            if (!at(x, y).near(bg.r, bg.g, bg.b, tol)) box = box.unite(Rect(x, y, x + 1, y + 1));
-        }
-    }
+    forEachPixel(r, width, height, [&](int x, int y) {
+        if (!at(x, y).near(bg.r, bg.g, bg.b, tol)) box = box.unite(Rect(x, y, x + 1, y + 1));
+    });
     return box;
 }
 
@@ -315,13 +315,11 @@ void playMenu(HostDisplay& display, const std::function<void()>& open, const std
 
 double differingFraction(const Image& a, const Image& b, int tolerance) {
     if (a.width != b.width || a.height != b.height || a.words.empty()) return 1.0;
-    size_t n = 0;
-    for (int y = 0; y < a.height; ++y) {
-        for (int x = 0; x < a.width; ++x) {
-            const Pixel p = b.at(x, y);
-            if (!a.at(x, y).near(p.r, p.g, p.b, tolerance)) ++n;
-        }
-    }
+    int n = 0;
+    forEachPixel(Rect(0, 0, a.width, a.height), a.width, a.height, [&](int x, int y) {
+        const Pixel p = b.at(x, y);
+        n += a.at(x, y).near(p.r, p.g, p.b, tolerance) ? 0 : 1;
+    });
     return static_cast<double>(n) / static_cast<double>(a.words.size());
 }
 
@@ -344,10 +342,6 @@ RefPtr<Bitmap> GuiTest::bands(int w, int h, const std::vector<Color>& colours) {
 void ScreenTest::SetUp() {
     if (!haveDisplay() || !host.ok()) GTEST_SKIP() << "no X server";
     hostWindow = host.createWindow(865, 400);
-}
-
-void ScreenTest::TearDown() {
-    if (frame) frame->close();
 }
 
 Image renderOffscreen(Frame& frame) {

@@ -157,11 +157,10 @@ private:
 };
 
 // The same with an 865 x 400 host window on the private server (skipped
-// without one); the frame is closed at the end.
+// without one).
 class ScreenTest : public GuiTest {
 protected:
     void SetUp() override;
-    void TearDown() override;
     HostDisplay host;
     xcb_window_t hostWindow = 0;
 };
