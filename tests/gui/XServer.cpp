@@ -184,13 +184,9 @@ Image HostDisplay::grab(xcb_window_t w, const Rect& r) {
         xcb_get_image(c_, XCB_IMAGE_FORMAT_Z_PIXMAP, w, static_cast<int16_t>(r.left), static_cast<int16_t>(r.top),
                       static_cast<uint16_t>(r.width()), static_cast<uint16_t>(r.height()), ~0u),
         nullptr));
-    if (!reply) return Image();
-    Image img(r.width(), r.height());
-    const auto* data = reinterpret_cast<const uint32_t*>(xcb_get_image_data(reply.get()));
-    if (xcb_get_image_data_length(reply.get()) >= img.width * img.height * 4) {
-        for (size_t i = 0; i < img.words.size(); ++i) img.words[i] = data[i] | 0xff000000u;
-    }
-    return img;
+    if (!reply || xcb_get_image_data_length(reply.get()) < r.width() * r.height() * 4) return Image();
+    return Image::adopt(cairo_image_surface_create_for_data(xcb_get_image_data(reply.get()), CAIRO_FORMAT_RGB24,
+                                                            r.width(), r.height(), r.width() * 4));
 }
 
 // Button and motion events share one layout; only the type and detail differ
