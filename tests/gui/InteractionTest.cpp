@@ -239,13 +239,18 @@ TEST(ViewContainerTest, HoldsOneReferencePerChildAndRoutesInputToTheTopmostChild
 TEST(ViewContainerTest, DirtyViewsAreCollectedInFrameCoordinatesAndRemovedOnesForgotten) {
     auto frame = makeRef<Frame>(Rect(0, 0, 300, 200));
     auto strip = makeRef<ViewContainer>(Rect(100, 50, 200, 150));
-    auto child = makeRef<View>(Rect(10, 20, 30, 40));
+    auto child = makeRef<Control>(Rect(10, 20, 30, 40));
     frame->addView(strip.get());
     strip->addView(child.get());
     frame->takeDirtyArea();  // everything starts dirty
     EXPECT_TRUE(frame->takeDirtyArea().isEmpty());
 
-    child->setDirty();
+    // A value (set from any thread) only marks the control, and only when it
+    // changes; it is kept as given.
+    child->setValue(0.0f);
+    EXPECT_TRUE(frame->takeDirtyArea().isEmpty());
+    child->setValue(3.0f);
+    EXPECT_FLOAT_EQ(child->value(), 3.0f);
     EXPECT_EQ(frame->takeDirtyArea(), Rect(110, 70, 130, 90));
     EXPECT_FALSE(child->isDirty());
 
@@ -262,17 +267,6 @@ TEST(ViewContainerTest, DirtyViewsAreCollectedInFrameCoordinatesAndRemovedOnesFo
     frame->redraw();
     EXPECT_EQ(frame->takeDirtyArea(), Rect(0, 0, 300, 200));
     EXPECT_TRUE(frame->takeDirtyArea().isEmpty());
-}
-
-// Values set from another thread only mark the control; nothing else runs.
-TEST(ControlTest, SetValueStoresUnclampedAndMarksDirtyOnlyOnChange) {
-    Control c(Rect(0, 0, 10, 10));
-    c.setDirty(false);
-    c.setValue(0.0f);
-    EXPECT_FALSE(c.isDirty());
-    c.setValue(3.0f);  // kept as given
-    EXPECT_TRUE(c.isDirty());
-    EXPECT_FLOAT_EQ(c.value(), 3.0f);
 }
 
 }  // namespace

@@ -89,7 +89,6 @@ protected:
         ASSERT_TRUE(frame->open(hostWindow));
         frame->idle();
     }
-    xcb_window_t waitForMenus(size_t n) { return test::waitForMenus(host, n); }
     int itemY(const std::vector<uint32_t>& flags, int index) {
         return MenuLayout::itemTop(flags, index) + MenuLayout::kItemHeight / 2;
     }
@@ -113,7 +112,7 @@ TEST_F(MenuPopupTest, PointerAndKeysChooseInASubmenuThatShowsItsCheckMark) {
     bool chosen = false;
     test::playMenu(host, [&] { chosen = top->popup(frame.get(), Point{30, 30}); }, [&](xcb_window_t w1) {
         host.motion(w1, 10, itemY(top->allFlags(), 1), 0);  // hover "Sub"
-        const xcb_window_t w2 = waitForMenus(2);
+        const xcb_window_t w2 = test::waitForMenus(host, 2);
         if (!w2) return;
         // Wait until the menu has drawn its entries, then look at it.
         const Rect area = host.geometry(w2).offsetBy(-host.geometry(w2).left, -host.geometry(w2).top);
@@ -144,17 +143,15 @@ TEST_F(MenuPopupTest, PointerAndKeysChooseInASubmenuThatShowsItsCheckMark) {
     EXPECT_EQ(checkInk(0), 0);
     EXPECT_EQ(checkInk(2), 0);
     // The entries' text is there too (ink right of the check column).
-    EXPECT_GT(subImage.count(Rect(18, MenuLayout::itemTop(flags, 0), subImage.width - 16,
-                                  MenuLayout::itemTop(flags, 1)),
-                             0, 0, 0, 120),
-              3);
+    const Rect alpha(18, MenuLayout::itemTop(flags, 0), subImage.width - 16, MenuLayout::itemTop(flags, 1));
+    EXPECT_GT(subImage.count(alpha, 0, 0, 0, 120), 3);
 
     chosen = false;
     test::playMenu(host, [&] { chosen = top->popup(frame.get(), Point{10, 10}); }, [&](xcb_window_t w1) {
         host.key(w1, XKB_KEY_Down);   // First
         host.key(w1, XKB_KEY_Down);   // Sub
         host.key(w1, XKB_KEY_Right);  // opens it on Alpha
-        if (!waitForMenus(2)) return;
+        if (!test::waitForMenus(host, 2)) return;
         host.key(w1, XKB_KEY_Down);   // Beta
         host.key(w1, XKB_KEY_Down);   // Gamma
         host.key(w1, XKB_KEY_Down);   // wraps to Alpha

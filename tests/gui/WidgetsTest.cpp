@@ -240,7 +240,9 @@ TEST_F(WidgetsTest, ParamDisplayAndTextLabelDrawTheirTextAlignedWithShadow) {
     EXPECT_GT(renderOffscreen(*frame).count(label->viewSize(), kWhiteColor, 100), 2);
 }
 
-TEST_F(WidgetsTest, PushButtonFiresOnlyWhenReleasedInside) {
+// The name dialog's widgets: a push button fires only when released inside
+// it, a text field takes keys only while it has the focus.
+TEST_F(WidgetsTest, PushButtonFiresOnlyWhenReleasedInsideAndTextFieldTypesOnlyWhileFocused) {
     auto ok = makeRef<PushButton>(Rect(10, 10, 60, 30), &rec, 1, "OK");
     frame->addView(ok.get());
     frame->dispatchMouseDown(Point{20, 20}, kLButton);
@@ -252,9 +254,7 @@ TEST_F(WidgetsTest, PushButtonFiresOnlyWhenReleasedInside) {
     EXPECT_EQ(rec.changes, 1);
     EXPECT_FLOAT_EQ(rec.last, 1.0f);   // the listener saw the press
     EXPECT_FLOAT_EQ(ok->value(), 0.0f);  // and the button is up again
-}
 
-TEST_F(WidgetsTest, TextFieldTypesOnlyWhileFocused) {
     auto field = makeRef<TextField>(Rect(40, 50, 180, 66));
     frame->addView(field.get());
     KeyEvent a;

@@ -145,14 +145,13 @@ std::unique_ptr<T, decltype(&std::free)> owned(T* reply) {
 
 HostDisplay::HostDisplay() {
     if (!haveDisplay()) return;
-    int n = 0;
-    c_ = xcb_connect(nullptr, &n);
-    if (xcb_connection_has_error(c_)) {
-        xcb_disconnect(c_);
-        c_ = nullptr;
+    c_ = xcb_connect(nullptr, nullptr);
+    if (!xcb_connection_has_error(c_)) {
+        screen_ = xcb_setup_roots_iterator(xcb_get_setup(c_)).data;
         return;
     }
-    screen_ = xcb_setup_roots_iterator(xcb_get_setup(c_)).data;
+    xcb_disconnect(c_);
+    c_ = nullptr;
 }
 
 xcb_window_t HostDisplay::createWindow(int w, int h) {
