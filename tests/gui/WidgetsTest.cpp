@@ -247,11 +247,11 @@ TEST_F(WidgetsTest, PushButtonFiresOnlyWhenReleasedInsideAndTextFieldTypesOnlyWh
     frame->addView(ok.get());
     frame->dispatchMouseDown(Point{20, 20}, kLButton);
     frame->dispatchMouseMoved(Point{100, 100}, kLButton);
-    frame->dispatchMouseUp(Point{100, 100}, 0);
-    EXPECT_EQ(rec.changes, 0);
+    frame->dispatchMouseUp(Point{25, 25}, 0);  // dragged out: a release back inside does not count
+    EXPECT_EQ(rec.log, "");
     frame->dispatchMouseDown(Point{20, 20}, kLButton);
     frame->dispatchMouseUp(Point{25, 25}, 0);
-    EXPECT_EQ(rec.changes, 1);
+    EXPECT_EQ(rec.log, "v1;");
     EXPECT_FLOAT_EQ(rec.last, 1.0f);   // the listener saw the press
     EXPECT_FLOAT_EQ(ok->value(), 0.0f);  // and the button is up again
 
@@ -274,9 +274,6 @@ TEST_F(WidgetsTest, PushButtonFiresOnlyWhenReleasedInsideAndTextFieldTypesOnlyWh
 }
 
 TEST_F(WidgetsTest, BitmapsLoadByResourceNumberTryingEachTypeInTheOverrideOrByPath) {
-    char name[16];
-    Bitmap::resourceName(123456, name, sizeof name);  // at least five digits
-    EXPECT_STREQ(name, "bmp123456");
     ASSERT_TRUE(test::writeBandsPng(dir.path() + "/bmp00101.png", 21, 40, {kWhiteColor, kBlackColor}));
     // PNG data under another of the tried types loads as well; a file that is
     // no PNG leaves the bitmap empty.

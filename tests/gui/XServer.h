@@ -130,13 +130,11 @@ using varitap::test::TempDir;
 class Recorder : public ControlListener, public EditListener {
 public:
     void valueChanged(DrawContext*, Control* c) override {
-        ++changes;
         last = c->value();
         log += "v" + std::to_string(c->tag()) + ";";
     }
     void beginEdit(int32_t i) override { log += "b" + std::to_string(i) + ";"; }
     void endEdit(int32_t i) override { log += "e" + std::to_string(i) + ";"; }
-    int changes = 0;
     float last = -1;
     std::string log;
 };
