@@ -11,7 +11,6 @@
 namespace varitap::gui {
 namespace {
 
-using test::Image;
 using test::waitFor;
 
 TEST(OptionMenuTest, EntriesParseMarkersCheckMarksChooseSubmenusAndRespectLimits) {
@@ -108,7 +107,7 @@ TEST_F(MenuPopupTest, PointerAndKeysChooseInASubmenuThatShowsItsCheckMark) {
     top->addEntry("Last");
     top->setFont(kNormalFontVerySmall);
     sub->setFont(kNormalFontVerySmall);
-    Image subImage;
+    test::Image subImage;
     bool chosen = false;
     test::playMenu(host, [&] { chosen = top->popup(frame.get(), Point{30, 30}); }, [&](xcb_window_t w1) {
         host.motion(w1, 10, itemY(top->allFlags(), 1), 0);  // hover "Sub"

@@ -1,6 +1,5 @@
 #include "XServer.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
@@ -11,6 +10,8 @@
 #include <algorithm>
 #include <chrono>
 #include <cstring>
+#include <filesystem>
+#include <iterator>
 #include <memory>
 #include <thread>
 
@@ -76,12 +77,8 @@ private:
 bool haveDisplay() { return XvfbEnvironment::running; }
 
 int openDescriptors() {
-    int n = 0;
-    if (DIR* d = opendir("/proc/self/fd")) {
-        while (readdir(d)) ++n;
-        closedir(d);
-    }
-    return n;
+    const std::filesystem::directory_iterator fds("/proc/self/fd");
+    return static_cast<int>(std::distance(begin(fds), end(fds)));
 }
 
 Image Image::adopt(cairo_surface_t* s) {
@@ -166,11 +163,6 @@ xcb_window_t HostDisplay::createWindow(int w, int h) {
     return win;
 }
 
-void HostDisplay::destroyWindow(xcb_window_t w) {
-    xcb_destroy_window(c_, w);
-    sync();
-}
-
 void HostDisplay::resizeWindow(xcb_window_t w, int width, int height) {
     const uint32_t size[] = {static_cast<uint32_t>(width), static_cast<uint32_t>(height)};
     xcb_configure_window(c_, w, XCB_CONFIG_WINDOW_WIDTH | XCB_CONFIG_WINDOW_HEIGHT, size);
@@ -208,11 +200,6 @@ void HostDisplay::button(xcb_window_t w, int x, int y, int b, bool press, uint16
     if (b == 0) e.response_type = XCB_MOTION_NOTIFY;
     xcb_send_event(c_, 0, w, XCB_EVENT_MASK_NO_EVENT, reinterpret_cast<const char*>(&e));
     sync();
-}
-
-void HostDisplay::click(xcb_window_t w, int x, int y, int b) {
-    button(w, x, y, b, true);
-    button(w, x, y, b, false, b > 3 ? 0 : static_cast<uint16_t>(XCB_BUTTON_MASK_1 << (b - 1)));
 }
 
 // The key is found in the core keyboard map: a keysym in a key's first

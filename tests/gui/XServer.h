@@ -73,7 +73,10 @@ public:
 
     // A mapped top-level window that plays the host's editor window.
     xcb_window_t createWindow(int w, int h);
-    void destroyWindow(xcb_window_t w);
+    void destroyWindow(xcb_window_t w) {
+        xcb_destroy_window(c_, w);
+        sync();
+    }
     void resizeWindow(xcb_window_t w, int width, int height);
     void sync() { std::free(xcb_get_input_focus_reply(c_, xcb_get_input_focus(c_), nullptr)); }
 
@@ -83,7 +86,10 @@ public:
     void button(xcb_window_t w, int x, int y, int button, bool press, uint16_t state = 0);
     void motion(xcb_window_t w, int x, int y, uint16_t state) { button(w, x, y, 0, false, state); }
     // A press and release of a button.
-    void click(xcb_window_t w, int x, int y, int button = 1);
+    void click(xcb_window_t w, int x, int y, int b = 1) {
+        button(w, x, y, b, true);
+        button(w, x, y, b, false, b > 3 ? 0 : static_cast<uint16_t>(XCB_BUTTON_MASK_1 << (b - 1)));
+    }
     // A key by keysym; Shift is added when the keysym needs it.
     void key(xcb_window_t w, uint32_t keysym, uint16_t state = 0);
     void typeText(xcb_window_t w, const char* ascii) {
