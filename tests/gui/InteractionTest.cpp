@@ -1,4 +1,5 @@
-// The toolkit's logic without a display: switch and menu arithmetic, text editing, and the view tree's ownership and event routing.
+// The toolkit's logic without a display: switch and menu arithmetic, text
+// editing, and the view tree's ownership and event routing.
 #include "gui/Interaction.h"
 
 #include <gtest/gtest.h>
