@@ -1,6 +1,6 @@
-// The frame in a real window under Xvfb: drawing, synthetic input through
-// the X connection at several scales, the fallback timer, a vanishing parent, two
-// frames at once, closing from inside and opening over an open frame.
+// The frame in a real window under Xvfb: its life from opening to a lost
+// parent, drawing and synthetic input through the X connection at several
+// scales, and two frames at once.
 #include "gui/Frame.h"
 
 #include <gtest/gtest.h>
@@ -13,7 +13,6 @@
 #include <thread>
 
 #include "XServer.h"
-#include "gui/Bitmap.h"
 #include "gui/BitmapView.h"
 #include "gui/Buttons.h"
 #include "gui/DrawContext.h"
@@ -25,43 +24,35 @@
 namespace varitap::gui {
 namespace {
 
-using test::HostDisplay;
-using test::Image;
-using test::Recorder;
-using test::waitFor;
-using test::openDescriptors;
 using test::differingFraction;
+using test::Image;
+using test::kRed;
+using test::waitFor;
 
-class FrameTest : public ::testing::Test {
+constexpr Color kBack{40, 60, 90, 255}, kLowBack{70, 40, 40, 255};
+
+class FrameTest : public test::ScreenTest {
 protected:
-    void SetUp() override {
-        if (!test::haveDisplay() || !host.ok()) GTEST_SKIP() << "no X server";
-        hostWindow = host.createWindow(865, 400);
-    }
-    // An editor-sized frame with a background picture and one of each control.
-    void build(int fallbackMs = 250) {
+    // An editor-sized frame with a background of two bands, a knob, a
+    // four-position switch showing red, green, blue or yellow, and a label.
+    void build(int fallbackMs) {
         frame = makeRef<Frame>(Rect(0, 0, 865, 400), &rec);
         frame->setFallbackDelay(fallbackMs);
-        const std::string bg = dir.path() + "/bg.png";
-        ASSERT_TRUE(test::writeBandsPng(bg, 865, 400,
-                                        {Color{40, 60, 90, 255}, Color{70, 40, 40, 255}}));
-        frame->setBackground(makeRef<Bitmap>(bg).get());
-        const std::string sw = dir.path() + "/sw.png";
-        ASSERT_TRUE(test::writeBandsPng(sw, 16, 40,
-                                        {Color{255, 0, 0, 255}, Color{0, 255, 0, 255},
-                                         Color{0, 0, 255, 255}, Color{255, 255, 0, 255}}));
+        frame->setBackground(bands(865, 400, {kBack, kLowBack}).get());
         knob = makeRef<Knob>(Rect(13, 62, 38, 87), &rec, 21);
-        knob->setValue(0.0f);
         frame->addView(knob.get());
-        switcher = makeRef<MultiPositionSwitch>(Rect::fromSize(100, 29, 16, 10), &rec, 91, 4, 10,
-                                                makeRef<Bitmap>(sw).get());
+        auto art = bands(16, 40, {kRed, test::kGreen, test::kBlue, test::kYellow});
+        switcher = makeRef<MultiPositionSwitch>(Rect::fromSize(100, 29, 16, 10), &rec, 91, 4, 10, art.get());
         frame->addView(switcher.get());
-        label = makeRef<TextLabel>(Rect(200, 100, 400, 130), "Varitap 0.0.5",
-                                   ParamDisplay::kShadowText);
+        label = makeRef<TextLabel>(Rect(200, 100, 400, 130), "Varitap 0.0.5", ParamDisplay::kShadowText);
         label->setTransparent(true);
         frame->addView(label.get());
     }
-    Image window() { return host.grab(frame->windowId(), Rect(0, 0, 865, 400)); }
+    // Pixels of a colour in a frame's switch as the server shows them.
+    int switchShows(Frame& f, MultiPositionSwitch& s, Color c) {
+        host.sync();
+        return host.grab(f.windowId(), s.viewSize()).count(Rect(0, 0, 16, 10), c, 10);
+    }
     // Idles the frame until done() holds (or two seconds pass).
     bool idleUntil(const std::function<bool()>& done) {
         return waitFor([&] {
@@ -70,58 +61,77 @@ protected:
         });
     }
     // Waits until the window shows what the frame draws offscreen.
-    bool shows(const Image& expected, Image* shown = nullptr) {
+    bool shows(Image* shown) {
+        const Image expected = test::renderOffscreen(*frame);
         const Rect size(0, 0, expected.width, expected.height);
-        Image now;
-        const bool same = waitFor([&] {
-            now = host.grab(frame->windowId(), size);
-            return differingFraction(now, expected, 24) < 0.002;
+        return waitFor([&] {
+            *shown = host.grab(frame->windowId(), size);
+            return differingFraction(*shown, expected, 24) < 0.002;
         });
-        if (shown) *shown = now;
-        return same;
     }
 
-    HostDisplay host;
-    xcb_window_t hostWindow = 0;
-    test::TempDir dir;
-    Recorder rec;
-    RefPtr<Frame> frame;
     RefPtr<Knob> knob;
     RefPtr<MultiPositionSwitch> switcher;
     RefPtr<TextLabel> label;
 };
 
-TEST_F(FrameTest, OpensAsChildOfHostWindowAndShowsWhatItDraws) {
-    build();
+// A listener that closes the frame and drops the last reference to it from
+// inside the frame's own event handling.
+class Closer : public ControlListener {
+public:
+    void valueChanged(DrawContext*, Control*) override {
+        ++calls;
+        frame->close();
+        frame.reset();
+    }
+    RefPtr<Frame> frame;
+    int calls = 0;
+};
+
+// One frame from a failed opening through drawing, the fallback timer with
+// no idle from the host, opening over itself and a parent destroyed under
+// it, to opening again in a new host window and being closed and dropped
+// from inside its own event handling.
+TEST_F(FrameTest, LivesFromOpeningToALostParentAndIsClosedFromInside) {
+    build(100);
     // A window id that does not exist fails quietly, and the frame still opens later.
     EXPECT_FALSE(frame->open(0x3fffff7));
     EXPECT_FALSE(frame->isOpen());
     frame->idle();
     ASSERT_TRUE(frame->open(hostWindow));
     EXPECT_TRUE(frame->isOpen());
-    ASSERT_NE(frame->windowId(), 0u);
     xcb_window_t parent = 0;
     host.children(frame->windowId(), &parent);
     EXPECT_EQ(parent, hostWindow);
     EXPECT_EQ(host.geometry(frame->windowId()), Rect(0, 0, 865, 400));
-
     frame->idle();
     // The frame draws on its own connection: wait until the server shows it.
     Image shown;
-    EXPECT_TRUE(shows(test::renderOffscreen(*frame), &shown));
+    EXPECT_TRUE(shows(&shown));
     EXPECT_TRUE(shown.at(500, 50).near(40, 60, 90, 4));   // background, upper band
     EXPECT_TRUE(shown.at(500, 350).near(70, 40, 40, 4));  // lower band
-    EXPECT_GT(shown.count(switcher->viewSize(), 255, 0, 0, 10), 150);
+    EXPECT_EQ(switchShows(*frame, *switcher, kRed), 160);
 
-    // A value set on another thread appears after the next idle: checked
-    // on the editor in DelayEditorTest.WidgetsStartAtTheParameterMappingsAndFollowTheHost.
+    // No idle from here: the timer alone draws a change...
+    switcher->setValue(1.0f);
+    EXPECT_TRUE(waitFor([&] { return switchShows(*frame, *switcher, test::kYellow) == 160; }, 3000));
+    // ...and does not act on a click (that could reach the host), which the next idle handles.
+    host.click(frame->windowId(), 105, 33);
+    std::this_thread::sleep_for(std::chrono::milliseconds(400));
+    EXPECT_EQ(rec.log, "");
+    frame->idle();
+    EXPECT_EQ(rec.log, "b91;v91;e91;");
+    EXPECT_FLOAT_EQ(switcher->value(), 0.0f);
+    // An exposed area is repainted by the timer too.
+    xcb_clear_area(host.connection(), 1, frame->windowId(), 0, 0, 0, 0);
+    EXPECT_TRUE(waitFor([&] { return switchShows(*frame, *switcher, kRed) == 160; }));
     frame->close();
     EXPECT_FALSE(frame->isOpen());
     EXPECT_EQ(frame->windowId(), 0u);
 
     // Opening an open frame closes it first: one window under the host's,
     // and after the close no window and no descriptor left behind.
-    const int fds = openDescriptors();
+    const int fds = test::openDescriptors();
     ASSERT_TRUE(frame->open(hostWindow));
     frame->idle();
     ASSERT_TRUE(frame->open(hostWindow));
@@ -129,7 +139,46 @@ TEST_F(FrameTest, OpensAsChildOfHostWindowAndShowsWhatItDraws) {
     EXPECT_TRUE(waitFor([&] { return host.children(hostWindow).size() == 1; }));
     frame->close();
     EXPECT_TRUE(waitFor([&] { return host.children(hostWindow).empty(); }));
-    EXPECT_EQ(openDescriptors(), fds);
+    EXPECT_EQ(test::openDescriptors(), fds);
+
+    // The host window destroyed under the open frame: it keeps drawing and
+    // handling for a while (the timer too) as a host would.
+    ASSERT_TRUE(frame->open(hostWindow));
+    frame->idle();
+    host.destroyWindow(hostWindow);
+    for (int i = 0; i < 20; ++i) {
+        knob->setValue(static_cast<float>(i) / 20.0f);
+        frame->redraw();
+        frame->idle();
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    EXPECT_TRUE(idleUntil([&] { return frame->isParentGone(); }));
+    // A menu cannot open any more, and says so.
+    auto menu = makeRef<OptionMenu>(Rect());
+    menu->addEntry("x");
+    EXPECT_FALSE(menu->popup(frame.get(), Point{1, 1}));
+    frame->close();
+    ASSERT_TRUE(frame->open(host.createWindow(865, 400)));
+
+    Closer closer;
+    auto button = makeRef<OnOffButton>(Rect(500, 300, 550, 350), &closer, 1, nullptr);
+    frame->addView(button.get());
+    frame->idle();
+    const xcb_window_t w = frame->windowId();
+    Frame* raw = frame.get();
+    raw->retain();  // keep it observable for the checks below
+    closer.frame = std::move(frame);
+    host.click(w, 510, 310);
+    host.button(w, 510, 310, 1, true);  // after the close: never handled
+    ASSERT_TRUE(waitFor([&] {
+        if (raw->isOpen()) raw->idle();
+        return closer.calls > 0;
+    }));
+    EXPECT_EQ(closer.calls, 1);
+    EXPECT_FALSE(raw->isOpen());
+    EXPECT_EQ(raw->retainCount(), 1);
+    raw->release();
+    EXPECT_EQ(button->retainCount(), 1);  // the frame and its tree are gone
 }
 
 // A view that draws a white line across its middle.
@@ -153,10 +202,7 @@ TEST_F(FrameTest, ScaledFrameDrawsAndTakesInputInLogicalPixels) {
     frame = makeRef<Frame>(Rect(0, 0, 200, 100), &rec);
     frame->setFallbackDelay(0);
     frame->setScale(1.5);
-    const std::string bg = dir.path() + "/bg.png";
-    const Color back{40, 60, 90, 255}, lowBack{70, 40, 40, 255};
-    ASSERT_TRUE(test::writeBandsPng(bg, 200, 100, {back, lowBack}));
-    frame->setBackground(makeRef<Bitmap>(bg).get());
+    frame->setBackground(bands(200, 100, {kBack, kLowBack}).get());
     knob = makeRef<Knob>(Rect(13, 12, 38, 37), &rec, 21);
     knob->setValue(0.5f);
     frame->addView(knob.get());
@@ -164,23 +210,16 @@ TEST_F(FrameTest, ScaledFrameDrawsAndTakesInputInLogicalPixels) {
     // at 150 %, and a white line at logical row 80.
     auto field = makeRef<ParamDisplay>(Rect(101, 11, 131, 21), nullptr, -1,
                                        ParamDisplay::kNoTextStyle | ParamDisplay::kFrameStyle);
-    field->setBackColor(Color{255, 0, 0, 255});
+    field->setBackColor(kRed);
     field->setFrameColor(kWhiteColor);
     frame->addView(field.get());
     frame->addView(makeRef<LineView>(Rect(0, 75, 100, 85)).get());
-    // A picture drawn for 150 %: 30 x 15 device pixels of a green column
-    // left of a blue one, for 20 x 10 logical pixels, placed at an odd spot.
-    cairo_surface_t* art = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, 30, 15);
-    cairo_t* cr = cairo_create(art);
-    cairo_set_source_rgb(cr, 0, 1, 0);
-    cairo_rectangle(cr, 0, 0, 13, 15);
-    cairo_fill(cr);
-    cairo_set_source_rgb(cr, 0, 0, 1);
-    cairo_rectangle(cr, 13, 0, 17, 15);
-    cairo_fill(cr);
-    cairo_destroy(cr);
+    // A picture drawn for 150 %: 30 x 15 device pixels in bands of green,
+    // blue and green for 20 x 10 logical pixels, placed at an odd spot.
+    const std::string art = dir.path() + "/art.png";
+    ASSERT_TRUE(test::writeBandsPng(art, 30, 15, {test::kGreen, test::kBlue, test::kGreen}));
     auto picture = makeRef<Bitmap>();
-    ASSERT_TRUE(picture->setPicture(art, 20, 10, 1.5));
+    ASSERT_TRUE(picture->setPicture(cairo_image_surface_create_from_png(art.c_str()), 20, 10, 1.5));
     auto pictureView = makeRef<BitmapView>(Rect::fromSize(151, 61, 20, 10), picture.get());
     frame->addView(pictureView.get());
 
@@ -188,29 +227,28 @@ TEST_F(FrameTest, ScaledFrameDrawsAndTakesInputInLogicalPixels) {
     frame->idle();
     const xcb_window_t w = frame->windowId();
     EXPECT_EQ(host.geometry(w), Rect(0, 0, 300, 150));
-    const Image expected = test::renderOffscreen(*frame);
-    ASSERT_EQ(expected.width, 300);
     Image shown;
-    EXPECT_TRUE(shows(expected, &shown));
+    EXPECT_TRUE(shows(&shown));
+    ASSERT_EQ(shown.width, 300);
     // The field from device column round(151.5) = 152 to round(196.5) = 197
     // (exclusive), rows 17 to 32: a frame two whole pixels wide, red inside,
     // and nothing half drawn at its edges. The line: rows 120 and 121.
     auto is = [&](int x, int y, Color c) { return shown.at(x, y).near(c.red, c.green, c.blue, 0); };
-    const Color red{255, 0, 0, 255};
     for (int x = 148; x < 202; ++x) {
-        const Color c = x < 152 || x >= 197 ? back : x < 154 || x >= 195 ? kWhiteColor : red;
+        const Color c = x < 152 || x >= 197 ? kBack : x < 154 || x >= 195 ? kWhiteColor : kRed;
         EXPECT_TRUE(is(x, 24, c)) << x;
     }
     for (int y = 14; y < 36; ++y) {
-        const Color c = y < 17 || y >= 32 ? back : y < 19 || y >= 30 ? kWhiteColor : red;
+        const Color c = y < 17 || y >= 32 ? kBack : y < 19 || y >= 30 ? kWhiteColor : kRed;
         EXPECT_TRUE(is(170, y, c)) << y;
     }
     for (int y = 117; y < 125; ++y) {
-        EXPECT_TRUE(is(60, y, y == 120 || y == 121 ? kWhiteColor : lowBack)) << y;
+        EXPECT_TRUE(is(60, y, y == 120 || y == 121 ? kWhiteColor : kLowBack)) << y;
     }
-    // The picture: its 30 columns whole, from round(226.5) = 227, unblended.
-    for (int x = 227; x < 257; ++x) {
-        EXPECT_TRUE(shown.at(x, 98).near(0, x < 240 ? 255 : 0, x < 240 ? 0 : 255, 0)) << x;
+    // The picture: its 15 rows whole, from round(91.5) = 92, unblended.
+    for (int y = 90; y < 109; ++y) {
+        const Color c = y < 92 || y >= 107 ? kLowBack : y < 97 || y >= 102 ? test::kGreen : test::kBlue;
+        EXPECT_TRUE(is(240, y, c)) << y;
     }
 
     // 45 device pixels up are 30 logical pixels: +0.2 on the knob.
@@ -229,11 +267,11 @@ TEST_F(FrameTest, ScaledFrameDrawsAndTakesInputInLogicalPixels) {
     frame->setScale(2.0);
     frame->idle();
     EXPECT_EQ(host.geometry(w), Rect(0, 0, 400, 200));
-    EXPECT_TRUE(shows(test::renderOffscreen(*frame), &shown));
-    EXPECT_TRUE(shown.at(10, 97).near(40, 60, 90, 0));
+    EXPECT_TRUE(shows(&shown));
+    EXPECT_TRUE(is(10, 97, kBack));
     EXPECT_FALSE(shown.at(10, 99).near(40, 60, 90, 2));
     EXPECT_FALSE(shown.at(10, 99).near(70, 40, 40, 2));
-    EXPECT_TRUE(shown.at(10, 102).near(70, 40, 40, 0));
+    EXPECT_TRUE(is(10, 102, kLowBack));
     const Point knobNow = frame->pixelScale().toDevice(Point{25, 24});
     host.click(w, knobNow.x, knobNow.y, 4);  // the wheel over the knob
     ASSERT_TRUE(idleUntil([&] { return knob->value() > 0.705f; }));
@@ -284,58 +322,6 @@ TEST(PixelScaleTest, ConvertsBetweenLogicalAndDevicePixelsAndReadsXftDpi) {
     EXPECT_EQ(xftDpi("Xft.dpi:\t192", 11), 19.0);
 }
 
-TEST_F(FrameTest, FallbackTimerRedrawsButLeavesInputForIdle) {
-    build(100);
-    ASSERT_TRUE(frame->open(hostWindow));
-    frame->idle();
-    // No idle from here: the timer alone must draw the change...
-    switcher->setValue(1.0f);
-    ASSERT_TRUE(waitFor(
-        [&] {
-            host.sync();
-            return window().count(switcher->viewSize(), 255, 255, 0, 10) > 150;
-        },
-        3000));
-    // ...and must not act on a click (that could reach the host).
-    host.click(frame->windowId(), 105, 33);
-    std::this_thread::sleep_for(std::chrono::milliseconds(400));
-    EXPECT_EQ(rec.changes, 0);
-    // The next idle handles the click the timer set aside.
-    frame->idle();
-    EXPECT_EQ(rec.changes, 1);
-    EXPECT_FLOAT_EQ(switcher->value(), 0.0f);
-    // An exposed area is repainted by the timer too.
-    xcb_clear_area(host.connection(), 1, frame->windowId(), 0, 0, 0, 0);
-    host.sync();
-    ASSERT_TRUE(waitFor([&] {
-        host.sync();
-        return window().count(switcher->viewSize(), 255, 0, 0, 10) > 150;
-    }));
-}
-
-TEST_F(FrameTest, DestroyingTheParentUnderAnOpenFrameIsSurvived) {
-    build(50);
-    ASSERT_TRUE(frame->open(hostWindow));
-    frame->idle();
-    host.destroyWindow(hostWindow);
-    // Keep drawing and handling for a while (the timer too) as a host would.
-    for (int i = 0; i < 20; ++i) {
-        knob->setValue(static_cast<float>(i) / 20.0f);
-        frame->redraw();
-        frame->idle();
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    EXPECT_TRUE(idleUntil([&] { return frame->isParentGone(); }));
-    // A menu cannot open any more, and says so.
-    auto menu = makeRef<OptionMenu>(Rect());
-    menu->addEntry("x");
-    EXPECT_FALSE(menu->popup(frame.get(), Point{1, 1}));
-    frame->close();
-    // The same frame opens again in a new host window.
-    EXPECT_TRUE(frame->open(host.createWindow(865, 400)));
-    frame->idle();
-}
-
 TEST_F(FrameTest, TwoFramesDrawOnTheirOwnTimersAtOnce) {
     // Two editors open at once, the host idling neither, values changing on
     // another thread: both timers draw, sharing the font cache.
@@ -362,53 +348,12 @@ TEST_F(FrameTest, TwoFramesDrawOnTheirOwnTimersAtOnce) {
     firstSwitch->setValue(1.0f);
     switcher->setValue(2.0f / 3.0f);
     const bool bothShown = waitFor([&] {
-        host.sync();
-        return host.grab(first->windowId(), firstSwitch->viewSize()).count(
-                   Rect(0, 0, 16, 10), 255, 255, 0, 10) == 160 &&
-               host.grab(frame->windowId(), switcher->viewSize()).count(
-                   Rect(0, 0, 16, 10), 0, 0, 255, 10) == 160;
+        return switchShows(*first, *firstSwitch, test::kYellow) == 160 &&
+               switchShows(*frame, *switcher, test::kBlue) == 160;
     });
     stop = true;
     automation.join();
     EXPECT_TRUE(bothShown);
-    first->close();
-    frame->close();
-}
-
-// A listener may close the editor (and drop the last reference to its
-// frame) from inside the frame's own event handling.
-class Closer : public ControlListener {
-public:
-    void valueChanged(DrawContext*, Control*) override {
-        ++calls;
-        frame->close();
-        frame.reset();
-    }
-    RefPtr<Frame> frame;
-    int calls = 0;
-};
-
-TEST_F(FrameTest, ClosingFromInsideItsOwnEventHandlingIsSafe) {
-    Closer closer;
-    closer.frame = makeRef<Frame>(Rect(0, 0, 865, 400));
-    auto button = makeRef<OnOffButton>(Rect(0, 0, 50, 50), &closer, 1, nullptr);
-    closer.frame->addView(button.get());
-    ASSERT_TRUE(closer.frame->open(hostWindow));
-    const xcb_window_t w = closer.frame->windowId();
-    Frame* raw = closer.frame.get();
-    raw->idle();
-    host.click(w, 10, 10);
-    host.button(w, 10, 10, 1, true);  // after the close: never handled
-    raw->retain();                     // keep it observable for the checks below
-    ASSERT_TRUE(waitFor([&] {
-        if (raw->isOpen()) raw->idle();
-        return closer.calls > 0;
-    }));
-    EXPECT_EQ(closer.calls, 1);
-    EXPECT_FALSE(raw->isOpen());
-    EXPECT_EQ(raw->retainCount(), 1);
-    raw->release();
-    EXPECT_EQ(button->retainCount(), 1);  // the frame and its tree are gone
 }
 
 }  // namespace

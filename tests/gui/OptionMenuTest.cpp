@@ -4,7 +4,6 @@
 #include <xkbcommon/xkbcommon-keysyms.h>
 
 #include <string>
-#include <thread>
 
 #include "XServer.h"
 #include "gui/Frame.h"
@@ -12,13 +11,10 @@
 namespace varitap::gui {
 namespace {
 
-using test::HostDisplay;
-using test::Image;
 using test::waitFor;
 
-TEST(OptionMenuTest, EntriesParseMarkersAndRespectLimits) {
-    auto menu = makeRef<OptionMenu>(Rect(0, 0, 50, 12), nullptr, 7);
-    EXPECT_EQ(menu->tag(), 7);
+TEST(OptionMenuTest, EntriesParseMarkersCheckMarksChooseSubmenusAndRespectLimits) {
+    auto menu = makeRef<OptionMenu>(Rect(0, 0, 50, 12), nullptr, 7, OptionMenu::kCheckStyle);
     // A sub-menu marker without a menu cannot be chosen; "-X" is no marker.
     const struct {
         const char* added;
@@ -48,17 +44,11 @@ TEST(OptionMenuTest, EntriesParseMarkersAndRespectLimits) {
     EXPECT_TRUE(menu->addEntry(longText.c_str()));
     EXPECT_EQ(std::string(menu->entry(menu->nbEntries() - 1)), std::string(254, 'x'));
 
+    // Check marks: individual marks add up; "alone" clears the others; a bad
+    // index changes nothing.
     menu->removeAllEntry();
     EXPECT_EQ(menu->nbEntries(), 0);
-    for (int i = 0; i < OptionMenu::kMaxEntries; ++i) ASSERT_TRUE(menu->addEntry("e"));
-    EXPECT_FALSE(menu->addEntry("one too many"));
-    EXPECT_EQ(menu->nbEntries(), OptionMenu::kMaxEntries);
-}
-
-TEST(OptionMenuTest, CheckMarksCurrentEntryAndSubmenuOwnership) {
-    auto menu = makeRef<OptionMenu>(Rect(), nullptr, 0, OptionMenu::kCheckStyle);
     for (const char* e : {"a", "b", "c"}) menu->addEntry(e);
-    // Individual marks add up; "alone" clears the others; a bad index changes nothing.
     EXPECT_TRUE(menu->checkEntry(0, true) && menu->checkEntry(2, true) && menu->checkEntry(0, false));
     EXPECT_TRUE(!menu->isCheckEntry(0) && menu->isCheckEntry(2));
     EXPECT_TRUE(menu->checkEntryAlone(1));
@@ -83,54 +73,45 @@ TEST(OptionMenuTest, CheckMarksCurrentEntryAndSubmenuOwnership) {
     EXPECT_EQ(menu->entryFlags(3), static_cast<uint32_t>(kMenuSubmenu));
     EXPECT_FALSE(menu->addEntry(menu.get(), "Self"));
     sub->release();  // the menu's reference keeps it
+
+    for (int i = menu->nbEntries(); i < OptionMenu::kMaxEntries; ++i) ASSERT_TRUE(menu->addEntry("e"));
+    EXPECT_FALSE(menu->addEntry("one too many"));
+    EXPECT_EQ(menu->nbEntries(), OptionMenu::kMaxEntries);
 }
 
-// Builds "First", "Sub" >, "-", "Last" with a check-style sub-menu
-// "Alpha", "Beta" (checked), "Gamma".
-struct MenuTree {
-    RefPtr<OptionMenu> top = makeRef<OptionMenu>(Rect(), nullptr, 0);
-    RefPtr<OptionMenu> sub = makeRef<OptionMenu>(Rect(), nullptr, 5, OptionMenu::kCheckStyle);
-    MenuTree() {
-        for (const char* e : {"Alpha", "Beta", "Gamma"}) sub->addEntry(e);
-        sub->checkEntryAlone(1);
-        top->addEntry("First");
-        top->addEntry(sub.get(), "Sub");
-        top->addEntry("-");
-        top->addEntry("Last");
-        top->setFont(kNormalFontVerySmall);
-        sub->setFont(kNormalFontVerySmall);
-    }
-};
-
-class MenuPopupTest : public ::testing::Test {
+class MenuPopupTest : public test::ScreenTest {
 protected:
     void SetUp() override {
-        if (!test::haveDisplay() || !host.ok()) GTEST_SKIP() << "no X server";
-        hostWindow = host.createWindow(400, 300);
+        test::ScreenTest::SetUp();
+        if (IsSkipped()) return;
         frame = makeRef<Frame>(Rect(0, 0, 400, 300));
         ASSERT_TRUE(frame->open(hostWindow));
         frame->idle();
     }
-    void TearDown() override {
-        if (frame) frame->close();
-    }
-    xcb_window_t waitForMenus(size_t n) { return test::waitForMenus(host, n); }
     int itemY(const std::vector<uint32_t>& flags, int index) {
         return MenuLayout::itemTop(flags, index) + MenuLayout::kItemHeight / 2;
     }
-
-    HostDisplay host;
-    xcb_window_t hostWindow = 0;
-    RefPtr<Frame> frame;
 };
 
-TEST_F(MenuPopupTest, PointerPicksEntryInSubmenuThatShowsItsCheckMark) {
-    MenuTree tree;
-    Image subImage;
+// The pointer picks an entry in a sub-menu that shows its check mark; then
+// the keyboard goes into the sub-menu and chooses.
+TEST_F(MenuPopupTest, PointerAndKeysChooseInASubmenuThatShowsItsCheckMark) {
+    // "First", "Sub" >, "-", "Last", the sub-menu "Alpha", "Beta" (checked), "Gamma".
+    auto top = makeRef<OptionMenu>(Rect(), nullptr, 0);
+    auto sub = makeRef<OptionMenu>(Rect(), nullptr, 5, OptionMenu::kCheckStyle);
+    for (const char* e : {"Alpha", "Beta", "Gamma"}) sub->addEntry(e);
+    sub->checkEntryAlone(1);
+    top->addEntry("First");
+    top->addEntry(sub.get(), "Sub");
+    top->addEntry("-");
+    top->addEntry("Last");
+    top->setFont(kNormalFontVerySmall);
+    sub->setFont(kNormalFontVerySmall);
+    test::Image subImage;
     bool chosen = false;
-    test::playMenu(host, [&] { chosen = tree.top->popup(frame.get(), Point{30, 30}); }, [&](xcb_window_t w1) {
-        host.motion(w1, 10, itemY(tree.top->allFlags(), 1), 0);  // hover "Sub"
-        const xcb_window_t w2 = waitForMenus(2);
+    test::playMenu(host, [&] { chosen = top->popup(frame.get(), Point{30, 30}); }, [&](xcb_window_t w1) {
+        host.motion(w1, 10, itemY(top->allFlags(), 1), 0);  // hover "Sub"
+        const xcb_window_t w2 = test::waitForMenus(host, 2);
         if (!w2) return;
         // Wait until the menu has drawn its entries, then look at it.
         const Rect area = host.geometry(w2).offsetBy(-host.geometry(w2).left, -host.geometry(w2).top);
@@ -138,21 +119,21 @@ TEST_F(MenuPopupTest, PointerPicksEntryInSubmenuThatShowsItsCheckMark) {
             subImage = host.grab(w2, area);
             return subImage.count(Rect(18, 0, area.width(), area.height()), 0, 0, 0, 120) > 10;
         });
-        const int y = itemY(tree.sub->allFlags(), 2);
+        const int y = itemY(sub->allFlags(), 2);
         host.motion(w2, 20, y, 0);
         host.click(w2, 20, y);
     });
     EXPECT_TRUE(chosen);
     int index = -1;
-    EXPECT_EQ(tree.top->lastItemMenu(index), tree.sub.get());
+    EXPECT_EQ(top->lastItemMenu(index), sub.get());
     EXPECT_EQ(index, 2);
-    EXPECT_FLOAT_EQ(tree.sub->value(), 2.0f);
+    EXPECT_FLOAT_EQ(sub->value(), 2.0f);
     // All menu windows gone (as the server sees them from the host's connection).
     EXPECT_TRUE(waitFor([&] { return host.popupWindows().empty(); }));
 
     // The check mark: dark ink in the check column on "Beta"'s row only.
     ASSERT_GT(subImage.width, 20);
-    const auto flags = tree.sub->allFlags();
+    const auto flags = sub->allFlags();
     auto checkInk = [&](int i) {
         const int top = MenuLayout::itemTop(flags, i);
         return subImage.count(Rect(3, top + 2, 15, top + MenuLayout::kItemHeight - 2), 0, 0, 0, 90);
@@ -161,116 +142,85 @@ TEST_F(MenuPopupTest, PointerPicksEntryInSubmenuThatShowsItsCheckMark) {
     EXPECT_EQ(checkInk(0), 0);
     EXPECT_EQ(checkInk(2), 0);
     // The entries' text is there too (ink right of the check column).
-    EXPECT_GT(subImage.count(Rect(18, MenuLayout::itemTop(flags, 0), subImage.width - 16,
-                                  MenuLayout::itemTop(flags, 1)),
-                             0, 0, 0, 120),
-              3);
-}
+    const Rect alpha(18, MenuLayout::itemTop(flags, 0), subImage.width - 16, MenuLayout::itemTop(flags, 1));
+    EXPECT_GT(subImage.count(alpha, 0, 0, 0, 120), 3);
 
-TEST_F(MenuPopupTest, KeyboardNavigatesIntoSubmenuAndChooses) {
-    MenuTree tree;
-    bool chosen = false;
-    test::playMenu(host, [&] { chosen = tree.top->popup(frame.get(), Point{10, 10}); }, [&](xcb_window_t w1) {
+    chosen = false;
+    test::playMenu(host, [&] { chosen = top->popup(frame.get(), Point{10, 10}); }, [&](xcb_window_t w1) {
         host.key(w1, XKB_KEY_Down);   // First
         host.key(w1, XKB_KEY_Down);   // Sub
         host.key(w1, XKB_KEY_Right);  // opens it on Alpha
-        if (!waitForMenus(2)) return;
+        if (!test::waitForMenus(host, 2)) return;
         host.key(w1, XKB_KEY_Down);   // Beta
         host.key(w1, XKB_KEY_Down);   // Gamma
         host.key(w1, XKB_KEY_Down);   // wraps to Alpha
         host.key(w1, XKB_KEY_Return);
     });
     EXPECT_TRUE(chosen);
-    int index = -1;
-    EXPECT_EQ(tree.top->lastItemMenu(index), tree.sub.get());
+    EXPECT_EQ(top->lastItemMenu(index), sub.get());
     EXPECT_EQ(index, 0);
 }
 
-TEST_F(MenuPopupTest, EscapeOrClickOutsideChoosesNothing) {
-    MenuTree tree;
-    Rect placed;
-    // The host window is at (10, 10) on a 1280 x 1024 screen: asked far
-    // outside, the menu still opens on the screen.
-    test::playMenu(host, [&] { EXPECT_FALSE(tree.top->popup(frame.get(), Point{1500, 1200})); }, [&](xcb_window_t w1) {
-        placed = host.geometry(w1);
-        host.key(w1, XKB_KEY_Down);
-        host.key(w1, XKB_KEY_Escape);
-    });
-    int index = 7;
-    EXPECT_EQ(tree.top->lastItemMenu(index), nullptr);
-    EXPECT_EQ(index, -1);
-    ASSERT_FALSE(placed.isEmpty());
-    EXPECT_TRUE(placed.left >= 0 && placed.top >= 0 && placed.right <= 1280 && placed.bottom <= 1024);
-
-    test::playMenu(host, [&] { EXPECT_FALSE(tree.top->popup(frame.get(), Point{100, 100})); }, [&](xcb_window_t w1) {
-        host.button(w1, -40, -40, 1, true);  // a press outside every menu window
-    });
-    EXPECT_EQ(tree.top->lastItemMenu(index), nullptr);
-    // Disabled and title entries are not chosen by a click either.
+// A menu taller than the screen, opened far outside: it stays on the screen
+// in two columns; a press outside, a release before any press in it, and
+// presses on a disabled entry or the title choose nothing; its last entry
+// can be clicked.
+TEST_F(MenuPopupTest, ClicksChooseOnlyChoosableEntriesOfAMenuThatStaysOnTheScreen) {
     auto menu = makeRef<OptionMenu>(Rect(), nullptr, 0);
     menu->addEntry("-TTitle");
     menu->addEntry("-GGrey");
-    menu->addEntry("Ok");
-    test::playMenu(host, [&] { EXPECT_TRUE(menu->popup(frame.get(), Point{10, 10})); }, [&](xcb_window_t w1) {
-        const auto flags = menu->allFlags();
+    for (int i = 2; i < 71; ++i) menu->addEntry(("Parameter " + std::to_string(i + 20)).c_str());
+    menu->setFont(kNormalFontVerySmall);
+    const auto flags = menu->allFlags();
+    Rect placed;
+    test::playMenu(host, [&] { EXPECT_FALSE(menu->popup(frame.get(), Point{1500, 1200})); }, [&](xcb_window_t w1) {
+        placed = host.geometry(w1);
+        host.key(w1, XKB_KEY_Down);
+        host.button(w1, -40, -40, 1, true);  // a press outside every menu window
+    });
+    EXPECT_EQ(menu->lastResult(), -1);
+    EXPECT_TRUE(placed.left >= 0 && placed.top >= 0 && placed.right <= 1280 && placed.bottom <= 1024);
+    EXPECT_GT(placed.width(), 2 * 60 - 1);  // two columns
+
+    // The last entry sits at the bottom of the second column.
+    const Rect last = MenuLayout::layoutColumns(flags, 1, 1024)[70];
+    test::playMenu(host, [&] { EXPECT_TRUE(menu->popup(frame.get(), Point{5, 5})); }, [&](xcb_window_t w1) {
         // A release before any move or press in the menu (the end of the
         // click that opened it) chooses nothing, even over an entry.
         host.button(w1, 20, itemY(flags, 2), 1, false);
-        host.button(w1, 20, itemY(flags, 1), 1, true);   // on "Grey": nothing
+        host.button(w1, 20, itemY(flags, 1), 1, true);  // on "Grey": nothing
         host.button(w1, 20, itemY(flags, 1), 1, false);
-        host.button(w1, 20, itemY(flags, 0), 1, true);   // on the title: nothing
+        host.button(w1, 20, itemY(flags, 0), 1, true);  // on the title: nothing
         host.button(w1, 20, itemY(flags, 0), 1, false);
-        host.button(w1, 20, itemY(flags, 2), 1, true);
-        host.button(w1, 20, itemY(flags, 2), 1, false);
-    });
-    EXPECT_EQ(menu->lastResult(), 2);
-}
-
-TEST_F(MenuPopupTest, AMenuTallerThanTheScreenWrapsIntoColumnsAndItsLastEntryCanBeClicked) {
-    // Like the modulators' Index menu: 71 parameter names.
-    auto menu = makeRef<OptionMenu>(Rect(), nullptr, 0);
-    for (int i = 0; i < 71; ++i) menu->addEntry(("Parameter " + std::to_string(i + 20)).c_str());
-    menu->setFont(kNormalFontVerySmall);
-    Rect placed;
-    test::playMenu(host, [&] { EXPECT_TRUE(menu->popup(frame.get(), Point{5, 5})); }, [&](xcb_window_t w1) {
-        placed = host.geometry(w1);
-        // The last entry sits at the bottom of the second column.
-        const int perColumn = (1024 - 2 * MenuLayout::kPadding) / MenuLayout::kItemHeight;
-        const int row = 70 - perColumn;
-        const int x = placed.width() * 3 / 4;
-        const int y = MenuLayout::kPadding + row * MenuLayout::kItemHeight + MenuLayout::kItemHeight / 2;
-        host.motion(w1, x, y, 0);
-        host.click(w1, x, y);
+        const int x = host.geometry(w1).width() * 3 / 4;
+        host.motion(w1, x, last.top + 2, 0);
+        host.click(w1, x, last.top + 2);
     });
     EXPECT_EQ(menu->lastResult(), 70);
-    EXPECT_LE(placed.bottom, 1024);
-    EXPECT_GT(placed.width(), 2 * 60 - 1);  // two columns
 }
 
 // An option menu placed as a control pops up below itself when pressed and
 // reports the choice to its listener as its new value, inside one gesture.
 TEST_F(MenuPopupTest, ControlMenuChoiceReachesListenerBetweenEditNotifications) {
-    test::Recorder rec;
     frame->setEditListener(&rec);
     auto menu = makeRef<OptionMenu>(Rect(45, 22, 75, 33), &rec, 4);
     for (const char* e : {"***", "In 1", "-GIn 2", "In 3"}) menu->addEntry(e);
     frame->addView(menu.get());
     frame->idle();
+    const auto pressAndIdle = [&] {
+        host.button(frame->windowId(), 50, 25, 1, true);
+        waitFor([&] {
+            frame->idle();
+            return !rec.log.empty();
+        });
+    };
     Rect placed;
-    std::thread user([&] {
-        const xcb_window_t w1 = waitForMenus(1);
-        if (!w1) return;
+    test::playMenu(host, pressAndIdle, [&](xcb_window_t w1) {
         placed = host.geometry(w1);
         host.key(w1, XKB_KEY_End);     // "In 3"
         host.key(w1, XKB_KEY_Up);      // skips the disabled "In 2"
         host.key(w1, XKB_KEY_Return);  // "In 1"
     });
-    host.button(frame->windowId(), 50, 25, 1, true);
-    waitFor([&] {
-        frame->idle();
-        return !rec.log.empty();
-    });
-    user.join();
     EXPECT_EQ(rec.log, "b4;v4;e4;");
     EXPECT_FLOAT_EQ(rec.last, 1.0f);
     EXPECT_EQ(menu->current(), 1);

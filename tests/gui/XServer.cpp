@@ -1,20 +1,18 @@
 #include "XServer.h"
 
-#include <cairo.h>
-#include <dirent.h>
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <xkbcommon/xkbcommon-x11.h>
-#include <xkbcommon/xkbcommon.h>
 
+#include <algorithm>
 #include <chrono>
-#include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <iterator>
+#include <memory>
 #include <thread>
 
 #include "gui/DrawContext.h"
@@ -43,21 +41,14 @@ public:
         if (pid_ == 0) {
             prctl(PR_SET_PDEATHSIG, SIGKILL);
             const int null = open("/dev/null", O_RDWR);
-            if (null >= 0) {
-                dup2(null, 0);
-                dup2(null, 1);
-                dup2(null, 2);
-            }
+            for (int stdio : {0, 1, 2}) dup2(null, stdio);
             ::close(fds[0]);
             execlp("Xvfb", "Xvfb", "-displayfd", fd.c_str(), "-screen", "0", VARITAP_XVFB_SCREEN,
                    "-nolisten", "tcp", "-noreset", static_cast<char*>(nullptr));
             _exit(127);
         }
+        // Without a server (no fork, no Xvfb) the pipe ends before a number.
         ::close(fds[1]);
-        if (pid_ < 0) {
-            ::close(fds[0]);
-            return;
-        }
         std::string number;
         pollfd p{fds[0], POLLIN, 0};
         char ch;
@@ -68,13 +59,9 @@ public:
         running = true;
     }
     void TearDown() override {
-        if (pid_ > 0) {
-            kill(pid_, SIGTERM);
-            int status;
-            waitpid(pid_, &status, 0);
-        }
-        pid_ = -1;
-        running = false;
+        if (pid_ <= 0) return;
+        kill(pid_, SIGTERM);
+        waitpid(pid_, nullptr, 0);
     }
     static inline bool running = false;
 
@@ -90,16 +77,8 @@ private:
 bool haveDisplay() { return XvfbEnvironment::running; }
 
 int openDescriptors() {
-    int n = 0;
-    if (DIR* d = opendir("/proc/self/fd")) {
-        while (readdir(d)) ++n;
-        closedir(d);
-    }
-    return n;
-}
-
-bool Pixel::near(uint8_t R, uint8_t G, uint8_t B, int tol) const {
-    return std::abs(r - R) <= tol && std::abs(g - G) <= tol && std::abs(b - B) <= tol;
+    const std::filesystem::directory_iterator fds("/proc/self/fd");
+    return static_cast<int>(std::distance(begin(fds), end(fds)));
 }
 
 Image Image::adopt(cairo_surface_t* s) {
@@ -128,42 +107,48 @@ bool Image::writePng(const std::string& path) const {
     return ok;
 }
 
-int Image::count(const Rect& rr, uint8_t R, uint8_t G, uint8_t B, int tol) const {
-    int n = 0;
-    const Rect r = rr.intersect(Rect(0, 0, width, height));
-    for (int y = r.top; y < r.bottom; ++y) {
-        for (int x = r.left; x < r.right; ++x) {
-            if (at(x, y).near(R, G, B, tol)) ++n;
-        }
+namespace {
+// Calls f(x, y) for each pixel of r that lies in an image of the given size.
+template <typename F>
+void forEachPixel(const Rect& r, int width, int height, F f) {
+    const Rect in = r.intersect(Rect(0, 0, width, height));
+    for (int y = in.top; y < in.bottom; ++y) {
+        for (int x = in.left; x < in.right; ++x) f(x, y);
     }
+}
+}  // namespace
+
+int Image::count(const Rect& r, uint8_t R, uint8_t G, uint8_t B, int tol) const {
+    int n = 0;
+    forEachPixel(r, width, height, [&](int x, int y) { n += at(x, y).near(R, G, B, tol) ? 1 : 0; });
     return n;
 }
 
-Rect Image::inkBox(const Rect& rr, Pixel bg, int tol) const {
+Rect Image::inkBox(const Rect& r, Pixel bg, int tol) const {
     Rect box;
-    const Rect r = rr.intersect(Rect(0, 0, width, height));
-    for (int y = r.top; y < r.bottom; ++y) {
-        for (int x = r.left; x < r.right; ++x) {
-            if (!at(x, y).near(bg.r, bg.g, bg.b, tol)) box = box.unite(Rect(x, y, x + 1, y + 1));
-        }
-    }
+    forEachPixel(r, width, height, [&](int x, int y) {
+        if (!at(x, y).near(bg.r, bg.g, bg.b, tol)) box = box.unite(Rect(x, y, x + 1, y + 1));
+    });
     return box;
 }
 
+namespace {
+// An xcb reply, freed at the end of the scope.
+template <typename T>
+std::unique_ptr<T, decltype(&std::free)> owned(T* reply) {
+    return {reply, &std::free};
+}
+}  // namespace
+
 HostDisplay::HostDisplay() {
     if (!haveDisplay()) return;
-    int n = 0;
-    c_ = xcb_connect(nullptr, &n);
-    if (xcb_connection_has_error(c_)) {
-        xcb_disconnect(c_);
-        c_ = nullptr;
+    c_ = xcb_connect(nullptr, nullptr);
+    if (!xcb_connection_has_error(c_)) {
+        screen_ = xcb_setup_roots_iterator(xcb_get_setup(c_)).data;
         return;
     }
-    screen_ = xcb_setup_roots_iterator(xcb_get_setup(c_)).data;
-}
-
-HostDisplay::~HostDisplay() {
-    if (c_) xcb_disconnect(c_);
+    xcb_disconnect(c_);
+    c_ = nullptr;
 }
 
 xcb_window_t HostDisplay::createWindow(int w, int h) {
@@ -178,34 +163,21 @@ xcb_window_t HostDisplay::createWindow(int w, int h) {
     return win;
 }
 
-void HostDisplay::destroyWindow(xcb_window_t w) {
-    xcb_destroy_window(c_, w);
-    sync();
-}
-
 void HostDisplay::resizeWindow(xcb_window_t w, int width, int height) {
     const uint32_t size[] = {static_cast<uint32_t>(width), static_cast<uint32_t>(height)};
     xcb_configure_window(c_, w, XCB_CONFIG_WINDOW_WIDTH | XCB_CONFIG_WINDOW_HEIGHT, size);
     sync();
 }
 
-void HostDisplay::sync() { std::free(xcb_get_input_focus_reply(c_, xcb_get_input_focus(c_), nullptr)); }
-
 Image HostDisplay::grab(xcb_window_t w, const Rect& r) {
-    xcb_get_image_reply_t* reply = xcb_get_image_reply(
+    const auto reply = owned(xcb_get_image_reply(
         c_,
-        xcb_get_image(c_, XCB_IMAGE_FORMAT_Z_PIXMAP, w, static_cast<int16_t>(r.left),
-                      static_cast<int16_t>(r.top), static_cast<uint16_t>(r.width()),
-                      static_cast<uint16_t>(r.height()), ~0u),
-        nullptr);
-    if (!reply) return Image();
-    Image img(r.width(), r.height());
-    const auto* data = reinterpret_cast<const uint32_t*>(xcb_get_image_data(reply));
-    if (xcb_get_image_data_length(reply) >= img.width * img.height * 4) {
-        for (size_t i = 0; i < img.words.size(); ++i) img.words[i] = data[i] | 0xff000000u;
-    }
-    std::free(reply);
-    return img;
+        xcb_get_image(c_, XCB_IMAGE_FORMAT_Z_PIXMAP, w, static_cast<int16_t>(r.left), static_cast<int16_t>(r.top),
+                      static_cast<uint16_t>(r.width()), static_cast<uint16_t>(r.height()), ~0u),
+        nullptr));
+    if (!reply || xcb_get_image_data_length(reply.get()) < r.width() * r.height() * 4) return Image();
+    return Image::adopt(cairo_image_surface_create_for_data(xcb_get_image_data(reply.get()), CAIRO_FORMAT_RGB24,
+                                                            r.width(), r.height(), r.width() * 4));
 }
 
 // Button and motion events share one layout; only the type and detail differ
@@ -230,120 +202,72 @@ void HostDisplay::button(xcb_window_t w, int x, int y, int b, bool press, uint16
     sync();
 }
 
-void HostDisplay::motion(xcb_window_t w, int x, int y, uint16_t state) { button(w, x, y, 0, false, state); }
-
-void HostDisplay::click(xcb_window_t w, int x, int y, int b) {
-    button(w, x, y, b, true);
-    button(w, x, y, b, false, b > 3 ? 0 : static_cast<uint16_t>(XCB_BUTTON_MASK_1 << (b - 1)));
-}
-
-bool HostDisplay::keycodeFor(uint32_t keysym, uint8_t& keycode, uint16_t& state) {
-    if (!xkb_x11_setup_xkb_extension(c_, 1, 0, XKB_X11_SETUP_XKB_EXTENSION_NO_FLAGS, nullptr,
-                                     nullptr, nullptr, nullptr)) {
-        return false;
-    }
-    xkb_context* ctx = xkb_context_new(XKB_CONTEXT_NO_FLAGS);
-    xkb_keymap* map = xkb_x11_keymap_new_from_device(ctx, c_, xkb_x11_get_core_keyboard_device_id(c_),
-                                                     XKB_KEYMAP_COMPILE_NO_FLAGS);
-    bool found = false;
-    if (map) {
-        for (xkb_keycode_t kc = xkb_keymap_min_keycode(map);
-             kc <= xkb_keymap_max_keycode(map) && !found; ++kc) {
-            for (xkb_level_index_t level = 0; level < 2 && !found; ++level) {
-                const xkb_keysym_t* syms = nullptr;
-                const int n = xkb_keymap_key_get_syms_by_level(map, kc, 0, level, &syms);
-                for (int i = 0; i < n; ++i) {
-                    if (syms[i] == keysym) {
-                        keycode = static_cast<uint8_t>(kc);
-                        state = level == 1 ? static_cast<uint16_t>(XCB_MOD_MASK_SHIFT) : uint16_t{0};
-                        found = true;
-                    }
-                }
-            }
-        }
-        xkb_keymap_unref(map);
-    }
-    xkb_context_unref(ctx);
-    return found;
-}
-
+// The key is found in the core keyboard map: a keysym in a key's first
+// column needs no modifier, one in its second needs Shift.
 void HostDisplay::key(xcb_window_t w, uint32_t keysym, uint16_t state) {
-    uint8_t keycode = 0;
-    uint16_t extra = 0;
-    if (!keycodeFor(keysym, keycode, extra)) return;
+    const xcb_setup_t* setup = xcb_get_setup(c_);
+    const int keys = setup->max_keycode - setup->min_keycode + 1;
+    const auto map = owned(xcb_get_keyboard_mapping_reply(
+        c_, xcb_get_keyboard_mapping(c_, setup->min_keycode, static_cast<uint8_t>(keys)), nullptr));
+    if (!map) return;
+    const xcb_keysym_t* syms = xcb_get_keyboard_mapping_keysyms(map.get());
+    const int perKey = map->keysyms_per_keycode;
+    int i = 0;
+    while (i < keys * perKey && (syms[i] != keysym || i % perKey > 1)) ++i;
+    if (i == keys * perKey) return;
     xcb_key_press_event_t e{};
     e.response_type = XCB_KEY_PRESS;
-    e.detail = keycode;
+    e.detail = static_cast<xcb_keycode_t>(setup->min_keycode + i / perKey);
     e.root = screen_->root;
     e.event = w;
-    e.state = static_cast<uint16_t>(state | extra);
+    e.state = static_cast<uint16_t>(i % perKey == 1 ? state | XCB_MOD_MASK_SHIFT : state);
     e.same_screen = 1;
     xcb_send_event(c_, 0, w, XCB_EVENT_MASK_NO_EVENT, reinterpret_cast<const char*>(&e));
     sync();
 }
 
-void HostDisplay::typeText(xcb_window_t w, const char* ascii) {
-    for (const char* p = ascii; *p; ++p) key(w, static_cast<unsigned char>(*p));
-}
-
 std::vector<xcb_window_t> HostDisplay::children(xcb_window_t w, xcb_window_t* parent) {
-    std::vector<xcb_window_t> out;
-    if (xcb_query_tree_reply_t* tree = xcb_query_tree_reply(c_, xcb_query_tree(c_, w), nullptr)) {
-        out.assign(xcb_query_tree_children(tree), xcb_query_tree_children(tree) + xcb_query_tree_children_length(tree));
-        if (parent) *parent = tree->parent;
-        std::free(tree);
-    }
-    return out;
+    const auto tree = owned(xcb_query_tree_reply(c_, xcb_query_tree(c_, w), nullptr));
+    if (!tree) return {};
+    if (parent) *parent = tree->parent;
+    const xcb_window_t* first = xcb_query_tree_children(tree.get());
+    return std::vector<xcb_window_t>(first, first + xcb_query_tree_children_length(tree.get()));
 }
 
 std::vector<xcb_window_t> HostDisplay::topWindows(bool overrideRedirect) {
     std::vector<xcb_window_t> out;
     for (xcb_window_t child : children(screen_->root)) {
-        xcb_get_window_attributes_reply_t* a =
-            xcb_get_window_attributes_reply(c_, xcb_get_window_attributes(c_, child), nullptr);
+        const auto a = owned(xcb_get_window_attributes_reply(c_, xcb_get_window_attributes(c_, child), nullptr));
         if (a && (a->override_redirect != 0) == overrideRedirect && a->map_state == XCB_MAP_STATE_VIEWABLE) {
             out.push_back(child);
         }
-        std::free(a);
     }
     return out;
 }
 
 Point HostDisplay::rootPosition(xcb_window_t w) {
-    xcb_translate_coordinates_reply_t* t = xcb_translate_coordinates_reply(
-        c_, xcb_translate_coordinates(c_, w, screen_->root, 0, 0), nullptr);
-    Point p;
-    if (t) p = Point{t->dst_x, t->dst_y};
-    std::free(t);
-    return p;
+    const auto t = owned(
+        xcb_translate_coordinates_reply(c_, xcb_translate_coordinates(c_, w, screen_->root, 0, 0), nullptr));
+    return t ? Point{t->dst_x, t->dst_y} : Point{};
 }
 
 Rect HostDisplay::geometry(xcb_window_t w) {
-    xcb_get_geometry_reply_t* g = xcb_get_geometry_reply(c_, xcb_get_geometry(c_, w), nullptr);
-    Rect r;
-    if (g) r = Rect::fromSize(g->x, g->y, g->width, g->height);
-    std::free(g);
-    return r;
+    const auto g = owned(xcb_get_geometry_reply(c_, xcb_get_geometry(c_, w), nullptr));
+    return g ? Rect::fromSize(g->x, g->y, g->width, g->height) : Rect();
 }
 
 xcb_atom_t HostDisplay::atom(const char* name) {
-    xcb_intern_atom_reply_t* r = xcb_intern_atom_reply(
-        c_, xcb_intern_atom(c_, 0, static_cast<uint16_t>(std::strlen(name)), name), nullptr);
-    const xcb_atom_t a = r ? r->atom : static_cast<xcb_atom_t>(XCB_ATOM_NONE);
-    std::free(r);
-    return a;
+    const auto r = owned(xcb_intern_atom_reply(
+        c_, xcb_intern_atom(c_, 0, static_cast<uint16_t>(std::strlen(name)), name), nullptr));
+    return r ? r->atom : static_cast<xcb_atom_t>(XCB_ATOM_NONE);
 }
 
 std::vector<uint32_t> HostDisplay::property32(xcb_window_t w, const char* name) {
-    std::vector<uint32_t> out;
-    xcb_get_property_reply_t* r = xcb_get_property_reply(
-        c_, xcb_get_property(c_, 0, w, atom(name), XCB_GET_PROPERTY_TYPE_ANY, 0, 64), nullptr);
-    if (r && r->format == 32) {
-        const auto* v = static_cast<const uint32_t*>(xcb_get_property_value(r));
-        out.assign(v, v + xcb_get_property_value_length(r) / 4);
-    }
-    std::free(r);
-    return out;
+    const auto r = owned(xcb_get_property_reply(
+        c_, xcb_get_property(c_, 0, w, atom(name), XCB_GET_PROPERTY_TYPE_ANY, 0, 64), nullptr));
+    if (!r || r->format != 32) return {};
+    const auto* v = static_cast<const uint32_t*>(xcb_get_property_value(r.get()));
+    return std::vector<uint32_t>(v, v + xcb_get_property_value_length(r.get()) / 4);
 }
 
 bool waitFor(const std::function<bool()>& step, int ms) {
@@ -356,16 +280,9 @@ bool waitFor(const std::function<bool()>& step, int ms) {
 }
 
 xcb_window_t waitForMenus(HostDisplay& display, size_t n, int ms) {
-    xcb_window_t w = 0;
-    waitFor(
-        [&] {
-            auto list = display.popupWindows();
-            if (list.size() != n) return false;
-            w = list.back();
-            return true;
-        },
-        ms);
-    return w;
+    std::vector<xcb_window_t> menus;
+    waitFor([&] { return (menus = display.popupWindows()).size() == n; }, ms);
+    return menus.size() == n ? menus.back() : 0;
 }
 
 void playMenu(HostDisplay& display, const std::function<void()>& open, const std::function<void(xcb_window_t)>& user,
@@ -380,30 +297,33 @@ void playMenu(HostDisplay& display, const std::function<void()>& open, const std
 
 double differingFraction(const Image& a, const Image& b, int tolerance) {
     if (a.width != b.width || a.height != b.height || a.words.empty()) return 1.0;
-    size_t n = 0;
-    for (int y = 0; y < a.height; ++y) {
-        for (int x = 0; x < a.width; ++x) {
-            const Pixel p = b.at(x, y);
-            if (!a.at(x, y).near(p.r, p.g, p.b, tolerance)) ++n;
-        }
-    }
+    int n = 0;
+    forEachPixel(Rect(0, 0, a.width, a.height), a.width, a.height, [&](int x, int y) {
+        const Pixel p = b.at(x, y);
+        n += a.at(x, y).near(p.r, p.g, p.b, tolerance) ? 0 : 1;
+    });
     return static_cast<double>(n) / static_cast<double>(a.words.size());
 }
 
 bool writeBandsPng(const std::string& path, int w, int h, const std::vector<Color>& bands) {
-    cairo_surface_t* s = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, w, h);
-    cairo_t* cr = cairo_create(s);
-    const double bandH = static_cast<double>(h) / static_cast<double>(bands.size());
-    for (size_t i = 0; i < bands.size(); ++i) {
-        const Color c = bands[i];
-        cairo_set_source_rgba(cr, c.red / 255.0, c.green / 255.0, c.blue / 255.0, c.alpha / 255.0);
-        cairo_rectangle(cr, 0, static_cast<double>(i) * bandH, w, bandH);
-        cairo_fill(cr);
+    Image img(w, h);
+    for (int y = 0; y < h; ++y) {
+        const Color c = bands[static_cast<size_t>(y) * bands.size() / static_cast<size_t>(h)];
+        const uint32_t word = 0xff000000u | uint32_t{c.red} << 16 | uint32_t{c.green} << 8 | c.blue;
+        std::fill_n(img.words.begin() + y * w, w, word);
     }
-    cairo_destroy(cr);
-    const bool ok = cairo_surface_write_to_png(s, path.c_str()) == CAIRO_STATUS_SUCCESS;
-    cairo_surface_destroy(s);
-    return ok;
+    return img.writePng(path);
+}
+
+RefPtr<Bitmap> GuiTest::bands(int w, int h, const std::vector<Color>& colours) {
+    const std::string path = dir.path() + "/bands" + std::to_string(++files_) + ".png";
+    EXPECT_TRUE(writeBandsPng(path, w, h, colours));
+    return makeRef<Bitmap>(path);
+}
+
+void ScreenTest::SetUp() {
+    if (!haveDisplay() || !host.ok()) GTEST_SKIP() << "no X server";
+    hostWindow = host.createWindow(865, 400);
 }
 
 Image renderOffscreen(Frame& frame) {

@@ -4,14 +4,17 @@
 #pragma once
 
 #include <cairo.h>
+#include <gtest/gtest.h>
 #include <xcb/xcb.h>
 
 #include <cstdint>
+#include <cstdlib>
 #include <functional>
 #include <string>
 #include <vector>
 
 #include "../base/TestSupport.h"
+#include "gui/Bitmap.h"
 #include "gui/Control.h"
 #include "gui/Frame.h"
 #include "gui/GuiTypes.h"
@@ -27,7 +30,9 @@ int openDescriptors();
 
 struct Pixel {
     uint8_t r = 0, g = 0, b = 0, a = 255;
-    bool near(uint8_t R, uint8_t G, uint8_t B, int tol = 40) const;
+    bool near(uint8_t R, uint8_t G, uint8_t B, int tol = 40) const {
+        return std::abs(r - R) <= tol && std::abs(g - G) <= tol && std::abs(b - B) <= tol;
+    }
 };
 
 // An image read back from the server, drawn offscreen or read from a PNG:
@@ -51,6 +56,7 @@ struct Image {
     }
     // Pixels in r that are close to a colour.
     int count(const Rect& r, uint8_t R, uint8_t G, uint8_t B, int tol = 40) const;
+    int count(const Rect& r, Color c, int tol = 40) const { return count(r, c.red, c.green, c.blue, tol); }
     // Bounding box of pixels differing from a background colour by more than tol.
     Rect inkBox(const Rect& r, Pixel background, int tol = 60) const;
 };
@@ -58,27 +64,37 @@ struct Image {
 class HostDisplay {
 public:
     HostDisplay();
-    ~HostDisplay();
+    ~HostDisplay() {
+        if (c_) xcb_disconnect(c_);
+    }
     bool ok() const { return c_ != nullptr; }
     xcb_connection_t* connection() const { return c_; }
     xcb_window_t root() const { return screen_->root; }
 
     // A mapped top-level window that plays the host's editor window.
     xcb_window_t createWindow(int w, int h);
-    void destroyWindow(xcb_window_t w);
+    void destroyWindow(xcb_window_t w) {
+        xcb_destroy_window(c_, w);
+        sync();
+    }
     void resizeWindow(xcb_window_t w, int width, int height);
-    void sync();
+    void sync() { std::free(xcb_get_input_focus_reply(c_, xcb_get_input_focus(c_), nullptr)); }
 
     Image grab(xcb_window_t w, const Rect& r);
 
     // Synthetic events sent straight to a window (coordinates in window space).
     void button(xcb_window_t w, int x, int y, int button, bool press, uint16_t state = 0);
-    void motion(xcb_window_t w, int x, int y, uint16_t state);
+    void motion(xcb_window_t w, int x, int y, uint16_t state) { button(w, x, y, 0, false, state); }
     // A press and release of a button.
-    void click(xcb_window_t w, int x, int y, int button = 1);
+    void click(xcb_window_t w, int x, int y, int b = 1) {
+        button(w, x, y, b, true);
+        button(w, x, y, b, false, b > 3 ? 0 : static_cast<uint16_t>(XCB_BUTTON_MASK_1 << (b - 1)));
+    }
     // A key by keysym; Shift is added when the keysym needs it.
     void key(xcb_window_t w, uint32_t keysym, uint16_t state = 0);
-    void typeText(xcb_window_t w, const char* ascii);
+    void typeText(xcb_window_t w, const char* ascii) {
+        for (const char* p = ascii; *p; ++p) key(w, static_cast<unsigned char>(*p));
+    }
 
     // The children of a window, and its parent when asked.
     std::vector<xcb_window_t> children(xcb_window_t w, xcb_window_t* parent = nullptr);
@@ -93,8 +109,6 @@ public:
     xcb_atom_t atom(const char* name);
 
 private:
-    bool keycodeFor(uint32_t keysym, uint8_t& keycode, uint16_t& state);
-
     xcb_connection_t* c_ = nullptr;
     xcb_screen_t* screen_ = nullptr;
 };
@@ -111,7 +125,7 @@ void playMenu(HostDisplay& display, const std::function<void()>& open, const std
 // Fraction of pixels whose channels differ by more than tolerance.
 double differingFraction(const Image& a, const Image& b, int tolerance);
 
-// Writes a w x h PNG made of horizontal bands of the given colours
+// Writes a w x h PNG made of horizontal bands of the given opaque colours
 // (top to bottom, equal heights).
 bool writeBandsPng(const std::string& path, int w, int h, const std::vector<Color>& bands);
 
@@ -122,15 +136,37 @@ using varitap::test::TempDir;
 class Recorder : public ControlListener, public EditListener {
 public:
     void valueChanged(DrawContext*, Control* c) override {
-        ++changes;
         last = c->value();
         log += "v" + std::to_string(c->tag()) + ";";
     }
     void beginEdit(int32_t i) override { log += "b" + std::to_string(i) + ";"; }
     void endEdit(int32_t i) override { log += "e" + std::to_string(i) + ";"; }
-    int changes = 0;
     float last = -1;
     std::string log;
+};
+
+constexpr Color kRed{255, 0, 0, 255}, kGreen{0, 255, 0, 255}, kBlue{0, 0, 255, 255}, kYellow{255, 255, 0, 255};
+
+// A frame, a listener and a folder for pictures: bands() writes a picture of
+// horizontal bands there and loads it.
+class GuiTest : public ::testing::Test {
+protected:
+    RefPtr<Bitmap> bands(int w, int h, const std::vector<Color>& colours);
+    TempDir dir;
+    Recorder rec;
+    RefPtr<Frame> frame;
+
+private:
+    int files_ = 0;
+};
+
+// The same with an 865 x 400 host window on the private server (skipped
+// without one).
+class ScreenTest : public GuiTest {
+protected:
+    void SetUp() override;
+    HostDisplay host;
+    xcb_window_t hostWindow = 0;
 };
 
 // The frame drawn offscreen through the same path the window uses, at the
