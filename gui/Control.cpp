@@ -1,7 +1,5 @@
 #include "gui/Control.h"
 
-#include <algorithm>
-
 #include "gui/Frame.h"
 #include "gui/Interaction.h"
 
@@ -13,8 +11,6 @@ Control::Control(const Rect& size, ControlListener* listener, int32_t tag)
 void Control::setValue(float value) {
     if (value_.exchange(value, std::memory_order_relaxed) != value) setDirty();
 }
-
-void Control::bounceValue() { setValue(std::clamp(value(), min_, max_)); }
 
 void Control::beginEdit() {
     if (Frame* f = frame()) f->beginEdit(tag_);

@@ -44,8 +44,6 @@ public:
     void setMax(float v) { max_ = v; }
     float min() const { return min_; }
     float max() const { return max_; }
-    // Clamps the value into min..max.
-    void bounceValue();
 
     // ui. Tells the frame's edit listener that the user starts or ends a
     // gesture on this control's tag.
