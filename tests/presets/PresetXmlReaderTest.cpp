@@ -105,10 +105,9 @@ TEST(PresetXmlReaderTest, OddElementsAreIgnoredWithoutDisturbingTheTree) {
     const PropertyList& second = arrayOf(root->at(2));
     ASSERT_EQ(second.count(), 1u);
     EXPECT_EQ(second.at(0)->getString(), "Second");
-}
 
-TEST(PresetXmlReaderTest, OnlyTheInsideOfPresetsCounts) {
-    RefPtr<PropertyList> root = parseFile(dataPath("outside-root.xml"));
+    // Only the inside of the root element counts.
+    root = parseFile(dataPath("outside-root.xml"));
     ASSERT_TRUE(root);
     ASSERT_EQ(root->count(), 1u);
     EXPECT_EQ(arrayOf(root->at(0)).at(0)->getString(), "Inside");
