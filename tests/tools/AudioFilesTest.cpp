@@ -41,10 +41,10 @@ TEST(AudioFilesTest, WriterLeavesNothingUntilCommitAndNothingWhenDiscarded) {
 
     std::string error;
     ASSERT_TRUE(writeAudioFile(path, frames, 2, 22050, error)) << error;
-    Audio audio = readAudio(path);
-    EXPECT_EQ(audio.channels, 2);
-    EXPECT_EQ(audio.rate, 22050);
-    EXPECT_EQ(audio.samples, frames);
+    auto audio = FileSource::open(path, error)->readAll();
+    EXPECT_EQ(audio->channels(), 2);
+    EXPECT_EQ(audio->sampleRate(), 22050);
+    EXPECT_EQ(audio->samples(), frames);
     EXPECT_EQ(entries(dir), std::vector<std::string>{"out.wav"});
 }
 
