@@ -7,6 +7,7 @@
 #include "BridgeTest.h"
 #include "engine/ParameterLayout.h"
 #include "persistence/PresetLibrary.h"
+#include "persistence/PresetParameters.h"
 
 namespace varitap {
 namespace {
@@ -73,44 +74,54 @@ TEST_F(BridgeTest, CapturedStateReappearsInAFreshInstance) {
     EXPECT_EQ(parameters(*target), parameters(*source));
 }
 
-// Without "Version", routing and modulator targets are read in the first
-// layout and converted; with it, values are taken as stored, and routing is
-// then clamped to the instance's two inputs and outputs.
+// Without "Version" (or with a "Version" of 0), routing and modulator
+// targets are read in the first layout and converted; with any other, values
+// are taken as stored, and routing is then clamped to the instance's two
+// inputs and outputs.
 TEST_F(BridgeTest, StoredValuesAreConvertedOrClampedBeforeTheyApply) {
+    // The "Version" entry of each preset; a float's cell read as a number is
+    // not 0, so it does not mean the first layout.
+    enum Version { kNone, kOne, kZero, kNine, kFloat };
     struct Row {
-        bool version1;
+        Version version;
         const char* key;
         double stored;
         float applied;
     };
     const Row rows[] = {
-        {false, "0", 0.5, 22.0f / 44.0f},   // old Out 2 -> selector 22
-        {false, "1", 0.7, 41.0f / 44.0f},   // old bus 1 -> Intern 1 (41)
-        {false, "2", 0.3, 2.0f / 44.0f},    // old In 2 stays 2
-        {false, "3", 1.0e30, 1.0f},         // far out: limited to 1.0
-        {false, "10", 0.6, 21.0f / 24.0f},  // old bus 1 -> Intern 1 (21)
-        {false, "11", 0.2, 1.0f / 24.0f},   // old Out 2 stays 1
-        {false, "92", 5.0, 20.0f},          // modulator 1 Index 5 -> 20
-        {false, "107", 25.0, 25.0f},        // modulator 2 Index 25 stays
-        {false, "122", 19.0, 20.0f},        // modulator 3 Index 19 -> 20
-        {false, "20", 0.8, 0.8f},           // anything else as it is
+        {kNone, "0", 0.5, 22.0f / 44.0f},   // old Out 2 -> selector 22
+        {kNone, "1", 0.7, 41.0f / 44.0f},   // old bus 1 -> Intern 1 (41)
+        {kNone, "2", 0.3, 2.0f / 44.0f},    // old In 2 stays 2
+        {kNone, "3", 1.0e30, 1.0f},         // far out: limited to 1.0
+        {kNone, "10", 0.6, 21.0f / 24.0f},  // old bus 1 -> Intern 1 (21)
+        {kNone, "11", 0.2, 1.0f / 24.0f},   // old Out 2 stays 1
+        {kNone, "92", 5.0, 20.0f},          // modulator 1 Index 5 -> 20
+        {kNone, "107", 25.0, 25.0f},        // modulator 2 Index 25 stays
+        {kNone, "122", 19.0, 20.0f},        // modulator 3 Index 19 -> 20
+        {kNone, "20", 0.8, 0.8f},           // anything else as it is
         // The first layout would have turned these three into 20, 43 / 44 and 23 / 24.
-        {true, "92", 5.0, 5.0f},
-        {true, "1", 0.95, 0.95f},
-        {true, "10", 0.9, 0.9f},
-        {true, "0", 21.5 / 44, 22.0f / 44.0f},  // a tap reading Out 1 (21) reads Out 2
-        {true, "2", 5.5 / 44, 2.0f / 44.0f},    // In 5 -> In 2
-        {true, "11", 7.5 / 24, 2.0f / 24.0f},   // Out 7 -> Out 2
+        {kOne, "92", 5.0, 5.0f},
+        {kOne, "1", 0.95, 0.95f},
+        {kOne, "10", 0.9, 0.9f},
+        {kOne, "0", 21.5 / 44, 22.0f / 44.0f},  // a tap reading Out 1 (21) reads Out 2
+        {kOne, "2", 5.5 / 44, 2.0f / 44.0f},    // In 5 -> In 2
+        {kOne, "11", 7.5 / 24, 2.0f / 24.0f},   // Out 7 -> Out 2
+        {kZero, "92", 5.0, 20.0f},
+        {kNine, "92", 5.0, 5.0f},
+        {kFloat, "92", 5.0, 5.0f},
     };
     auto effect = makeEffect();
-    for (const bool version1 : {false, true}) {
-        RefPtr<Preset> preset = presetWith({}, version1);
+    for (const Version version : {kNone, kOne, kZero, kNine, kFloat}) {
+        auto preset = makeRef<Preset>("Test");
+        if (version == kFloat) test::addValues(preset.get(), {PropertyValue::makeFloat("Version", 0.0001)});
+        if (version != kNone && version != kFloat)
+            test::addValues(preset.get(), {PropertyValue::makeLong("Version", version == kOne ? 1 : version == kZero ? 0 : 9)});
         for (const Row& row : rows)
-            if (row.version1 == version1) test::addValues(preset.get(), {PropertyValue::makeFloat(row.key, row.stored)});
+            if (row.version == version) test::addValues(preset.get(), {PropertyValue::makeFloat(row.key, row.stored)});
         effect->applyPreset(preset.get());
         for (const Row& row : rows) {
-            if (row.version1 != version1) continue;
-            EXPECT_EQ(effect->getParameter(std::stoi(row.key)), row.applied) << row.key << " " << version1;
+            if (row.version != version) continue;
+            EXPECT_EQ(effect->getParameter(std::stoi(row.key)), row.applied) << row.key << " " << version;
         }
     }
 }
@@ -131,17 +142,21 @@ TEST_F(BridgeTest, OnlyKeysThatNameAParameterAreApplied) {
                                         {" 21", 0.125},   // blanks before the number
                                         {"22", nan}},     // not a number: skipped
                                        true);
+    test::addValues(preset.get(), {PropertyValue::makeString("23", "0.5")});  // a text reads as 0
     effect->applyPreset(preset.get());
+    // A plug-in with fewer parameters takes only the keys below its count.
+    EXPECT_EQ(presetParameterValues(*preset, 22).size(), 1u);
     std::vector<float> after = parameters(*effect);
     EXPECT_EQ(after[26], 0.25f);
     EXPECT_NEAR(after[21], 0.125f, 1e-4);  // the tap keeps whole samples
-    after[26] = before[26];
-    after[21] = before[21];
+    EXPECT_EQ(after[23], 0.0f);
+    for (const int applied : {21, 23, 26}) after[applied] = before[applied];
     EXPECT_EQ(after, before);
-    // The host heard exactly the two applied values.
-    ASSERT_EQ(host_.automated.size(), 2u);
+    // The host heard exactly the three applied values.
+    ASSERT_EQ(host_.automated.size(), 3u);
     EXPECT_EQ(host_.automated[0].first, 26);
     EXPECT_EQ(host_.automated[1].first, 21);
+    EXPECT_EQ(host_.automated[2].first, 23);
 }
 
 TEST_F(BridgeTest, ProgramNameReachesTheHostAndUserPresetsAreRemembered) {

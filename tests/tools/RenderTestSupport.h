@@ -13,7 +13,6 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -39,19 +38,6 @@ inline std::vector<std::string> entries(const TempDir& dir) {
     std::sort(names.begin(), names.end());
     return names;
 }
-
-// Sets XDG_CONFIG_HOME for the test and restores it at the end.
-class ConfigHomeGuard {
-public:
-    explicit ConfigHomeGuard(const std::string& path) {
-        if (const char* value = std::getenv("XDG_CONFIG_HOME")) saved_ = value;
-        ::setenv("XDG_CONFIG_HOME", path.c_str(), 1);
-    }
-    ~ConfigHomeGuard() { saved_ ? ::setenv("XDG_CONFIG_HOME", saved_->c_str(), 1) : ::unsetenv("XDG_CONFIG_HOME"); }
-
-private:
-    std::optional<std::string> saved_;
-};
 
 struct RunResult {
     int status = -1;
@@ -83,10 +69,12 @@ inline std::vector<long> peaks(const std::vector<float>& samples, int channels, 
 }
 
 // Every test runs in a temporary folder that is also the configuration
-// folder, so the user presets file that a closing Varitap saves stays there.
+// folder, so the user presets file that a closing Varitap saves stays there
+// (the tests outside this fixture read no configuration).
 class RenderTest : public ::testing::Test {
 protected:
     void SetUp() override {
+        ::setenv("XDG_CONFIG_HOME", dir.path().c_str(), 1);
         if (!fileExists(kSharedObject)) GTEST_SKIP() << "Varitap bundle not built";
     }
 
@@ -123,7 +111,6 @@ protected:
     }
 
     TempDir dir;
-    ConfigHomeGuard config{dir.path()};
 };
 
 }  // namespace rendertest
