@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 
 #include <algorithm>
+#include <chrono>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -280,11 +281,6 @@ TEST(PresetLibraryTest, SaveKilledAtAnyMomentLeavesOldOrNewWhole) {
     TempDir folder;
     const std::string user = folder / "user.xml";
     ASSERT_TRUE(writeLibrary(user, 2, "Old"));
-    auto microseconds = [] {
-        timespec t;
-        clock_gettime(CLOCK_MONOTONIC, &t);
-        return t.tv_sec * 1000000LL + t.tv_nsec / 1000;
-    };
     long long saveTime = 0;  // measured in the first round
     int killedMidSave = 0, sawOld = 0;
     const int rounds = 12;
@@ -306,9 +302,10 @@ TEST(PresetLibraryTest, SaveKilledAtAnyMomentLeavesOldOrNewWhole) {
         char byte;
         if (round == 0) {
             ASSERT_EQ(read(done[0], &byte, 1), 1);
-            const long long start = microseconds();
+            const auto start = std::chrono::steady_clock::now();
             ASSERT_EQ(read(done[0], &byte, 1), 1);
-            saveTime = microseconds() - start;
+            saveTime = std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - start)
+                           .count();
         } else if (round % 2 == 1) {
             // Somewhere inside the first save: the old file must survive.
             usleep(static_cast<useconds_t>(saveTime * round / rounds));
@@ -452,19 +449,15 @@ TEST(PresetLibraryTest, SimultaneousSavesOfManyProcessesAllSurvive) {
     }
 }
 
-// The instances' own use of this path runs in the bridge tests.
+// The instances' own use of this path runs in the bridge tests. No other
+// test of this program reads HOME or XDG_CONFIG_HOME.
 TEST(PresetLibraryTest, UserFileLivesInTheConfigFolder) {
     TempDir folder;
-    const char* oldConfig = std::getenv("XDG_CONFIG_HOME");
-    const std::string savedConfig = oldConfig ? oldConfig : "";
-    const std::string savedHome = std::getenv("HOME") ? std::getenv("HOME") : "";
     unsetenv("XDG_CONFIG_HOME");
     setenv("HOME", folder.path().c_str(), 1);
     EXPECT_EQ(PresetLibrary::userPresetsPath(), folder / ".config/brelmo.varitap.presets.xml");
     setenv("XDG_CONFIG_HOME", (folder / "config").c_str(), 1);
     EXPECT_EQ(PresetLibrary::userPresetsPath(), folder / "config/brelmo.varitap.presets.xml");
-    if (oldConfig) setenv("XDG_CONFIG_HOME", savedConfig.c_str(), 1); else unsetenv("XDG_CONFIG_HOME");
-    setenv("HOME", savedHome.c_str(), 1);
 }
 
 }  // namespace
