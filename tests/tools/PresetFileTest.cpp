@@ -4,8 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
-
 using namespace render;
 using namespace rendertest;
 using varitap::test::writeFile;
