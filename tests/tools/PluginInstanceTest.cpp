@@ -62,7 +62,6 @@ TEST_F(PluginInstanceTest, AnswersThePlugInLikeAHost) {
     }
     EXPECT_DOUBLE_EQ(plugin->transport().samplePos, 14717.0);
     EXPECT_EQ(echoes, (std::vector<long>{0, 14700}));
-    plugin->stop();
 }
 
 // A plug-in without processReplacing is called to add to buffers that the
@@ -86,6 +85,7 @@ TEST_F(PluginInstanceTest, ProcessesInBothModesAndNotWithGrownPins) {
             out.insert(out.end(), plugin->outputs()[1], plugin->outputs()[1] + 64);
         }
         plugin->effect()->numInputs = plugin->effect()->numOutputs = 8;
+        for (int c = 0; c < 2; ++c) std::fill_n(plugin->outputs()[c], 64, 7.0f);
         plugin->process(64);
         for (int c = 0; c < 2; ++c) EXPECT_EQ(std::count(plugin->outputs()[c], plugin->outputs()[c] + 64, 0.0f), 64);
     }
