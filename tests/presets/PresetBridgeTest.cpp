@@ -1,12 +1,12 @@
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <limits>
 #include <random>
 
 #include "BridgeTest.h"
 #include "engine/ParameterLayout.h"
 #include "persistence/PresetLibrary.h"
+#include "persistence/PresetParameters.h"
 
 namespace varitap {
 namespace {
@@ -54,12 +54,10 @@ RefPtr<Preset> presetWith(std::initializer_list<std::pair<const char*, double>> 
 TEST_F(BridgeTest, CapturedStateReappearsInAFreshInstance) {
     auto source = makeEffect();
     setVariedState(*source);
-    const std::vector<float> expected = parameters(*source);
-
     RefPtr<Preset> preset = RefPtr<Preset>::adopt(source->createPresetFromState("Everything"));
     ASSERT_TRUE(preset);
     EXPECT_EQ(preset->getName(), "Everything");
-    PropertyList& properties = preset->properties();
+    const PropertyList& properties = preset->properties();
     ASSERT_EQ(properties.count(), 3u + kParameterCount);
     const std::pair<const char*, long> header[] = {{"Version", 1}, {"NumInputs", 2}, {"NumOutputs", 2}};
     for (int i = 0; i < 3; ++i) {
@@ -70,45 +68,61 @@ TEST_F(BridgeTest, CapturedStateReappearsInAFreshInstance) {
         EXPECT_EQ(properties.at(3 + i)->key(), std::to_string(i));
         EXPECT_EQ(properties.at(3 + i)->type(), PropertyType::Float);
     }
-
     auto target = makeEffect();
     target->applyPreset(preset.get());
-    const std::vector<float> applied = parameters(*target);
-    for (int i = 0; i < kParameterCount; ++i) EXPECT_EQ(applied[i], expected[i]) << "parameter " << i;
+    EXPECT_EQ(parameters(*target), parameters(*source));
 }
 
-TEST_F(BridgeTest, FirstVersionPresetsAreConverted) {
-    auto effect = makeEffect();
-    // No "Version": routing and modulator targets of the first layout.
-    struct Conversion {
+// Without "Version" (or with a "Version" of 0), routing and modulator
+// targets are read in the first layout and converted; with any other, values
+// are taken as stored, and routing is then clamped to the instance's two
+// inputs and outputs.
+TEST_F(BridgeTest, StoredValuesAreConvertedOrClampedBeforeTheyApply) {
+    // The "Version" entry of each preset; a float's cell read as a number is
+    // not 0, so it does not mean the first layout.
+    enum Version { kNone, kOne, kZero, kNine, kFloat };
+    struct Row {
+        Version version;
         const char* key;
         double stored;
         float applied;
     };
-    const Conversion conversions[] = {
-        {"0", 0.5, 22.0f / 44.0f},    // old Out 2 -> selector 22
-        {"1", 0.7, 41.0f / 44.0f},    // old bus 1 -> Intern 1 (41)
-        {"2", 0.3, 2.0f / 44.0f},     // old In 2 stays 2
-        {"3", 1.0e30, 1.0f},          // far out: limited to 1.0
-        {"10", 0.6, 21.0f / 24.0f},   // old bus 1 -> Intern 1 (21)
-        {"11", 0.2, 1.0f / 24.0f},    // old Out 2 stays 1
-        {"92", 5.0, 20.0f},           // modulator 1 Index 5 -> 20
-        {"107", 25.0, 25.0f},         // modulator 2 Index 25 stays
-        {"122", 19.0, 20.0f},         // modulator 3 Index 19 -> 20
-        {"20", 0.8, 0.8f},            // anything else as it is
+    const Row rows[] = {
+        {kNone, "0", 0.5, 22.0f / 44.0f},   // old Out 2 -> selector 22
+        {kNone, "1", 0.7, 41.0f / 44.0f},   // old bus 1 -> Intern 1 (41)
+        {kNone, "2", 0.3, 2.0f / 44.0f},    // old In 2 stays 2
+        {kNone, "3", 1.0e30, 1.0f},         // far out: limited to 1.0
+        {kNone, "10", 0.6, 21.0f / 24.0f},  // old bus 1 -> Intern 1 (21)
+        {kNone, "11", 0.2, 1.0f / 24.0f},   // old Out 2 stays 1
+        {kNone, "92", 5.0, 20.0f},          // modulator 1 Index 5 -> 20
+        {kNone, "107", 25.0, 25.0f},        // modulator 2 Index 25 stays
+        {kNone, "122", 19.0, 20.0f},        // modulator 3 Index 19 -> 20
+        {kNone, "20", 0.8, 0.8f},           // anything else as it is
+        // The first layout would have turned these three into 20, 43 / 44 and 23 / 24.
+        {kOne, "92", 5.0, 5.0f},
+        {kOne, "1", 0.95, 0.95f},
+        {kOne, "10", 0.9, 0.9f},
+        {kOne, "0", 21.5 / 44, 22.0f / 44.0f},  // a tap reading Out 1 (21) reads Out 2
+        {kOne, "2", 5.5 / 44, 2.0f / 44.0f},    // In 5 -> In 2
+        {kOne, "11", 7.5 / 24, 2.0f / 24.0f},   // Out 7 -> Out 2
+        {kZero, "92", 5.0, 20.0f},
+        {kNine, "92", 5.0, 5.0f},
+        {kFloat, "92", 5.0, 5.0f},
     };
-    auto old = makeRef<Preset>("Old");
-    for (const Conversion& c : conversions) test::addValues(old.get(), {PropertyValue::makeFloat(c.key, c.stored)});
-    effect->applyPreset(old.get());
-    for (const Conversion& c : conversions) EXPECT_EQ(effect->getParameter(std::stoi(c.key)), c.applied) << c.key;
-
-    // Version 1 values are applied exactly as stored (the first layout would
-    // have turned these into 20, 43 / 44 and 23 / 24).
-    RefPtr<Preset> current = presetWith({{"92", 5.0}, {"1", 0.95}, {"10", 0.9}}, true);
-    effect->applyPreset(current.get());
-    EXPECT_EQ(effect->getParameter(92), 5.0f);
-    EXPECT_EQ(effect->getParameter(1), 0.95f);
-    EXPECT_EQ(effect->getParameter(10), 0.9f);
+    auto effect = makeEffect();
+    for (const Version version : {kNone, kOne, kZero, kNine, kFloat}) {
+        auto preset = makeRef<Preset>("Test");
+        if (version == kFloat) test::addValues(preset.get(), {PropertyValue::makeFloat("Version", 0.0001)});
+        if (version != kNone && version != kFloat)
+            test::addValues(preset.get(), {PropertyValue::makeLong("Version", version == kOne ? 1 : version == kZero ? 0 : 9)});
+        for (const Row& row : rows)
+            if (row.version == version) test::addValues(preset.get(), {PropertyValue::makeFloat(row.key, row.stored)});
+        effect->applyPreset(preset.get());
+        for (const Row& row : rows) {
+            if (row.version != version) continue;
+            EXPECT_EQ(effect->getParameter(std::stoi(row.key)), row.applied) << row.key << " " << version;
+        }
+    }
 }
 
 TEST_F(BridgeTest, OnlyKeysThatNameAParameterAreApplied) {
@@ -127,28 +141,21 @@ TEST_F(BridgeTest, OnlyKeysThatNameAParameterAreApplied) {
                                         {" 21", 0.125},   // blanks before the number
                                         {"22", nan}},     // not a number: skipped
                                        true);
+    test::addValues(preset.get(), {PropertyValue::makeString("23", "0.5")});  // a text reads as 0
     effect->applyPreset(preset.get());
+    // A plug-in with fewer parameters takes only the keys below its count.
+    EXPECT_EQ(presetParameterValues(*preset, 22).size(), 1u);
     std::vector<float> after = parameters(*effect);
     EXPECT_EQ(after[26], 0.25f);
     EXPECT_NEAR(after[21], 0.125f, 1e-4);  // the tap keeps whole samples
-    after[26] = before[26];
-    after[21] = before[21];
+    EXPECT_EQ(after[23], 0.0f);
+    for (const int applied : {21, 23, 26}) after[applied] = before[applied];
     EXPECT_EQ(after, before);
-    // The host heard exactly the two applied values.
-    ASSERT_EQ(host_.automated.size(), 2u);
+    // The host heard exactly the three applied values.
+    ASSERT_EQ(host_.automated.size(), 3u);
     EXPECT_EQ(host_.automated[0].first, 26);
     EXPECT_EQ(host_.automated[1].first, 21);
-}
-
-TEST_F(BridgeTest, RoutingIsClampedToTheChannelsAfterApplying) {
-    auto effect = makeEffect();
-    // With two outputs, a tap reading Out 1 (21) is moved to 22; a tap input
-    // of In 5 (5) moves to In 2; an output to Out 7 (7) moves to Out 2.
-    RefPtr<Preset> preset = presetWith({{"0", 21.5 / 44}, {"1", 5.5 / 44}, {"10", 7.5 / 24}}, true);
-    effect->applyPreset(preset.get());
-    EXPECT_EQ(static_cast<int>(44 * effect->getParameter(0)), 22);
-    EXPECT_EQ(static_cast<int>(44 * effect->getParameter(1)), 2);
-    EXPECT_EQ(static_cast<int>(24 * effect->getParameter(10)), 2);
+    EXPECT_EQ(host_.automated[2].first, 23);
 }
 
 TEST_F(BridgeTest, ProgramNameReachesTheHostAndUserPresetsAreRemembered) {

@@ -38,13 +38,10 @@ inline void addValues(Preset* preset, std::initializer_list<PropertyValue*> valu
 inline RefPtr<PropertyList> parseFile(const std::string& path) {
     const int descriptor = open(path.c_str(), O_RDONLY);
     if (descriptor < 0) return nullptr;
-    RefPtr<PropertyList> result;
-    {
-        auto stream = makeRef<FileStream>(descriptor);
-        auto reader = makeRef<PresetXmlReader>(stream.get());
-        reader->parse();
-        result = RefPtr<PropertyList>(reader->result());
-    }
+    auto stream = makeRef<FileStream>(descriptor);  // it leaves the descriptor open
+    auto reader = makeRef<PresetXmlReader>(stream.get());
+    reader->parse();
+    RefPtr<PropertyList> result(reader->result());
     close(descriptor);
     return result;
 }

@@ -27,65 +27,31 @@ private:
     int failFrom_;
 };
 
-// A library of one folder with one preset: the header values, then `values`.
-RefPtr<PresetLibrary> libraryWith(const char* folder, const char* name, std::initializer_list<PropertyValue*> values) {
-    auto library = makeRef<PresetLibrary>();
-    auto preset = makeRef<Preset>(name);
-    addValues(preset.get(), {PropertyValue::makeLong("Version", 1), PropertyValue::makeLong("NumInputs", 2),
-                             PropertyValue::makeLong("NumOutputs", 2)});
-    addValues(preset.get(), values);
-    library->addFolder(folder)->addPreset(preset.get());
-    return library;
+// Each fixture, read and saved again, comes out byte for byte, also with the
+// factory folder of another file beside it (factory folders are never written).
+void expectSavedAsRead() {
+    for (const char* fixture : {"folder-f-preset-p.xml", "empty-library.xml", "full-preset.xml"}) {
+        SCOPED_TRACE(fixture);
+        auto library = makeRef<PresetLibrary>();
+        ASSERT_TRUE(library->loadFile(dataPath(fixture), false));
+        ASSERT_TRUE(library->loadFile(dataPath("folder-f-preset-p.xml"), true));
+        ASSERT_TRUE(library->folderAt(library->folderCount() - 1)->isFactory());
+        TempDir folder;
+        ASSERT_TRUE(library->saveFile(folder / "out.xml"));
+        EXPECT_EQ(readFile(folder / "out.xml"), readFile(dataPath(fixture)));
+    }
 }
 
-// The folder "F" / preset "P" example.
-RefPtr<PresetLibrary> libraryWithFP() {
-    return libraryWith("F", "P", {PropertyValue::makeFloat("0", 0.5), PropertyValue::makeFloat("1", 0.1),
-                                  PropertyValue::makeFloat("2", -3.25)});
-}
+TEST(XmlPropertyWriterTest, SavedLibrariesMatchTheFormatByteForByte) { expectSavedAsRead(); }
 
-RefPtr<PresetLibrary> libraryWithFullPreset() {
-    auto library = libraryWith("Full", "All 241", {});
-    for (int i = 0; i < 241; ++i)
-        addValues(library->folderAt(0)->presetAt(0),
-                  {PropertyValue::makeFloat(std::to_string(i).c_str(), fullPresetValue(i))});
-    return library;
-}
-
-void expectSavedBytes(PresetLibrary* library, const char* fixture) {
-    TempDir folder;
-    ASSERT_TRUE(library->saveFile(folder / "out.xml"));
-    EXPECT_EQ(readFile(folder / "out.xml"), readFile(dataPath(fixture))) << fixture;
-}
-
-TEST(XmlPropertyWriterTest, SavedLibrariesMatchTheFormatByteForByte) {
-    auto fp = libraryWithFP();
-    expectSavedBytes(fp.get(), "folder-f-preset-p.xml");
-    expectSavedBytes(makeRef<PresetLibrary>().get(), "empty-library.xml");
-    expectSavedBytes(libraryWithFullPreset().get(), "full-preset.xml");
-
-    // Factory folders are never written: with one added the bytes stay the same.
-    ASSERT_TRUE(fp->loadFile(dataPath("folder-f-preset-p.xml"), true));
-    ASSERT_EQ(fp->folderCount(), 2u);
-    EXPECT_TRUE(fp->folderAt(1)->isFactory());
-    expectSavedBytes(fp.get(), "folder-f-preset-p.xml");
-}
-
-// Hosts call setlocale(LC_ALL, ""); a German locale prints "0,5". The file
-// must not change, and its numbers read back the same.
+// Hosts call setlocale(LC_ALL, ""); a German locale prints "0,5". The files
+// must read and write the same.
 TEST(XmlPropertyWriterTest, DecimalCommaLocaleWritesAndReadsTheSameBytes) {
     if (!useGermanLocale()) GTEST_SKIP() << "the de_DE.UTF-8 locale could not be built here";
     char probe[16];
     std::snprintf(probe, sizeof probe, "%.1f", 0.5);
     EXPECT_STREQ(probe, "0,5");  // the locale really is in force
-    expectSavedBytes(libraryWithFP().get(), "folder-f-preset-p.xml");
-    expectSavedBytes(libraryWithFullPreset().get(), "full-preset.xml");
-
-    auto back = makeRef<PresetLibrary>();
-    ASSERT_TRUE(back->loadFile(dataPath("folder-f-preset-p.xml"), false));
-    ASSERT_EQ(back->folderCount(), 1u);
-    EXPECT_EQ(back->folderAt(0)->presetAt(0)->findProperty("0")->getFloat(), 0.5);
-    EXPECT_EQ(back->folderAt(0)->presetAt(0)->findProperty("2")->getFloat(), -3.25);
+    expectSavedAsRead();
     std::setlocale(LC_ALL, "C");
 }
 
@@ -135,8 +101,6 @@ TEST(XmlPropertyWriterTest, StopsAtTheFirstFailedWrite) {
     auto writer = makeRef<XmlPropertyWriter>(stream.get());
     EXPECT_TRUE(writer->writeProperty(array.get()));
     EXPECT_EQ(stream->writes_, 6);
-    EXPECT_EQ(stream->text(), "<array name=\"arr\">\n\t<long name=\"a\" value=\"1\" />\n"
-                             "\t<long name=\"b\" value=\"2\" />\n</array>\n");
 }
 
 }  // namespace

@@ -28,9 +28,11 @@ TEST(AudioFilesTest, WriterLeavesNothingUntilCommitAndNothingWhenDiscarded) {
     TempDir dir;
     const std::string path = dir / "out.wav";
     std::vector<float> frames = {0.25f, -0.5f, 1.5f, 0.0f};  // 1.5 survives in float
+    std::string error;
+    EXPECT_FALSE(AtomicAudioWriter().open(dir.path(), 2, 44100, error));  // a folder
+    EXPECT_NE(error.find("folder"), std::string::npos);
     {
         AtomicAudioWriter writer;
-        std::string error;
         ASSERT_TRUE(writer.open(path, 2, 22050, error)) << error;
         ASSERT_TRUE(writer.write(frames.data(), 2));
         EXPECT_FALSE(fileExists(path));
@@ -39,34 +41,21 @@ TEST(AudioFilesTest, WriterLeavesNothingUntilCommitAndNothingWhenDiscarded) {
     }
     EXPECT_TRUE(entries(dir).empty());
 
-    std::string error;
     ASSERT_TRUE(writeAudioFile(path, frames, 2, 22050, error)) << error;
-    Audio audio = readAudio(path);
-    EXPECT_EQ(audio.channels, 2);
-    EXPECT_EQ(audio.rate, 22050);
-    EXPECT_EQ(audio.samples, frames);
     EXPECT_EQ(entries(dir), std::vector<std::string>{"out.wav"});
-}
-
-TEST(AudioFilesTest, UnwritablePlacesAndUnreadableFilesAreNamedReasons) {
-    TempDir dir;
-    AtomicAudioWriter writer;
-    std::string error;
-    EXPECT_FALSE(writer.open(dir.path(), 2, 44100, error));  // a folder
-    EXPECT_NE(error.find("folder"), std::string::npos);
+    auto source = FileSource::open(path, error);
+    ASSERT_NE(source, nullptr) << error;
+    EXPECT_EQ(source->frames(), 2);
+    auto audio = source->readAll();
+    EXPECT_EQ(audio->channels(), 2);
+    EXPECT_EQ(audio->sampleRate(), 22050);
+    EXPECT_EQ(audio->samples(), frames);
 
     // Missing and non-audio inputs are refused through the program itself.
     EXPECT_EQ(FileSource::open(dir.path(), error), nullptr);
-
-    ASSERT_TRUE(writeAudioFile(dir / "ok.wav", {0.5f, 0.25f, 0.125f}, 1, 8000, error));
-    auto source = FileSource::open(dir / "ok.wav", error);
-    ASSERT_NE(source, nullptr);
-    EXPECT_EQ(source->frames(), 3);
-    auto memory = source->readAll();
-    EXPECT_EQ(memory->samples(), (std::vector<float>{0.5f, 0.25f, 0.125f}));
-    if (::geteuid() != 0) {  // root writes anywhere
-        ::chmod((dir / "ok.wav").c_str(), 0);
-        EXPECT_EQ(FileSource::open(dir / "ok.wav", error), nullptr);
+    if (::geteuid() != 0) {  // root reads anything
+        ::chmod(path.c_str(), 0);
+        EXPECT_EQ(FileSource::open(path, error), nullptr);
         EXPECT_NE(error.find("Permission denied"), std::string::npos);
     }
 }

@@ -60,6 +60,7 @@ TEST(CommandLineTest, OptionsTakeValuesInBothFormsAndRefuseBadOnes) {
     EXPECT_EQ(options.benchRounds, 3);
     EXPECT_TRUE(options.quiet);
 
+    // Each refused with an error that names the option or the bad word.
     const std::vector<std::vector<const char*>> bad = {
         {"--tempo", "0"},       {"--tempo", "fast"}, {"--block", "0"},     {"--block", "44101"},
         {"--block", "12.5"},    {"--tail", "-1"},    {"--rate", "100"},    {"--output"},
@@ -67,10 +68,9 @@ TEST(CommandLineTest, OptionsTakeValuesInBothFormsAndRefuseBadOnes) {
     };
     for (const auto& args : bad) {
         EXPECT_FALSE(parse(args, options, error)) << args[0];
-        EXPECT_FALSE(error.empty());
+        EXPECT_TRUE(error.find(args[0]) != std::string::npos || error.find(args.back()) != std::string::npos)
+            << args[0] << ": " << error;
     }
-    EXPECT_FALSE(parse({"--tempo", "0"}, options, error));
-    EXPECT_NE(error.find("--tempo"), std::string::npos);
 }
 
 TEST(CommandLineTest, DefaultOutputSitsBesideTheInput) {

@@ -1,18 +1,17 @@
-// Helpers shared by the command-line host's tests, over the base tests'
-// temporary folder and file helpers: a run of the real varitap-render
-// program with its output captured, and audio files read with their format
-// and written through varitap-render's own writer.
+// The command-line host's test harness, over the base tests' temporary
+// folder and file helpers. The tests host Varitap's own bundle: its "Init"
+// program mixes the input at 0.5636 with two echoes at 0.4364, one beat
+// later on the left and three quarters of a beat later on the right, which
+// places every echo on a sample known from the tempo and the rate; with
+// "Wet/Dry Mix Volume" at 1 it passes the input unchanged.
 #pragma once
 
 #include <gtest/gtest.h>
-#include <sndfile.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -23,8 +22,13 @@
 namespace rendertest {
 
 using varitap::test::fileExists;
+using varitap::test::readFile;
 using varitap::test::TempDir;
-inline std::string readText(const std::string& path) { return varitap::test::readFile(path); }
+
+const std::string kBundle = VARITAP_BUNDLE_DIR;
+const std::string kSharedObject = kBundle + "/Contents/" VARITAP_ARCH_DIR "/Varitap.so";
+const std::string kClapBundle = VARITAP_CLAP_BUNDLE_DIR;
+constexpr float kDry = 0.563636f, kWet = 0.436364f;
 
 // Sorted names in a folder, hidden ones included (temporary files start with '.').
 inline std::vector<std::string> entries(const TempDir& dir) {
@@ -34,35 +38,11 @@ inline std::vector<std::string> entries(const TempDir& dir) {
     return names;
 }
 
-// Sets XDG_CONFIG_HOME for the test and restores it at the end.
-class ConfigHomeGuard {
-public:
-    explicit ConfigHomeGuard(const std::string& path) {
-        if (const char* value = std::getenv("XDG_CONFIG_HOME")) saved_ = value;
-        ::setenv("XDG_CONFIG_HOME", path.c_str(), 1);
-    }
-    ~ConfigHomeGuard() { saved_ ? ::setenv("XDG_CONFIG_HOME", saved_->c_str(), 1) : ::unsetenv("XDG_CONFIG_HOME"); }
-
-private:
-    std::optional<std::string> saved_;
-};
-
-inline std::unique_ptr<render::PluginInstance> loadOrFail(const std::string& path) {
-    std::string error;
-    auto plugin = render::PluginInstance::load(path, error);
-    EXPECT_NE(plugin, nullptr) << error;
-    return plugin;
-}
-
 struct RunResult {
     int status = -1;
     std::string out, err;
     // stderr lines, for the "one clear line" rule.
-    int errorLines() const {
-        int lines = 0;
-        for (char c : err) lines += c == '\n';
-        return lines;
-    }
+    long errorLines() const { return std::count(err.begin(), err.end(), '\n'); }
 };
 
 inline std::string shellQuote(const std::string& text) {
@@ -71,72 +51,65 @@ inline std::string shellQuote(const std::string& text) {
     return quoted + "'";
 }
 
-// Runs varitap-render with the arguments in a clean configuration folder.
-inline RunResult runRender(const std::vector<std::string>& args, const std::string& configHome,
-                           const std::string& workDir = "") {
-    static int counter = 0;
-    std::string base = configHome + "/.run" + std::to_string(++counter);
-    std::string command = "cd " + shellQuote(workDir.empty() ? configHome : workDir) +
-                          " && XDG_CONFIG_HOME=" + shellQuote(configHome) + " " + RENDER_EXE;
-    for (const std::string& arg : args) command += " " + shellQuote(arg);
-    command += " > " + shellQuote(base + ".out") + " 2> " + shellQuote(base + ".err");
-    RunResult result;
-    int status = std::system(command.c_str());
-    result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    result.out = readText(base + ".out");
-    result.err = readText(base + ".err");
-    ::unlink((base + ".out").c_str());
-    ::unlink((base + ".err").c_str());
-    return result;
-}
-
-struct Audio {
-    int channels = 0;
-    int rate = 0;
-    int format = 0;
-    std::vector<float> samples;  // interleaved
-    long frames() const { return channels ? static_cast<long>(samples.size()) / channels : 0; }
-    float at(long frame, int channel) const { return samples[frame * channels + channel]; }
-};
-
-inline Audio readAudio(const std::string& path) {
-    Audio audio;
-    SF_INFO info{};
-    SNDFILE* file = sf_open(path.c_str(), SFM_READ, &info);
-    if (!file) return audio;
-    audio.channels = info.channels;
-    audio.rate = info.samplerate;
-    audio.format = info.format;
-    audio.samples.resize(static_cast<size_t>(info.frames) * info.channels);
-    sf_readf_float(file, audio.samples.data(), info.frames);
-    sf_close(file);
-    return audio;
-}
-
-inline bool writeAudio(const std::string& path, const Audio& audio) {
-    std::string error;
-    return render::writeAudioFile(path, audio.samples, audio.channels, audio.rate, error);
-}
-
-// A silent file with single-sample impulses of the given heights.
-inline Audio impulses(int channels, int rate, long frames, const std::vector<std::pair<long, float>>& at,
-                      int channel = -1) {
-    Audio audio;
-    audio.channels = channels;
-    audio.rate = rate;
-    audio.samples.assign(static_cast<size_t>(frames) * channels, 0.0f);
+// A silent interleaved signal with single-sample impulses of the given heights.
+inline std::vector<float> impulses(int channels, long frames, const std::vector<std::pair<long, float>>& at) {
+    std::vector<float> samples(static_cast<size_t>(frames) * channels, 0.0f);
     for (auto [frame, height] : at)
-        for (int c = 0; c < channels; ++c)
-            if (channel < 0 || c == channel) audio.samples[frame * channels + c] = height;
-    return audio;
+        for (int c = 0; c < channels; ++c) samples[frame * channels + c] = height;
+    return samples;
 }
 
-// Frames of one channel whose magnitude exceeds the threshold.
-inline std::vector<long> peaks(const Audio& audio, int channel, float threshold) {
+// Frames of one channel of an interleaved signal whose magnitude exceeds the threshold.
+inline std::vector<long> peaks(const std::vector<float>& samples, int channels, int channel, float threshold) {
     std::vector<long> found;
-    for (long f = 0; f < audio.frames(); ++f)
-        if (std::abs(audio.at(f, channel)) > threshold) found.push_back(f);
+    for (size_t i = channel; i < samples.size(); i += channels)
+        if (std::abs(samples[i]) > threshold) found.push_back(static_cast<long>(i / channels));
     return found;
 }
+
+// Every test runs in a temporary folder that is also the configuration
+// folder, so the user presets file that a closing Varitap saves stays there
+// (the tests outside this fixture read no configuration).
+class RenderTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ::setenv("XDG_CONFIG_HOME", dir.path().c_str(), 1);
+        if (!fileExists(kSharedObject)) GTEST_SKIP() << "Varitap bundle not built";
+    }
+
+    // Runs varitap-render on the bundle (a later --plugin wins) in the folder.
+    RunResult run(std::vector<std::string> args) {
+        static int counter = 0;
+        const std::string base = dir / (".run" + std::to_string(++counter));
+        std::string command = "cd " + shellQuote(dir.path()) + " && XDG_CONFIG_HOME=" + shellQuote(dir.path()) +
+                              " " RENDER_EXE " --plugin " + shellQuote(kBundle);
+        for (const std::string& arg : args) command += " " + shellQuote(arg);
+        command += " > " + shellQuote(base + ".out") + " 2> " + shellQuote(base + ".err");
+        RunResult result;
+        const int status = std::system(command.c_str());
+        result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        result.out = readFile(base + ".out");
+        result.err = readFile(base + ".err");
+        std::filesystem::remove(base + ".out");
+        std::filesystem::remove(base + ".err");
+        return result;
+    }
+
+    std::unique_ptr<render::PluginInstance> load(const std::string& path = kBundle) {
+        std::string error;
+        auto plugin = render::PluginInstance::load(path, error);
+        EXPECT_NE(plugin, nullptr) << error;
+        return plugin;
+    }
+
+    // A file's samples, rate and channels (null when it cannot be read).
+    std::unique_ptr<render::MemorySource> readAudio(const std::string& name) {
+        std::string error;
+        auto file = render::FileSource::open(dir / name, error);
+        return file ? file->readAll() : nullptr;
+    }
+
+    TempDir dir;
+};
 
 }  // namespace rendertest
