@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -95,14 +96,15 @@ struct EngineRig {
 // The shared scratch pool, held as an engine holds it, for taps run alone.
 inline RefPtr<ScratchPool> holdScratchPool() { return RefPtr<ScratchPool>::adopt(ScratchPool::acquire()); }
 
-// Runs a tap over a signal in blocks (no tempo, no song position) and
-// collects what it adds to silence.
+// Runs a tap over a signal in blocks and collects what it adds to silence;
+// with a song position, the transport plays from there in every block.
 template <class Tap>
-std::vector<float> runTap(Tap& tap, std::vector<float> input, uint32_t block) {
+std::vector<float> runTap(Tap& tap, std::vector<float> input, uint32_t block, float samplesPerBeat = 1.0f,
+                          std::optional<double> song = std::nullopt) {
     std::vector<float> output(input.size(), 0.0f);
     for (size_t at = 0; at < input.size(); at += block) {
         const uint32_t n = uint32_t(std::min<size_t>(block, input.size() - at));
-        tap.process(input.data() + at, output.data() + at, n, 1.0f, false, 0.0);
+        tap.process(input.data() + at, output.data() + at, n, samplesPerBeat, song.has_value(), song.value_or(0.0));
     }
     return output;
 }
