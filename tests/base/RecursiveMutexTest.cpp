@@ -20,26 +20,12 @@ bool freeForAnotherThread(RecursiveMutex& mutex) {
            }).get();
 }
 
+// Held by another thread, a try fails and unlocks nothing; taken, it is
+// recursive and free for another thread only after the last unlock.
 TEST(RecursiveMutexTest, TryLockFromAnotherThreadFailsUntilTheLastUnlock) {
     RecursiveMutex mutex;
     ASSERT_TRUE(mutex.isValid());
-    EXPECT_TRUE(freeForAnotherThread(mutex));
-
-    mutex.lock();
-    EXPECT_TRUE(mutex.tryLock());  // the holder takes it again without waiting
-    mutex.lock();
-    EXPECT_FALSE(freeForAnotherThread(mutex));
-    mutex.unlock();
-    mutex.unlock();
-    EXPECT_FALSE(freeForAnotherThread(mutex));  // still held once
-    mutex.unlock();
-    EXPECT_TRUE(freeForAnotherThread(mutex));
-}
-
-TEST(RecursiveMutexTest, ScopedTryLockUnlocksOnlyWhatItTook) {
-    RecursiveMutex mutex;
-    std::promise<void> held;
-    std::promise<void> done;
+    std::promise<void> held, done;
     std::thread holder([&] {
         mutex.lock();
         held.set_value();
@@ -49,23 +35,25 @@ TEST(RecursiveMutexTest, ScopedTryLockUnlocksOnlyWhatItTook) {
     held.get_future().wait();
     {
         ScopedTryLock attempt(mutex);
-        EXPECT_FALSE(attempt.locked());
-        EXPECT_FALSE(attempt);
+        EXPECT_FALSE(attempt.locked() || attempt);
     }
-    // The failed attempt leaves the holder's lock as it was.
     EXPECT_FALSE(freeForAnotherThread(mutex));
     done.set_value();
     holder.join();
+    EXPECT_TRUE(freeForAnotherThread(mutex));
 
     {
         ScopedTryLock attempt(mutex);
-        EXPECT_TRUE(attempt.locked());
-        EXPECT_FALSE(freeForAnotherThread(mutex));
+        EXPECT_TRUE(attempt.locked() && attempt);
         {
             ScopedLock nested(mutex);
+            EXPECT_TRUE(mutex.tryLock());  // the holder takes it again without waiting
+            mutex.lock();
+            mutex.unlock();
+            mutex.unlock();
             EXPECT_FALSE(freeForAnotherThread(mutex));
         }
-        EXPECT_FALSE(freeForAnotherThread(mutex));
+        EXPECT_FALSE(freeForAnotherThread(mutex));  // still held once
     }
     EXPECT_TRUE(freeForAnotherThread(mutex));
 }
