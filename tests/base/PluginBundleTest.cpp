@@ -4,6 +4,7 @@
 #include <limits.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -14,7 +15,6 @@ namespace {
 
 using test::LoadedProbe;
 using test::ProbeBundle;
-using test::realPath;
 using test::TempDir;
 
 // The bundle is where the library really lives, however the host reached
@@ -24,7 +24,7 @@ using test::TempDir;
 // answer with the path of the first load.
 TEST(PluginBundleTest, FindsTheRealBundleHoweverTheLibraryWasReached) {
     TempDir root;
-    ASSERT_TRUE(test::makeFolders(root / "plugins"));
+    std::filesystem::create_directories(root / "plugins");
     const std::string arch = "/Contents/" VARITAP_ARCH_DIR "/";
     struct Case {
         const char* name;
@@ -41,7 +41,6 @@ TEST(PluginBundleTest, FindsTheRealBundleHoweverTheLibraryWasReached) {
     ASSERT_NE(::getcwd(previous, sizeof(previous)), nullptr);
     for (const Case& c : cases) {
         ProbeBundle bundle(root.path(), c.name);
-        ASSERT_TRUE(bundle.ok) << c.name;
         if (c.link) {
             const std::string target = std::string(c.link).find(".so") != std::string::npos ? bundle.library
                                                                                              : bundle.bundle;
@@ -54,23 +53,21 @@ TEST(PluginBundleTest, FindsTheRealBundleHoweverTheLibraryWasReached) {
             if (probe.ok()) found = probe.bundle();
         }
         ASSERT_EQ(::chdir(previous), 0);
-        EXPECT_EQ(found, realPath(bundle.bundle)) << c.name;
+        EXPECT_EQ(found, std::filesystem::canonical(bundle.bundle).string()) << c.name;
     }
 }
 
 TEST(PluginBundleTest, OutsideABundleItIsThreeFoldersAboveTheProgram) {
-    std::string expected = realPath("/proc/self/exe");
-    for (int i = 0; i < 3; ++i) expected = expected.substr(0, expected.rfind('/'));
-    EXPECT_EQ(copyPluginBundle(), expected);
+    EXPECT_EQ(copyPluginBundle(), std::filesystem::canonical("/proc/self/exe").parent_path().parent_path().parent_path().string());
 }
 
 TEST(PluginBundleTest, ResourcesByNameAndByTypeInAFolder) {
     TempDir root;
     const std::string bundle = root / "R.vst";
     const std::string resources = bundle + "/Contents/Resources";
-    ASSERT_TRUE(test::makeFolders(resources + "/Backgrounds/folder.png"));
+    std::filesystem::create_directories(resources + "/Backgrounds/folder.png");
+    std::filesystem::create_directories(resources + "/directory.xml");
     ASSERT_TRUE(test::writeFile(resources + "/varitap.factory.presets.xml", "<x/>"));
-    ASSERT_TRUE(test::makeFolders(resources + "/directory.xml"));
     for (const char* name : {"b.png", "a.png", "a.b.png", "notes.txt", ".png", "png", "Cpng", "z.png.txt"})
         ASSERT_TRUE(test::writeFile(resources + "/Backgrounds/" + name, "data"));
 
