@@ -29,10 +29,7 @@ public:
         std::fill(std::begin(outputConnected), std::end(outputConnected), true);
     }
 
-    const HostTimeInfo* getTimeInfo(int32_t requestFlags) override {
-        lastRequestFlags = requestFlags;
-        return hasTimeInfo ? &timeInfo : nullptr;
-    }
+    const HostTimeInfo* getTimeInfo(int32_t) override { return hasTimeInfo ? &timeInfo : nullptr; }
     bool isInputConnected(int32_t i) override { return i >= 0 && i < kMaxChannels && inputConnected[i]; }
     bool isOutputConnected(int32_t i) override { return i >= 0 && i < kMaxChannels && outputConnected[i]; }
     float getSampleRate() const override { return sampleRate; }
@@ -69,7 +66,6 @@ public:
     bool inputConnected[kMaxChannels];
     bool outputConnected[kMaxChannels];
     float values[kParameterCount] = {};
-    int32_t lastRequestFlags = 0;
     int plainWrites = 0;
     int automatedWrites = 0;
     int32_t lastIndex = -1;
