@@ -160,7 +160,8 @@ TEST_P(DelayEngineTest, TimeInformationSetsTheBeatAlignsHeadsAndRecordsModulator
     EXPECT_EQ(engine.lastTempo(), 0.0);
     for (double tempo : {0.0, -1.0, std::nan(""), HUGE_VAL, 1e-300}) {
         host.setTime(tempo, 0.0, HostTimeInfo::kTransportPlaying);
-        for (float x : run(in, 64)[0]) ASSERT_TRUE(std::isfinite(x));
+        const Channels out = run(in, 64);
+        for (float x : out.data[0]) ASSERT_TRUE(std::isfinite(x));
         EXPECT_TRUE(std::isfinite(engine.lastSamplesPerBeat())) << tempo;
     }
 
