@@ -34,9 +34,11 @@ protected:
     TableModulator modulator{&host};
 };
 
-TEST_F(TableModulatorTest, FreeSinePeriodIsFourTimesSpeedInSeconds) {
+// Free, the sine's cycle is four times "Speed" in seconds; synchronised, one
+// note value is half a cycle, and while the transport plays the phase is the
+// song position. The value is computed at each block's end.
+TEST_F(TableModulatorTest, SineFollowsTheSpeedFreeOrSynchronised) {
     freeRunning(0.5f);  // half-period 2 * 44100 * 0.5: a cycle of 88200
-    // Blocks of 441: the value is computed at each block's end.
     int maxBlock = -1, minBlock = -1;
     float highest = -1.0f, lowest = 2.0f;
     for (int b = 1; b <= 300; ++b) {
@@ -49,15 +51,14 @@ TEST_F(TableModulatorTest, FreeSinePeriodIsFourTimesSpeedInSeconds) {
     EXPECT_EQ(minBlock, 200);  // bottom again at 88200
     EXPECT_GT(highest, 0.9999f);
     EXPECT_LT(lowest, 0.0001f);
-}
 
-TEST_F(TableModulatorTest, SynchronisedSineFollowsTheNoteValue) {
+    modulator.restart();
+    modulator.setSync(true);
     modulator.setSpeed(13.5f / 24.0f);  // "1/4": D is one beat, a cycle two
     for (int b = 0; b < 50; ++b) block(441, 120.0);  // 22050 samples: the top
     EXPECT_GT(value(), 0.9999f);
     for (int b = 0; b < 50; ++b) block(441, 120.0);
     EXPECT_LT(value(), 0.0001f);
-    // While the transport plays, the phase is the song position.
     modulator.process(120.0, 11025.0, 441, true, false);
     EXPECT_EQ(modulator.phase(), 11025.0f);
     EXPECT_NEAR(value(), 0.5f, 1e-4f);
