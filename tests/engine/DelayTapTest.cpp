@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <cmath>
 #include <cstdlib>
 #include <string>
@@ -9,6 +10,7 @@
 
 #include "../base/TestSupport.h"
 #include "EngineFixture.h"
+#include "engine/NoteValueTable.h"
 #include "persistence/Preferences.h"
 
 namespace varitap {
@@ -75,6 +77,11 @@ TEST_P(DelayTapTest, SynchronisedLengthsFollowTheNoteTable) {
     for (const auto& row : rows) {
         tap.setParameter(kTapDelay, row.value);
         EXPECT_EQ(tap.syncedLength(row.perBeat), row.length) << row.value;
+    }
+    // Indices outside the note table are "Invalid", of one beat.
+    for (int index : {25, 26, 1000, INT_MAX, -1, -25, INT_MIN}) {
+        EXPECT_STREQ(noteValueName(index), "Invalid") << index;
+        EXPECT_EQ(noteValueBeats(index), 1.0f) << index;
     }
     // "4" grows the line to 352800 samples, which it keeps for shorter
     // lengths afterwards.

@@ -23,12 +23,25 @@ TEST(VectorOpsTest, EveryKernelSetMatchesTheScalarSet) {
 }
 
 // The scalar set when the flag forces it, else AVX2 where the processor has
-// it and the switch allows it, else SSE2 (or NEON).
+// it and the switch allows it, else SSE2 (or NEON). The flag is the vector
+// unit's answer too: an instance made later does not undo it, and it
+// outlives the last instance (loops keep asking).
 TEST(VectorOpsTest, KernelsFollowTheVectorUnitFlag) {
+    SystemInfo* info = SystemInfo::acquire();
+#if defined(__x86_64__) || defined(__aarch64__)
+    // SSE2 belongs to every x86-64 processor; Advanced SIMD to every Linux aarch64 one.
+    EXPECT_TRUE(info->hasVectorUnit());
+#endif
+    const bool native = hasVectorUnit();
     forceScalarForTesting(true);
+    SystemInfo* again = SystemInfo::acquire();
+    EXPECT_FALSE(info->hasVectorUnit() || hasVectorUnit());
     EXPECT_EQ(&kernels(), &scalarKernels());
     EXPECT_EQ(kernels().sanitize, sanitizeScalar);
     forceScalarForTesting(false);
+    again->release();
+    info->release();
+    EXPECT_EQ(hasVectorUnit(), native);
     const Kernels* vector = hasVectorUnit() ? &vectorKernels() : &scalarKernels();
     EXPECT_EQ(&kernels(), hasVectorUnit() && avx2Kernels() ? avx2Kernels() : vector);
     allowAvx2ForTesting(false);
