@@ -117,32 +117,25 @@ TEST_F(TableModulatorTest, StandsStillWhenOffOrWithoutPeriod) {
     EXPECT_EQ(modulator.phase(), 0.0f);
 }
 
+// Square, then (from a restart) ramp over P = truncate(2D + 1) = 88201
+// samples, falling when max < min and starting again past one period: each
+// step one block.
 TEST_F(TableModulatorTest, SquareAndRampWaves) {
     freeRunning(0.5f);
-    modulator.setType(LfoModulator::kSquare);
-    modulator.setMin(0.2f);
-    modulator.setMax(0.7f);
-    block(1000);
-    EXPECT_EQ(value(), 0.7f);
-    for (int b = 0; b < 44; ++b) block(1000);  // past 44100: the second half
-    EXPECT_EQ(value(), 0.2f);
-
-    // Ramp over P = truncate(2D + 1) = 88201 samples, falling when max < min.
-    modulator.restart();
-    modulator.setType(LfoModulator::kRamp);
-    modulator.setMin(0.0f);
-    modulator.setMax(1.0f);
-    block(22050);
-    EXPECT_NEAR(value(), 22050.0 / 88201.0, 1e-6);
-    modulator.setMin(1.0f);
-    modulator.setMax(0.0f);
-    block(22050);
-    EXPECT_NEAR(value(), 1.0 - 44100.0 / 88201.0, 1e-6);
-    // Past one period it starts again.
-    modulator.setMin(0.0f);
-    modulator.setMax(1.0f);
-    block(88201);
-    EXPECT_NEAR(value(), 44100.0 / 88201.0, 1e-6);
+    const struct { int type; float min, max; uint32_t frames; double value, tolerance; } steps[] = {
+        {LfoModulator::kSquare, 0.2f, 0.7f, 1000, 0.7f, 0.0},
+        {LfoModulator::kSquare, 0.2f, 0.7f, 44000, 0.2f, 0.0},  // past 44100: the second half
+        {LfoModulator::kRamp, 0.0f, 1.0f, 22050, 22050.0 / 88201.0, 1e-6},
+        {LfoModulator::kRamp, 1.0f, 0.0f, 22050, 1.0 - 44100.0 / 88201.0, 1e-6},
+        {LfoModulator::kRamp, 0.0f, 1.0f, 88201, 44100.0 / 88201.0, 1e-6}};
+    for (const auto& step : steps) {
+        if (step.type != modulator.getType()) modulator.restart();
+        modulator.setType(step.type);
+        modulator.setMin(step.min);
+        modulator.setMax(step.max);
+        block(step.frames);
+        EXPECT_NEAR(value(), step.value, step.tolerance) << step.frames;
+    }
 }
 
 TEST_F(TableModulatorTest, StepSequenceLastsOneNotePerStepWhenSynchronised) {
