@@ -545,24 +545,21 @@ TEST(DelayEngineWavesTest, WavesMatchThePlainFormInEveryKernelSet) {
             const double runawayStates[] = {std::nan(""), HUGE_VAL, 1e100};
             const double runawayState = runawayStates[patch.below(3)];
             // A few parameters move between blocks (ramps, routing, lengths).
-            int changes = patch.below(4);
-            int changed[4];
-            float changedValues[4];
-            for (int i = 0; i < changes && i < 3; ++i) {
-                changed[i] = patch.below(kParameterCount);
-                changedValues[i] = patch.value(changed[i]);
+            std::vector<std::pair<int, float>> changes(patch.below(4));
+            for (auto& [index, value] : changes) {
+                index = patch.below(kParameterCount);
+                value = patch.value(index);
             }
             if (smooth) {
-                changed[changes] = tapParameterIndex(patch.below(kTapCount), kTapDelay);
-                changedValues[changes] = patch.value(changed[changes]);
-                ++changes;
+                const int index = tapParameterIndex(patch.below(kTapCount), kTapDelay);
+                changes.emplace_back(index, patch.value(index));
             }
             std::vector<std::vector<float>> heard(count);
             for (size_t e = 0; e < count; ++e) {
                 ScalarScope scalar(forms[e].scalar);
                 allowAvx2ForTesting(forms[e].avx2);
                 auto& [host, engine] = *rigs[e];
-                for (int i = 0; i < changes; ++i) engine.setParameter(changed[i], changedValues[i]);
+                for (const auto& [index, value] : changes) engine.setParameter(index, value);
                 if (runaway >= 0) engine.tap(runaway).filter().setState({0.0, runawayState, 0.0, 0.0});
                 host.timeInfo.samplePos = songPosition;
                 Channels input = in, out(outputs, n, 7.0f);
