@@ -46,10 +46,7 @@ public:
         ++automatedWrites;
         store(index, value);
     }
-    void getParameterName(int32_t index, char* text) override {
-        // Enough of the real naming for the modulator's "Index" display.
-        if (index == kWetDryParameter) std::strcpy(text, "Wet/Dry Mix Volume");
-    }
+    void getParameterName(int32_t, char*) override {}
 
     void setTime(double tempo, double samplePos, int32_t flags) {
         hasTimeInfo = true;
