@@ -58,26 +58,5 @@ TEST(RecursiveMutexTest, TryLockFromAnotherThreadFailsUntilTheLastUnlock) {
     EXPECT_TRUE(freeForAnotherThread(mutex));
 }
 
-TEST(RecursiveMutexTest, ScopedLockExcludesOtherThreads) {
-    RecursiveMutex mutex;
-    long counter = 0;  // deliberately not atomic: the lock must protect it
-    std::atomic<int> inside{0};
-    std::atomic<bool> overlap{false};
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([&] {
-            for (int i = 0; i < 20000; ++i) {
-                ScopedLock lock(mutex);
-                if (inside.fetch_add(1) != 0) overlap = true;
-                ++counter;
-                inside.fetch_sub(1);
-            }
-        });
-    }
-    for (auto& thread : threads) thread.join();
-    EXPECT_FALSE(overlap);
-    EXPECT_EQ(counter, 80000);
-}
-
 }  // namespace
 }  // namespace varitap
