@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -78,6 +79,11 @@ private:
             values[index] = value;
     }
 };
+
+// The heap allocations (operator new, and malloc outside AddressSanitizer
+// builds) made by block(20) .. block(19 + blocks), after 20 calls that warm
+// the scratch pool.
+long allocationsIn(const std::function<void(int)>& block, int blocks = 1000);
 
 // An engine and its fake host, wired both ways.
 struct EngineRig {
