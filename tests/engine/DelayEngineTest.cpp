@@ -502,7 +502,6 @@ TEST(DelayEngineWavesTest, WavesMatchThePlainFormInEveryKernelSet) {
                                {false, false, Schedule::kWaves}};
     if (avx2Kernels()) forms.push_back({false, true, Schedule::kWaves});
     const size_t count = forms.size();
-    int checkedBlocks = 0;
     for (unsigned state = 0; state < 300; ++state) {
         SCOPED_TRACE("state " + std::to_string(state));
         RandomPatch patch(state);
@@ -531,7 +530,6 @@ TEST(DelayEngineWavesTest, WavesMatchThePlainFormInEveryKernelSet) {
             engine.setTapSchedule(forms[e].schedule);
             for (int i = 0; i < kParameterCount; ++i) engine.setParameter(i, values[i]);
         }
-        double songPosition = 0.0;
         for (int block = 0; block < 6; ++block) {
             // Mostly sizes up to 600, sometimes up to 4096; odd ones often.
             const uint32_t n = patch.chance(0.15f) ? 1 + uint32_t(patch.below(4096))
@@ -573,9 +571,9 @@ TEST(DelayEngineWavesTest, WavesMatchThePlainFormInEveryKernelSet) {
                 auto& [host, engine] = *rigs[e];
                 for (const auto& [index, value] : changes) engine.setParameter(index, value);
                 if (runaway >= 0) engine.tap(runaway).filter().setState({0.0, runawayState, 0.0, 0.0});
-                host.timeInfo.samplePos = songPosition;
                 Channels input = in, out(outputs, n, 7.0f);
                 engine.processReplacing(input.get(), out.get(), int32_t(n));
+                host.timeInfo.samplePos += n;
                 for (int c = 0; c < outputs; ++c) heard[e].insert(heard[e].end(), out[c].begin(), out[c].end());
                 for (int b = 0; b < 4; ++b)
                     heard[e].insert(heard[e].end(), engine.internalBus(b), engine.internalBus(b) + n);
@@ -587,15 +585,12 @@ TEST(DelayEngineWavesTest, WavesMatchThePlainFormInEveryKernelSet) {
                 }
             }
             allowAvx2ForTesting(true);
-            songPosition += n;
             for (size_t e = 1; e < count; ++e) {
                 ASSERT_EQ(0, std::memcmp(heard[e].data(), heard[0].data(), heard[e].size() * sizeof(float)))
                     << "block " << block << " of " << n << " frames, form " << e;
             }
-            ++checkedBlocks;
         }
     }
-    EXPECT_EQ(checkedBlocks, 1800);
 }
 
 }  // namespace
