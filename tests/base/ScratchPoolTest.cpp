@@ -39,9 +39,7 @@ TEST(ScratchPoolTest, ReusesTheFirstFreeBlockLargeEnoughAndNeverShrinks) {
     EXPECT_EQ(pool->blockCount(), 3u);
     EXPECT_EQ(pool->totalBytes(), 44100u + bytes512 + 100000u);
     // ... and releasing everything gives nothing back to the system.
-    pool->release(initial);
-    pool->release(second);
-    pool->release(big);
+    for (void* block : {initial, second, big}) pool->release(block);
     EXPECT_EQ(pool->blockCount(), 3u);
     EXPECT_EQ(pool->totalBytes(), 44100u + bytes512 + 100000u);
 
@@ -54,15 +52,10 @@ TEST(ScratchPoolTest, ReusesTheFirstFreeBlockLargeEnoughAndNeverShrinks) {
 
     // Unknown pointers are ignored; a block released twice is simply free.
     int local = 0;
-    pool->release(&local);
-    pool->release(nullptr);
-    pool->release(big);
-    pool->release(big);
+    for (void* block : {static_cast<void*>(&local), static_cast<void*>(nullptr), big, big}) pool->release(block);
     EXPECT_EQ(pool->allocate(60000), big);
     EXPECT_EQ(pool->blockCount(), 3u);
-    pool->release(initial);
-    pool->release(second);
-    pool->release(big);
+    for (void* block : {initial, second, big}) pool->release(block);
 
     // A scratch block borrows for one scope: the first free block while the
     // outer one holds it, the outer one's again once both scopes ended.
