@@ -1,7 +1,6 @@
 #include "persistence/PluginBundle.h"
 
 #include <gtest/gtest.h>
-#include <limits.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -37,8 +36,7 @@ TEST(PluginBundleTest, FindsTheRealBundleHoweverTheLibraryWasReached) {
         {"Target", "Alias.vst", root / "Alias.vst" + arch + "Target.so"},
         {"Relative", nullptr, "./Relative.vst" + arch + "Relative.so"},
     };
-    char previous[PATH_MAX];
-    ASSERT_NE(::getcwd(previous, sizeof(previous)), nullptr);
+    const std::filesystem::path previous = std::filesystem::current_path();
     for (const Case& c : cases) {
         ProbeBundle bundle(root.path(), c.name);
         if (c.link) {
@@ -46,13 +44,10 @@ TEST(PluginBundleTest, FindsTheRealBundleHoweverTheLibraryWasReached) {
                                                                                              : bundle.bundle;
             ASSERT_EQ(::symlink(target.c_str(), (root / c.link).c_str()), 0) << c.name;
         }
-        ASSERT_EQ(::chdir(root.path().c_str()), 0);
-        std::string found;
-        {
-            LoadedProbe probe(c.load);
-            if (probe.ok()) found = probe.bundle();
-        }
-        ASSERT_EQ(::chdir(previous), 0);
+        std::filesystem::current_path(root.path());
+        LoadedProbe probe(c.load);
+        const std::string found = probe.ok() ? probe.bundle() : "";
+        std::filesystem::current_path(previous);
         EXPECT_EQ(found, std::filesystem::canonical(bundle.bundle).string()) << c.name;
     }
 }

@@ -5,6 +5,7 @@
 #include <climits>
 #include <cmath>
 #include <cstdlib>
+#include <numeric>
 #include <string>
 #include <vector>
 
@@ -29,7 +30,7 @@ protected:
         tap.setVolume(1.0f);
         tap.setResample(resample);
         std::vector<float> ramp(written);
-        for (size_t i = 0; i < written; ++i) ramp[i] = float(i + 1);
+        std::iota(ramp.begin(), ramp.end(), 1.0f);
         runTap(tap, ramp, block);
     }
 
