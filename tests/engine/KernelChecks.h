@@ -230,10 +230,8 @@ inline FilterLanes randomLanes(uint32_t lanes, int output, std::mt19937& random,
         filter.damping[l] = 0.1 + 1.8 * unit(random);
         filter.drive[l] = l % 3 == 0 ? 0.05 : 0.0;
         const double scale = tiny ? 1e-300 : 1.0;
-        filter.notch[l] = scale * (unit(random) - 0.5);
-        filter.low[l] = scale * (unit(random) - 0.5);
-        filter.high[l] = scale * (unit(random) - 0.5);
-        filter.band[l] = scale * (unit(random) - 0.5);
+        for (double* state : {filter.notch, filter.low, filter.high, filter.band})
+            state[l] = scale * (unit(random) - 0.5);
         filter.pickNotch[l] = pick == 0 ? ~uint64_t(0) : 0;
         filter.pickLow[l] = pick == 1 ? ~uint64_t(0) : 0;
         filter.pickHigh[l] = pick == 2 ? ~uint64_t(0) : 0;
