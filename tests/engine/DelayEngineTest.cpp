@@ -98,8 +98,8 @@ TEST_P(DelayEngineTest, ChainingThroughTheBusesInOneBlock) {
 
 TEST_P(DelayEngineTest, UnconnectedPinsUseTheScratchBus) {
     engine.setWetDry(1.0f);
-    host.outputConnected[0] = false;
-    host.inputConnected[1] = false;
+    host.outputUnplugged[0] = true;
+    host.inputUnplugged[1] = true;
     Channels in = noiseChannels(256, 3, 4);
     // Output 1's signal went into the scratch bus, which output 2 then reads
     // as its dry part.
@@ -109,11 +109,11 @@ TEST_P(DelayEngineTest, UnconnectedPinsUseTheScratchBus) {
 
     // Unconnected or missing pins carry silence either way; a tap without
     // an input writes silence whatever went before.
-    host.outputConnected[0] = true;
+    host.outputUnplugged[0] = false;
     engine.setWetDry(0.0f);
     plainTap(engine, 0, 1, 2, 1);  // In 2 (unconnected) -> Out 1
     plainTap(engine, 1, 1, 1, 3);  // In 1 -> Out 3 (no such output)
-    host.outputConnected[1] = false;
+    host.outputUnplugged[1] = true;
     plainTap(engine, 2, 1, 1, 2);  // In 1 -> Out 2 (unconnected)
     plainTap(engine, 3, 1, 0, 1);  // none -> Out 1
     for (int b = 0; b < 2; ++b) run(in, 256);
@@ -523,7 +523,7 @@ TEST(DelayEngineWavesTest, WavesMatchThePlainFormInEveryKernelSet) {
             auto& [host, engine] = *rigs[e];
             host.setTime(tempo, 0.0, (playing ? HostTimeInfo::kTransportPlaying : 0) |
                                          (writing ? HostTimeInfo::kAutomationWriting : 0));
-            if (unconnected >= 0) host.outputConnected[unconnected] = false;
+            if (unconnected >= 0) host.outputUnplugged[unconnected] = true;
             engine.setOutputChannelCount(outputs);
             engine.setResample(resample);
             engine.setSmoothDelayChanges(smooth);

@@ -25,14 +25,9 @@ namespace varitap::test {
 // one), writes counted. Allocates nothing after construction.
 class FakeEngineHost : public EngineHost {
 public:
-    FakeEngineHost() {
-        std::fill(std::begin(inputConnected), std::end(inputConnected), true);
-        std::fill(std::begin(outputConnected), std::end(outputConnected), true);
-    }
-
     const HostTimeInfo* getTimeInfo(int32_t) override { return hasTimeInfo ? &timeInfo : nullptr; }
-    bool isInputConnected(int32_t i) override { return i >= 0 && i < kMaxChannels && inputConnected[i]; }
-    bool isOutputConnected(int32_t i) override { return i >= 0 && i < kMaxChannels && outputConnected[i]; }
+    bool isInputConnected(int32_t i) override { return i >= 0 && i < kMaxChannels && !inputUnplugged[i]; }
+    bool isOutputConnected(int32_t i) override { return i >= 0 && i < kMaxChannels && !outputUnplugged[i]; }
     float getSampleRate() const override { return sampleRate; }
 
     float getParameter(int32_t index) override {
@@ -61,8 +56,8 @@ public:
     HostTimeInfo timeInfo;
     bool hasTimeInfo = false;
     float sampleRate = 44100.0f;
-    bool inputConnected[kMaxChannels];
-    bool outputConnected[kMaxChannels];
+    bool inputUnplugged[kMaxChannels] = {};
+    bool outputUnplugged[kMaxChannels] = {};
     float values[kParameterCount] = {};
     int plainWrites = 0;
     int automatedWrites = 0;
