@@ -56,6 +56,18 @@ TEST(ObjectListTest, HoldsOneReferencePerEntryAndRemovesOnlyTheFirst) {
     EXPECT_EQ(destroyed, 7);  // outer, inner, deeper and four leaves
 }
 
+// An element whose destructor inspects the list it lived in: removeAll must
+// not let it see a half-emptied list.
+class Watcher : public RefObject {
+public:
+    explicit Watcher(ObjectList* list, uint32_t* seenCount) : list_(list), seenCount_(seenCount) {}
+    ~Watcher() override { *seenCount_ = list_->count(); }
+
+private:
+    ObjectList* list_;
+    uint32_t* seenCount_;
+};
+
 TEST(ObjectListTest, AppendAllCopiesInOrderAndAssignFromItselfEmpties) {
     int destroyed = 0;
     auto source = makeRef<ObjectList>(), target = makeRef<ObjectList>();
@@ -83,32 +95,15 @@ TEST(ObjectListTest, AppendAllCopiesInOrderAndAssignFromItselfEmpties) {
     source->assign(*source);
     EXPECT_EQ(source->count(), 0u);
     EXPECT_EQ(items[0]->retainCount(), 2);  // ours and target's
-    target->removeAll();
-    EXPECT_EQ(items[0]->retainCount(), 1);
-    EXPECT_EQ(destroyed, 0);
-}
-
-// An element whose destructor inspects the list it lived in: removeAll must
-// not let it see a half-emptied list.
-class Watcher : public RefObject {
-public:
-    explicit Watcher(ObjectList* list, uint32_t* seenCount) : list_(list), seenCount_(seenCount) {}
-    ~Watcher() override { *seenCount_ = list_->count(); }
-
-private:
-    ObjectList* list_;
-    uint32_t* seenCount_;
-};
-
-TEST(ObjectListTest, AnElementDyingInRemoveAllSeesAnEmptyList) {
-    auto list = makeRef<ObjectList>();
+    // An element dying in removeAll sees an empty list.
     uint32_t seen = 99;
-    int destroyed = 0;
-    handOver(list.get(), new Watcher(list.get(), &seen));
-    handOver(list.get(), new Tracked(&destroyed));
-    list->removeAll();
+    handOver(source.get(), new Watcher(source.get(), &seen));
+    source->append(items[1].get());
+    source->removeAll();
     EXPECT_EQ(seen, 0u);
-    EXPECT_EQ(destroyed, 1);
+    target->removeAll();
+    EXPECT_EQ(items[1]->retainCount(), 1);
+    EXPECT_EQ(destroyed, 0);
 }
 
 // The iterator walks a snapshot taken by first(); it never steps back onto

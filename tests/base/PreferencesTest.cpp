@@ -168,6 +168,8 @@ TEST_F(PreferencesTest, ConcurrentWritersInSeveralProcessesLoseNothing) {
     EXPECT_EQ(folderEntries(), std::vector<std::string>{"brelmo.varitap.conf"});
 }
 
+// A write replaces the file atomically and keeps what others wrote; an
+// unparsable file reads as empty and is kept as .bak by the next write.
 TEST_F(PreferencesTest, WritesReplaceTheFileAtomicallyAndKeepWhatOthersWrote) {
     ASSERT_TRUE(writeFile(file(), "# written by hand\n[brelmo.varitap]\nBackground Bitmap=green.png\n"
                                   "Future Option=kept\n[another group]\nx=1\n"));
@@ -183,17 +185,13 @@ TEST_F(PreferencesTest, WritesReplaceTheFileAtomicallyAndKeepWhatOthersWrote) {
         EXPECT_NE(contents.find(kept), std::string::npos) << kept;
     // No temporary file and no backup of a good file are left behind.
     EXPECT_EQ(folderEntries(), std::vector<std::string>{"brelmo.varitap.conf"});
-}
 
-TEST_F(PreferencesTest, AnUnparsableFileReadsAsEmptyAndIsKeptAsBakByTheNextWrite) {
     const std::string broken = "this is not a key file\n[[[\n\x01\x02";
     ASSERT_TRUE(writeFile(file(), broken));
-    Preferences preferences;
     EXPECT_EQ(number(preferences, kOptionDelayTimeResample, 0), Found(false, 0));
     EXPECT_EQ(text(preferences, kOptionBackgroundBitmap, "default.png"), Text(false, "default.png"));
     EXPECT_EQ(readFile(file()), broken);  // reading changes nothing
     EXPECT_FALSE(fileExists(backup()));
-
     preferences.setNumber(kOptionDelayTimeInSamples, 1);
     EXPECT_EQ(readFile(backup()), broken);
     EXPECT_EQ(number(preferences, kOptionDelayTimeInSamples), Found(true, 1));
