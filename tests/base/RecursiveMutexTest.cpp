@@ -2,10 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <future>
 #include <thread>
-#include <vector>
 
 namespace varitap {
 namespace {
