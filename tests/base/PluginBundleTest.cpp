@@ -52,11 +52,11 @@ TEST(PluginBundleTest, FindsTheRealBundleHoweverTheLibraryWasReached) {
     }
 }
 
-TEST(PluginBundleTest, OutsideABundleItIsThreeFoldersAboveTheProgram) {
-    EXPECT_EQ(copyPluginBundle(), std::filesystem::canonical("/proc/self/exe").parent_path().parent_path().parent_path().string());
-}
-
+// Resources by name and by type in a folder of a bundle. Outside a bundle
+// (this program) the bundle is three folders above the program.
 TEST(PluginBundleTest, ResourcesByNameAndByTypeInAFolder) {
+    const std::filesystem::path program = std::filesystem::canonical("/proc/self/exe");
+    EXPECT_EQ(copyPluginBundle(), program.parent_path().parent_path().parent_path().string());
     TempDir root;
     const std::string bundle = root / "R.vst";
     const std::string resources = bundle + "/Contents/Resources";
