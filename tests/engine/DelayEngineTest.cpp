@@ -30,13 +30,6 @@ protected:
     ScalarScope scalar{GetParam()};
 };
 
-// An impulse at `at` of n samples, scaled.
-std::vector<float> impulse(uint32_t n, uint32_t at, float value) {
-    std::vector<float> x(n, 0.0f);
-    x[at] = value;
-    return x;
-}
-
 TEST_P(DelayEngineTest, EchoAndWetDryMix) {
     plainTap(engine, 0, 100, 1, 1);  // In 1 -> Out 1
     Channels in(2, 512);

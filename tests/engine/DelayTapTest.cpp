@@ -42,9 +42,7 @@ TEST_P(DelayTapTest, EchoesWithFeedbackRepeatsAndRampsTheVolumeOverOneBlock) {
     DelayTap tap(1000);
     tap.setDelaySamples(100);
     tap.setFeedback(0.5f);  // volume stays at its 0.5 default: no ramp
-    std::vector<float> input(1000, 0.0f);
-    input[3] = 1.0f;
-    std::vector<float> output = runTap(tap, input, 128);
+    std::vector<float> output = runTap(tap, test::impulse(1000, 3, 1.0f), 128);
     for (size_t i = 0; i < output.size(); ++i) {
         // 0.5, 0.25, 0.125, ...: volume times feedback to the (k - 1)th.
         const bool echo = i >= 103 && (i - 3) % 100 == 0;

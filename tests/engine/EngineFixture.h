@@ -182,6 +182,13 @@ inline void busyPatch(DelayEngine& engine) {
     engine.setWetDry(0.3f);
 }
 
+// n samples of silence but for value at `at`.
+inline std::vector<float> impulse(uint32_t n, uint32_t at, float value) {
+    std::vector<float> x(n, 0.0f);
+    x[at] = value;
+    return x;
+}
+
 inline std::vector<float> noise(size_t n, unsigned seed) {
     std::vector<float> x(n);
     for (size_t i = 0; i < n; ++i) {

@@ -46,10 +46,7 @@ TEST_F(FilteredDelayTapTest, FiltersTheDelayedSignalAfterTheLine) {
         off.setDelaySamples(8);
         off.setFeedback(0.0f);
         off.setParameter(kTapFilterType, 0.0f);
-        std::vector<float> impulse(32, 0.0f), echo(32, 0.0f);
-        impulse[1] = 1.0f;
-        echo[9] = 0.5f;
-        EXPECT_EQ(runTap(off, impulse, 32), echo) << filterFirst;
+        EXPECT_EQ(runTap(off, test::impulse(32, 1, 1.0f), 32), test::impulse(32, 9, 0.5f)) << filterFirst;
     }
 
     // The filter rows reach the filter, quantised and cleaned.
