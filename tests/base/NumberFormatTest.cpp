@@ -27,8 +27,6 @@ std::string textOf(Format format) {
     return text;
 }
 
-std::string floatText(float v) { return textOf([&](char* t) { formatFloat(v, t); }); }
-std::string longText(long v) { return textOf([&](char* t) { formatLong(v, t); }); }
 std::string decimalsText(float v, int d) { return textOf([&](char* t) { formatFloatDecimals(v, t, d); }); }
 std::string decibelsText(float v, int d) { return textOf([&](char* t) { formatDecibels(v, t, d); }); }
 std::string millisecondsText(float samples, int d, float rate) {
@@ -48,7 +46,7 @@ void expectEveryExample() {
         {-9999999.0f, "-999999."},  {123456789.0f, kUntouched}, {100000000.0f, kUntouched}, {-10000000.0f, kUntouched},
         {inf, kUntouched},          {-inf, kUntouched},         {std::nanf(""), kUntouched},
     };
-    for (const auto& [value, text] : floats) EXPECT_EQ(floatText(value), text) << value;
+    for (const auto& row : floats) EXPECT_EQ(textOf([&](char* t) { formatFloat(row.first, t); }), row.second) << row.first;
 
     // "%7d" cut to eight characters, "Huge!" from 100000000 up.
     const std::pair<long, const char*> longs[] = {
@@ -56,7 +54,7 @@ void expectEveryExample() {
         {99999999, "99999999"}, {-1234567, "-1234567"}, {-12345678, "-1234567"}, {LONG_MIN, "-9223372"},
         {100000000, "Huge!"},   {LONG_MAX, "Huge!"},
     };
-    for (const auto& [value, text] : longs) EXPECT_EQ(longText(value), text) << value;
+    for (const auto& row : longs) EXPECT_EQ(textOf([&](char* t) { formatLong(row.first, t); }), row.second) << row.first;
 
     // The cut after maxDecimals digits (below 1 nothing is cut); milliseconds
     // in single precision (56000 samples at 44100 Hz; no text without a

@@ -1,9 +1,9 @@
 #include "persistence/PluginBundle.h"
 
 #include <gtest/gtest.h>
-#include <limits.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -14,7 +14,6 @@ namespace {
 
 using test::LoadedProbe;
 using test::ProbeBundle;
-using test::realPath;
 using test::TempDir;
 
 // The bundle is where the library really lives, however the host reached
@@ -24,7 +23,7 @@ using test::TempDir;
 // answer with the path of the first load.
 TEST(PluginBundleTest, FindsTheRealBundleHoweverTheLibraryWasReached) {
     TempDir root;
-    ASSERT_TRUE(test::makeFolders(root / "plugins"));
+    std::filesystem::create_directories(root / "plugins");
     const std::string arch = "/Contents/" VARITAP_ARCH_DIR "/";
     struct Case {
         const char* name;
@@ -37,40 +36,33 @@ TEST(PluginBundleTest, FindsTheRealBundleHoweverTheLibraryWasReached) {
         {"Target", "Alias.vst", root / "Alias.vst" + arch + "Target.so"},
         {"Relative", nullptr, "./Relative.vst" + arch + "Relative.so"},
     };
-    char previous[PATH_MAX];
-    ASSERT_NE(::getcwd(previous, sizeof(previous)), nullptr);
+    const std::filesystem::path previous = std::filesystem::current_path();
     for (const Case& c : cases) {
         ProbeBundle bundle(root.path(), c.name);
-        ASSERT_TRUE(bundle.ok) << c.name;
         if (c.link) {
             const std::string target = std::string(c.link).find(".so") != std::string::npos ? bundle.library
                                                                                              : bundle.bundle;
             ASSERT_EQ(::symlink(target.c_str(), (root / c.link).c_str()), 0) << c.name;
         }
-        ASSERT_EQ(::chdir(root.path().c_str()), 0);
-        std::string found;
-        {
-            LoadedProbe probe(c.load);
-            if (probe.ok()) found = probe.bundle();
-        }
-        ASSERT_EQ(::chdir(previous), 0);
-        EXPECT_EQ(found, realPath(bundle.bundle)) << c.name;
+        std::filesystem::current_path(root.path());
+        LoadedProbe probe(c.load);
+        const std::string found = probe.ok() ? probe.bundle() : "";
+        std::filesystem::current_path(previous);
+        EXPECT_EQ(found, std::filesystem::canonical(bundle.bundle).string()) << c.name;
     }
 }
 
-TEST(PluginBundleTest, OutsideABundleItIsThreeFoldersAboveTheProgram) {
-    std::string expected = realPath("/proc/self/exe");
-    for (int i = 0; i < 3; ++i) expected = expected.substr(0, expected.rfind('/'));
-    EXPECT_EQ(copyPluginBundle(), expected);
-}
-
+// Resources by name and by type in a folder of a bundle. Outside a bundle
+// (this program) the bundle is three folders above the program.
 TEST(PluginBundleTest, ResourcesByNameAndByTypeInAFolder) {
+    const std::filesystem::path program = std::filesystem::canonical("/proc/self/exe");
+    EXPECT_EQ(copyPluginBundle(), program.parent_path().parent_path().parent_path().string());
     TempDir root;
     const std::string bundle = root / "R.vst";
     const std::string resources = bundle + "/Contents/Resources";
-    ASSERT_TRUE(test::makeFolders(resources + "/Backgrounds/folder.png"));
+    std::filesystem::create_directories(resources + "/Backgrounds/folder.png");
+    std::filesystem::create_directories(resources + "/directory.xml");
     ASSERT_TRUE(test::writeFile(resources + "/varitap.factory.presets.xml", "<x/>"));
-    ASSERT_TRUE(test::makeFolders(resources + "/directory.xml"));
     for (const char* name : {"b.png", "a.png", "a.b.png", "notes.txt", ".png", "png", "Cpng", "z.png.txt"})
         ASSERT_TRUE(test::writeFile(resources + "/Backgrounds/" + name, "data"));
 

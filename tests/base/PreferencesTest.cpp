@@ -10,6 +10,7 @@
 #include <cstring>
 #include <filesystem>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "TestSupport.h"
@@ -19,8 +20,9 @@ namespace {
 
 using test::fileExists;
 using test::readFile;
-using test::TempDir;
 using test::writeFile;
+using Found = std::pair<bool, long>;
+using Text = std::pair<bool, std::string>;
 
 // Every test runs against its own empty configuration folder.
 class PreferencesTest : public ::testing::Test {
@@ -41,7 +43,21 @@ protected:
         return names;
     }
 
-    TempDir config_;
+    // What a read answers, and what it leaves in a number that held -1 or in
+    // a buffer (of size bytes) that held "untouched".
+    static Found number(Preferences& preferences, const char* key, long fallback = 10000) {
+        long value = -1;
+        const bool found = preferences.getNumber(key, &value, fallback);
+        return {found, value};
+    }
+    static Text text(Preferences& preferences, const char* key, const char* fallback = nullptr, size_t size = 64) {
+        std::vector<char> buffer(std::max<size_t>(size, 16), '\0');
+        std::strcpy(buffer.data(), "untouched");
+        const bool found = preferences.getString(key, buffer.data(), size, fallback);
+        return {found, buffer.data()};
+    }
+
+    test::TempDir config_;
 };
 
 TEST_F(PreferencesTest, NumbersAndStringsRoundTripThroughTheKeyFile) {
@@ -50,38 +66,30 @@ TEST_F(PreferencesTest, NumbersAndStringsRoundTripThroughTheKeyFile) {
     preferences.setNumber(kOptionSmoothFactor, -2147483648L);
     preferences.setString(kOptionBackgroundBitmap, "Hintergrund ü.png");
     preferences.setString("Odd Value", "a\nb=c [d] \\ ");
-
-    long number = 0;
-    EXPECT_TRUE(preferences.getNumber(kOptionDelayTimeInSamples, &number, 7));
-    EXPECT_EQ(number, 1);
-    EXPECT_TRUE(preferences.getNumber(kOptionSmoothFactor, &number, 7));
-    EXPECT_EQ(number, -2147483648L);
-    char text[64];
-    EXPECT_TRUE(preferences.getString(kOptionBackgroundBitmap, text, sizeof(text), nullptr));
-    EXPECT_STREQ(text, "Hintergrund ü.png");
-    EXPECT_TRUE(preferences.getString("Odd Value", text, sizeof(text), nullptr));
-    EXPECT_STREQ(text, "a\nb=c [d] \\ ");
+    EXPECT_EQ(number(preferences, kOptionDelayTimeInSamples), Found(true, 1));
+    EXPECT_EQ(number(preferences, kOptionSmoothFactor), Found(true, -2147483648L));
+    EXPECT_EQ(text(preferences, kOptionBackgroundBitmap), Text(true, "Hintergrund ü.png"));
+    EXPECT_EQ(text(preferences, "Odd Value"), Text(true, "a\nb=c [d] \\ "));
+    // A stored number read as a string is its text.
+    EXPECT_EQ(text(preferences, kOptionDelayTimeInSamples, "x"), Text(true, "1"));
+    // Another instance, made before the writes, sees them at its next read.
+    EXPECT_EQ(number(other, kOptionSmoothFactor), Found(true, -2147483648L));
 
     // The file is a plain key file with the options' own key names.
     const std::string contents = readFile(file());
     EXPECT_EQ(contents.find("[brelmo.varitap]"), 0u);
-    EXPECT_NE(contents.find("DelayTimeDisplayInSamples=1\n"), std::string::npos);
-    EXPECT_NE(contents.find("Automation Smooth Factor=-2147483648\n"), std::string::npos);
-
-    // A stored number read as a string is its text.
-    EXPECT_TRUE(preferences.getString(kOptionDelayTimeInSamples, text, sizeof(text), "x"));
-    EXPECT_STREQ(text, "1");
-    // Another instance, made before the writes, sees them at its next read.
-    EXPECT_TRUE(other.getNumber(kOptionSmoothFactor, &number, 7));
-    EXPECT_EQ(number, -2147483648L);
+    for (const char* line : {"DelayTimeDisplayInSamples=1\n", "Automation Smooth Factor=-2147483648\n"})
+        EXPECT_NE(contents.find(line), std::string::npos) << line;
 }
 
 TEST_F(PreferencesTest, DefaultsAndGetStringBufferRules) {
     Preferences preferences;
     EXPECT_EQ(preferences.path(), file());
-    long number = 123;
-    EXPECT_FALSE(preferences.getNumber(kOptionSmoothFactor, &number, 10000));
-    EXPECT_EQ(number, 10000);
+    EXPECT_EQ(number(preferences, kOptionSmoothFactor), Found(false, 10000));
+    // No default and no value: the buffer keeps what it had. Reading never
+    // creates the file.
+    EXPECT_EQ(text(preferences, kOptionBackgroundBitmap), Text(false, "untouched"));
+    EXPECT_FALSE(fileExists(file()));
     // A default that does not fit is copied cut, with no terminator, and
     // nothing beyond size is touched.
     char small[8];
@@ -89,70 +97,44 @@ TEST_F(PreferencesTest, DefaultsAndGetStringBufferRules) {
     EXPECT_FALSE(preferences.getString(kOptionBackgroundBitmap, small, 4, "default.png"));
     EXPECT_EQ(std::string(small, 8), "defa####");
 
-    // No default and no value: the buffer keeps what it had.
-    char keep[16] = "unchanged";
-    EXPECT_FALSE(preferences.getString(kOptionBackgroundBitmap, keep, sizeof(keep), nullptr));
-    EXPECT_STREQ(keep, "unchanged");
-    EXPECT_FALSE(fileExists(file()));  // reading never creates the file
-
-    // A value fits when it fits with its terminator.
-    preferences.setString(kOptionBackgroundBitmap, "1234567");
-    std::memset(small, '#', sizeof(small));
-    EXPECT_TRUE(preferences.getString(kOptionBackgroundBitmap, small, 8, "d"));
-    EXPECT_STREQ(small, "1234567");
-    preferences.setString(kOptionBackgroundBitmap, "12345678");
-    std::memset(small, '#', sizeof(small));
-    EXPECT_FALSE(preferences.getString(kOptionBackgroundBitmap, small, 8, "d"));
-    EXPECT_STREQ(small, "d");  // the default stays
-
-    // A background name longer than 1023 bytes is not used.
+    // A value fits when it fits with its terminator, else the default
+    // stands; a background name longer than 1023 bytes is not used.
     const std::string longName(1024, 'n');
-    preferences.setString(kOptionBackgroundBitmap, longName.c_str());
-    char name[1024];
-    EXPECT_FALSE(preferences.getString(kOptionBackgroundBitmap, name, sizeof(name), "default.png"));
-    EXPECT_STREQ(name, "default.png");
-    preferences.setString(kOptionBackgroundBitmap, longName.substr(1).c_str());
-    EXPECT_TRUE(preferences.getString(kOptionBackgroundBitmap, name, sizeof(name), "default.png"));
-    EXPECT_EQ(std::string(name), longName.substr(1));
+    const struct { std::string value; size_t size; bool fits; } rows[] = {
+        {"1234567", 8, true}, {"12345678", 8, false}, {longName, 1024, false}, {longName.substr(1), 1024, true}};
+    for (const auto& row : rows) {
+        preferences.setString(kOptionBackgroundBitmap, row.value.c_str());
+        EXPECT_EQ(text(preferences, kOptionBackgroundBitmap, "d", row.size), Text(row.fits, row.fits ? row.value : "d"))
+            << row.value.size();
+    }
 
     // Nothing to write into: nothing happens.
+    char keep[16] = "unchanged";
     EXPECT_FALSE(preferences.getString(kOptionBackgroundBitmap, nullptr, 10, "x"));
     EXPECT_FALSE(preferences.getString(kOptionBackgroundBitmap, keep, 0, "x"));
     EXPECT_STREQ(keep, "unchanged");
 }
 
-TEST_F(PreferencesTest, AStoredNonNumberReadsAsAbsent) {
+TEST_F(PreferencesTest, AStoredNonNumberReadsAsAbsentAndBadKeysFailQuietly) {
     ASSERT_TRUE(writeFile(file(), "[brelmo.varitap]\nAutomation Smooth Factor=fast\nDelay Time Resample=1.5\n"
                                   "DelayTimeDisplayInSamples=12abc\nHuge=99999999999999999999999\n"
                                   "Spaced=  42  \nZero=0\nPlus=+7\n"));
     Preferences preferences;
-    struct Case {
-        const char* key;
-        bool found;
-        long number;  // with the default 10000
-    };
     // 0 is a value (callers treat it as none); blanks around a number are allowed.
-    for (const Case& c : {Case{kOptionSmoothFactor, false, 10000}, Case{kOptionDelayTimeResample, false, 10000},
-                          Case{kOptionDelayTimeInSamples, false, 10000}, Case{"Huge", false, 10000},
-                          Case{"Spaced", true, 42}, Case{"Zero", true, 0}, Case{"Plus", true, 7}}) {
-        long number = -1;
-        EXPECT_EQ(preferences.getNumber(c.key, &number, 10000), c.found) << c.key;
-        EXPECT_EQ(number, c.number) << c.key;
-    }
-}
+    const std::pair<const char*, Found> rows[] = {
+        {kOptionSmoothFactor, {false, 10000}}, {kOptionDelayTimeResample, {false, 10000}},
+        {kOptionDelayTimeInSamples, {false, 10000}}, {"Huge", {false, 10000}},
+        {"Spaced", {true, 42}}, {"Zero", {true, 0}}, {"Plus", {true, 7}}};
+    for (const auto& [key, expected] : rows) EXPECT_EQ(number(preferences, key), expected) << key;
 
-TEST_F(PreferencesTest, KeysThatCannotBeMadeFailQuietly) {
-    Preferences preferences;
+    // Keys that cannot be made fail quietly; nothing is written.
+    ASSERT_TRUE(std::filesystem::remove(file()));
     ::testing::internal::CaptureStderr();
     for (const char* key : {static_cast<const char*>(nullptr), "", "a=b", "[x]", " lead", "trail ", "two\nlines"}) {
-        long number = 55;
-        EXPECT_FALSE(preferences.getNumber(key, &number, 1));
-        EXPECT_EQ(number, 55);  // left alone
+        EXPECT_EQ(number(preferences, key, 1), Found(false, -1));  // left alone
         preferences.setNumber(key, 3);
         preferences.setString(key, "v");
-        char text[8] = "keep";
-        EXPECT_FALSE(preferences.getString(key, text, sizeof(text), nullptr));
-        EXPECT_STREQ(text, "keep");
+        EXPECT_EQ(text(preferences, key), Text(false, "untouched"));
     }
     preferences.setString(kOptionBackgroundBitmap, "\xff\xfe not UTF-8");
     preferences.setString(kOptionBackgroundBitmap, nullptr);
@@ -164,16 +146,14 @@ TEST_F(PreferencesTest, KeysThatCannotBeMadeFailQuietly) {
 TEST_F(PreferencesTest, ConcurrentWritersInSeveralProcessesLoseNothing) {
     constexpr int kProcesses = 4;
     constexpr int kKeysEach = 25;
+    auto key = [](int p, int k) { return "Key " + std::to_string(p) + " " + std::to_string(k); };
     pid_t children[kProcesses];
     for (int p = 0; p < kProcesses; ++p) {
         children[p] = fork();
         ASSERT_GE(children[p], 0);
         if (children[p] == 0) {
             Preferences preferences;
-            for (int k = 0; k < kKeysEach; ++k) {
-                const std::string key = "Key " + std::to_string(p) + " " + std::to_string(k);
-                preferences.setNumber(key.c_str(), p * 1000 + k);
-            }
+            for (int k = 0; k < kKeysEach; ++k) preferences.setNumber(key(p, k).c_str(), p * 1000 + k);
             _exit(0);
         }
     }
@@ -182,33 +162,20 @@ TEST_F(PreferencesTest, ConcurrentWritersInSeveralProcessesLoseNothing) {
         ASSERT_EQ(waitpid(child, &status, 0), child);
     }
     Preferences preferences;
-    int found = 0;
-    for (int p = 0; p < kProcesses; ++p) {
-        for (int k = 0; k < kKeysEach; ++k) {
-            const std::string key = "Key " + std::to_string(p) + " " + std::to_string(k);
-            long number = -1;
-            if (preferences.getNumber(key.c_str(), &number, -1) && number == p * 1000 + k) ++found;
-        }
-    }
-    EXPECT_EQ(found, kProcesses * kKeysEach);
+    for (int p = 0; p < kProcesses; ++p)
+        for (int k = 0; k < kKeysEach; ++k) EXPECT_EQ(number(preferences, key(p, k).c_str()), Found(true, p * 1000 + k));
     EXPECT_EQ(folderEntries(), std::vector<std::string>{"brelmo.varitap.conf"});
 }
 
+// A write replaces the file atomically and keeps what others wrote; an
+// unparsable file reads as empty and is kept as .bak by the next write.
 TEST_F(PreferencesTest, WritesReplaceTheFileAtomicallyAndKeepWhatOthersWrote) {
-    ASSERT_TRUE(writeFile(file(),
-                          "# written by hand\n"
-                          "[brelmo.varitap]\n"
-                          "Background Bitmap=green.png\n"
-                          "Future Option=kept\n"
-                          "[another group]\n"
-                          "x=1\n"));
-    struct stat before;
+    ASSERT_TRUE(writeFile(file(), "# written by hand\n[brelmo.varitap]\nBackground Bitmap=green.png\n"
+                                  "Future Option=kept\n[another group]\nx=1\n"));
+    struct stat before, after;
     ASSERT_EQ(::stat(file().c_str(), &before), 0);
-
     Preferences preferences;
     preferences.setNumber(kOptionDelayTimeResample, 1);
-
-    struct stat after;
     ASSERT_EQ(::stat(file().c_str(), &after), 0);
     EXPECT_NE(before.st_ino, after.st_ino);  // a new file renamed over the old one
     const std::string contents = readFile(file());
@@ -217,30 +184,20 @@ TEST_F(PreferencesTest, WritesReplaceTheFileAtomicallyAndKeepWhatOthersWrote) {
         EXPECT_NE(contents.find(kept), std::string::npos) << kept;
     // No temporary file and no backup of a good file are left behind.
     EXPECT_EQ(folderEntries(), std::vector<std::string>{"brelmo.varitap.conf"});
-}
 
-TEST_F(PreferencesTest, AnUnparsableFileReadsAsEmptyAndIsKeptAsBakByTheNextWrite) {
     const std::string broken = "this is not a key file\n[[[\n\x01\x02";
     ASSERT_TRUE(writeFile(file(), broken));
-    Preferences preferences;
-    long number = 9;
-    EXPECT_FALSE(preferences.getNumber(kOptionDelayTimeResample, &number, 0));
-    EXPECT_EQ(number, 0);
-    char text[16];
-    EXPECT_FALSE(preferences.getString(kOptionBackgroundBitmap, text, sizeof(text), "default.png"));
-    EXPECT_STREQ(text, "default.png");
+    EXPECT_EQ(number(preferences, kOptionDelayTimeResample, 0), Found(false, 0));
+    EXPECT_EQ(text(preferences, kOptionBackgroundBitmap, "default.png"), Text(false, "default.png"));
     EXPECT_EQ(readFile(file()), broken);  // reading changes nothing
     EXPECT_FALSE(fileExists(backup()));
-
     preferences.setNumber(kOptionDelayTimeInSamples, 1);
     EXPECT_EQ(readFile(backup()), broken);
-    EXPECT_TRUE(preferences.getNumber(kOptionDelayTimeInSamples, &number, 0));
-    EXPECT_EQ(number, 1);
-
+    EXPECT_EQ(number(preferences, kOptionDelayTimeInSamples), Found(true, 1));
     // The next write finds a good file: the backup stays as it was.
     preferences.setNumber(kOptionDelayTimeResample, 1);
     EXPECT_EQ(readFile(backup()), broken);
-    EXPECT_TRUE(preferences.getNumber(kOptionDelayTimeInSamples, &number, 0));
+    EXPECT_EQ(number(preferences, kOptionDelayTimeInSamples), Found(true, 1));
 }
 
 TEST_F(PreferencesTest, TheFolderIsMadeWhenMissingAndFollowsTheXdgRules) {
@@ -258,10 +215,11 @@ TEST_F(PreferencesTest, TheFolderIsMadeWhenMissingAndFollowsTheXdgRules) {
     ::setenv("HOME", home.c_str(), 1);
     ::unsetenv("XDG_CONFIG_HOME");
     EXPECT_EQ(userConfigDirectory(), home + "/.config");
-    ::setenv("XDG_CONFIG_HOME", "relative/path", 1);  // not absolute: ignored
-    EXPECT_EQ(userConfigDirectory(), home + "/.config");
-    ::setenv("XDG_CONFIG_HOME", "", 1);
-    EXPECT_EQ(userConfigDirectory(), home + "/.config");
+    // Relative or empty: ignored.
+    for (const char* ignored : {"relative/path", ""}) {
+        ::setenv("XDG_CONFIG_HOME", ignored, 1);
+        EXPECT_EQ(userConfigDirectory(), home + "/.config") << ignored;
+    }
     ::setenv("HOME", savedHome.c_str(), 1);
 }
 

@@ -5,8 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdio>
-#include <cstring>
+#include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -23,17 +23,9 @@ namespace varitap::test {
 // one), writes counted. Allocates nothing after construction.
 class FakeEngineHost : public EngineHost {
 public:
-    FakeEngineHost() {
-        std::fill(std::begin(inputConnected), std::end(inputConnected), true);
-        std::fill(std::begin(outputConnected), std::end(outputConnected), true);
-    }
-
-    const HostTimeInfo* getTimeInfo(int32_t requestFlags) override {
-        lastRequestFlags = requestFlags;
-        return hasTimeInfo ? &timeInfo : nullptr;
-    }
-    bool isInputConnected(int32_t i) override { return i >= 0 && i < kMaxChannels && inputConnected[i]; }
-    bool isOutputConnected(int32_t i) override { return i >= 0 && i < kMaxChannels && outputConnected[i]; }
+    const HostTimeInfo* getTimeInfo(int32_t) override { return hasTimeInfo ? &timeInfo : nullptr; }
+    bool isInputConnected(int32_t i) override { return i >= 0 && i < kMaxChannels && !inputUnplugged[i]; }
+    bool isOutputConnected(int32_t i) override { return i >= 0 && i < kMaxChannels && !outputUnplugged[i]; }
     float getSampleRate() const override { return sampleRate; }
 
     float getParameter(int32_t index) override {
@@ -48,10 +40,7 @@ public:
         ++automatedWrites;
         store(index, value);
     }
-    void getParameterName(int32_t index, char* text) override {
-        // Enough of the real naming for the modulator's "Index" display.
-        if (index == kWetDryParameter) std::strcpy(text, "Wet/Dry Mix Volume");
-    }
+    void getParameterName(int32_t, char*) override {}
 
     void setTime(double tempo, double samplePos, int32_t flags) {
         hasTimeInfo = true;
@@ -65,10 +54,9 @@ public:
     HostTimeInfo timeInfo;
     bool hasTimeInfo = false;
     float sampleRate = 44100.0f;
-    bool inputConnected[kMaxChannels];
-    bool outputConnected[kMaxChannels];
+    bool inputUnplugged[kMaxChannels] = {};
+    bool outputUnplugged[kMaxChannels] = {};
     float values[kParameterCount] = {};
-    int32_t lastRequestFlags = 0;
     int plainWrites = 0;
     int automatedWrites = 0;
     int32_t lastIndex = -1;
@@ -85,6 +73,11 @@ private:
     }
 };
 
+// The heap allocations (operator new, and malloc outside AddressSanitizer
+// builds) made by block(20) .. block(19 + blocks), after 20 calls that warm
+// the scratch pool.
+long allocationsIn(const std::function<void(int)>& block, int blocks = 1000);
+
 // An engine and its fake host, wired both ways.
 struct EngineRig {
     EngineRig() { host.engine = &engine; }
@@ -95,14 +88,15 @@ struct EngineRig {
 // The shared scratch pool, held as an engine holds it, for taps run alone.
 inline RefPtr<ScratchPool> holdScratchPool() { return RefPtr<ScratchPool>::adopt(ScratchPool::acquire()); }
 
-// Runs a tap over a signal in blocks (no tempo, no song position) and
-// collects what it adds to silence.
+// Runs a tap over a signal in blocks and collects what it adds to silence;
+// with a song position, the transport plays from there in every block.
 template <class Tap>
-std::vector<float> runTap(Tap& tap, std::vector<float> input, uint32_t block) {
+std::vector<float> runTap(Tap& tap, std::vector<float> input, uint32_t block, float samplesPerBeat = 1.0f,
+                          std::optional<double> song = std::nullopt) {
     std::vector<float> output(input.size(), 0.0f);
     for (size_t at = 0; at < input.size(); at += block) {
         const uint32_t n = uint32_t(std::min<size_t>(block, input.size() - at));
-        tap.process(input.data() + at, output.data() + at, n, 1.0f, false, 0.0);
+        tap.process(input.data() + at, output.data() + at, n, samplesPerBeat, song.has_value(), song.value_or(0.0));
     }
     return output;
 }
@@ -186,6 +180,13 @@ inline void busyPatch(DelayEngine& engine) {
         modulator.setPower(true);
     }
     engine.setWetDry(0.3f);
+}
+
+// n samples of silence but for value at `at`.
+inline std::vector<float> impulse(uint32_t n, uint32_t at, float value) {
+    std::vector<float> x(n, 0.0f);
+    x[at] = value;
+    return x;
 }
 
 inline std::vector<float> noise(size_t n, unsigned seed) {

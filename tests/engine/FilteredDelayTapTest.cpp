@@ -10,18 +10,17 @@
 namespace varitap {
 namespace {
 
+using test::runTap;
+
 class FilteredDelayTapTest : public testing::Test {
 protected:
-
-    // One impulse through a tap with the filter off.
-    static void expectPlainEcho(FilteredDelayTap& tap) {
-        tap.setDelaySamples(8);
-        tap.setFeedback(0.0f);
-        tap.setParameter(kTapFilterType, 0.0f);
-        std::vector<float> impulse(32, 0.0f), out(32, 0.0f);
-        impulse[1] = 1.0f;
-        tap.process(impulse.data(), out.data(), 32, 1.0f, false, 0.0);
-        for (size_t i = 0; i < 32; ++i) EXPECT_EQ(out[i], i == 9 ? 0.5f : 0.0f) << i;
+    // A tap of 300 samples fed back by 0.7 through a resonant "LowPass".
+    static void patch(DelayTap& tap, TapFilter& filter) {
+        tap.setDelaySamples(300);
+        tap.setFeedback(0.7f);
+        filter.setParameter(TapFilter::kType, 0.5f);
+        filter.setParameter(TapFilter::kCutoff, 0.2f);
+        filter.setParameter(TapFilter::kResonance, 0.5f);
     }
 
     RefPtr<ScratchPool> pool_ = test::holdScratchPool();
@@ -32,74 +31,25 @@ TEST_F(FilteredDelayTapTest, FiltersTheDelayedSignalAfterTheLine) {
     FilteredDelayTap tap;
     DelayTap plain(44100);
     TapFilter filter(44100.0f);
-    for (DelayTap* t : {static_cast<DelayTap*>(&tap), &plain}) {
-        t->setDelaySamples(300);
-        t->setFeedback(0.6f);
-    }
-    tap.setParameter(kTapFilterType, 0.5f);
-    tap.setParameter(kTapCutoff, 0.2f);
-    tap.setParameter(kTapResonance, 0.5f);
-    filter.setParameter(TapFilter::kType, 0.5f);
-    filter.setParameter(TapFilter::kCutoff, 0.2f);
-    filter.setParameter(TapFilter::kResonance, 0.5f);
-
+    patch(tap, tap.filter());
+    patch(plain, filter);
     const std::vector<float> input = test::noise(4096, 7);
-    std::vector<float> out(4096, 0.25f), expected(4096, 0.25f), delayed(512);
-    for (size_t at = 0; at < input.size(); at += 512) {
-        std::vector<float> in1(input.begin() + at, input.begin() + at + 512), in2 = in1;
-        tap.process(in1.data(), out.data() + at, 512, 1.0f, false, 0.0);
-        std::fill(delayed.begin(), delayed.end(), 0.0f);
-        plain.process(in2.data(), delayed.data(), 512, 1.0f, false, 0.0);
-        filter.processInPlace(delayed.data(), 512);
-        for (size_t i = 0; i < 512; ++i) expected[at + i] += delayed[i];
-    }
-    EXPECT_EQ(out, expected);
-    EXPECT_NE(out[400], 0.25f);
+    std::vector<float> expected = runTap(plain, input, 512);
+    for (size_t at = 0; at < input.size(); at += 512) filter.processInPlace(expected.data() + at, 512);
+    EXPECT_EQ(runTap(tap, input, 512), expected);
+    EXPECT_NE(expected[400], 0.0f);
 
     // Type "***" leaves the delayed signal as it is, before or after the line.
-    FilteredDelayTap off, first;
-    first.setFilterFirst(true);
-    expectPlainEcho(off);
-    expectPlainEcho(first);
-}
-
-// A filter state out of every signal's range (NaN, infinite, or past the
-// runaway level, as a fault upstream could leave it) is caught at the end of
-// its block: the tap adds nothing for that block and then sounds as a new
-// tap, before or after its line. Without the catch, NaN would stay for ever.
-TEST_F(FilteredDelayTapTest, ARunawayFilterStartsAgainFromSilence) {
-    const double bad[] = {std::nan(""), HUGE_VAL, 1e100};
     for (bool filterFirst : {false, true}) {
-        for (double state : bad) {
-            SCOPED_TRACE(testing::Message() << "filter first " << filterFirst << " state " << state);
-            FilteredDelayTap tap, fresh;
-            for (FilteredDelayTap* t : {&tap, &fresh}) {
-                t->setFilterFirst(filterFirst);
-                t->setDelaySamples(300);
-                t->setFeedback(0.7f);
-                t->setParameter(kTapFilterType, 0.5f);
-                t->setParameter(kTapCutoff, 0.2f);
-                t->setParameter(kTapResonance, 0.8f);
-            }
-            std::vector<float> in = test::noise(512, 3), out(512, 0.25f);
-            tap.process(in.data(), out.data(), 512, 1.0f, false, 0.0);
-            tap.filter().setState({state, 0.0, 0.0, state});
-            std::fill(out.begin(), out.end(), 0.25f);
-            tap.process(in.data(), out.data(), 512, 1.0f, false, 0.0);
-            for (float x : out) ASSERT_EQ(x, 0.25f);
-            EXPECT_EQ(tap.filter().state().band, 0.0);
-            for (int b = 0; b < 4; ++b) {
-                std::vector<float> in1 = test::noise(512, 10 + b), in2 = in1, out1(512, 0.0f), out2(512, 0.0f);
-                tap.process(in1.data(), out1.data(), 512, 1.0f, false, 0.0);
-                fresh.process(in2.data(), out2.data(), 512, 1.0f, false, 0.0);
-                ASSERT_EQ(out1, out2) << "block " << b;
-            }
-        }
+        FilteredDelayTap off;
+        off.setFilterFirst(filterFirst);
+        off.setDelaySamples(8);
+        off.setFeedback(0.0f);
+        off.setParameter(kTapFilterType, 0.0f);
+        EXPECT_EQ(runTap(off, test::impulse(32, 1, 1.0f), 32), test::impulse(32, 9, 0.5f)) << filterFirst;
     }
-}
 
-TEST_F(FilteredDelayTapTest, FilterRowsReachTheFilter) {
-    FilteredDelayTap tap;
+    // The filter rows reach the filter, quantised and cleaned.
     tap.setParameter(kTapFilterType, 0.74f);  // quantised to "LowPass"
     EXPECT_EQ(tap.getParameter(kTapFilterType), 0.5f);
     EXPECT_EQ(test::display(tap, kTapFilterType), "LowPass");
@@ -111,6 +61,30 @@ TEST_F(FilteredDelayTapTest, FilterRowsReachTheFilter) {
     char text[16] = "untouched";
     tap.getParameterName(7, text);
     EXPECT_STREQ(text, "untouched");
+}
+
+// A filter state out of every signal's range (NaN, infinite, or past the
+// runaway level, as a fault upstream could leave it) is caught at the end of
+// its block: the tap adds nothing for that block and then sounds as a new
+// tap, before or after its line. Without the catch, NaN would stay for ever.
+TEST_F(FilteredDelayTapTest, ARunawayFilterStartsAgainFromSilence) {
+    for (bool filterFirst : {false, true}) {
+        for (double state : {std::nan(""), HUGE_VAL, 1e100}) {
+            SCOPED_TRACE(testing::Message() << "filter first " << filterFirst << " state " << state);
+            FilteredDelayTap tap, fresh;
+            for (FilteredDelayTap* t : {&tap, &fresh}) {
+                t->setFilterFirst(filterFirst);
+                patch(*t, t->filter());
+            }
+            runTap(tap, test::noise(512, 3), 512);
+            tap.filter().setState({state, 0.0, 0.0, state});
+            EXPECT_EQ(runTap(tap, test::noise(512, 3), 512), std::vector<float>(512, 0.0f));
+            EXPECT_EQ(tap.filter().state().band, 0.0);
+            for (int b = 0; b < 4; ++b)
+                ASSERT_EQ(runTap(tap, test::noise(512, 10 + b), 512), runTap(fresh, test::noise(512, 10 + b), 512))
+                    << "block " << b;
+        }
+    }
 }
 
 }  // namespace

@@ -2,8 +2,8 @@
 // counts 0..15, 32, 64, 65, 100, 999 and 4095, every alignment, and guard
 // zones around every buffer: the elementwise loops, the cleaning pass (also
 // against its definition), the tap delay over lengths that wrap within a
-// block (the scalar form also against the tap's vector routine; constant
-// gains and a ramp), and the filter lanes (every lane count, each output type
+// block (also against the tap's vector routine; constant gains and a ramp),
+// and the filter lanes (every lane count, each output type
 // and mixed, exact zeros and whole silent lanes, with and without flush to
 // zero). The engine tests run it on every set the processor has; the check
 // built for other processors runs it under emulation, without a test
@@ -131,34 +131,85 @@ inline std::vector<float> rampGains(uint32_t count, float applied, float volume)
     return gains;
 }
 
+inline bool aligned16(const void* p) { return (reinterpret_cast<uintptr_t>(p) & 15u) == 0; }
+
+// A scalar model of the tap's 4-wide routine, written from its description:
+// 4-lane steps only for an aligned input and an unaligned output, lane gains
+// starting at volume, whole groups of the line at the boundary below the
+// position, the tail's gain without comparison.
+inline uint32_t modelTapVector(float* line, uint32_t position, uint32_t length, const float* input, float* output,
+                               uint32_t count, float feedback, float applied, float volume) {
+    const float step = (volume - applied) / float(count);
+    uint32_t i = 0;
+    if (aligned16(input) && !aligned16(output)) {
+        float gain[4] = {volume, volume, volume, volume};
+        const float increment = volume != applied ? (volume - applied) / (4.0f * float(count)) : 0.0f;
+        for (; i + 4 <= count; i += 4) {
+            const uint32_t group = position & ~3u;
+            for (int lane = 0; lane < 4; ++lane) {
+                const float delayed = line[group + lane];
+                line[group + lane] = delayed * feedback + input[i + lane];
+                output[i + lane] = output[i + lane] + delayed * gain[lane];
+            }
+            position += 4;
+            if (position >= length) position = 0;
+            if (volume != applied)
+                for (float& g : gain) g += increment;
+        }
+    }
+    float gain = applied + step * float(i);
+    for (; i < count; ++i) {
+        const float delayed = line[position];
+        line[position] = delayed * feedback + input[i];
+        output[i] += delayed * gain;
+        position = position + 1 >= length ? 0 : position + 1;
+        gain += step;
+    }
+    return position;
+}
+
+// The tap delay of the set against the scalar set's, and the tap's own
+// vector routine (as the engine's aligned scratch takes it, adding into
+// silence, or with its 4-lane steps against their model), over lengths that
+// wrap within a block.
 inline std::string tapDelayDifference(const Kernels& set) {
     for (uint32_t count : kCounts) {
         for (uint32_t length : {0u, 1u, 2u, 3u, 5u, 8u, 13u, 64u, 1000u}) {
             for (uint32_t start : {0u, 2u, length ? length - 1 : 0u, length}) {
                 if (start > length) continue;
                 for (uint32_t offset : {0u, 1u}) {
-                    for (bool ramp : {false, true}) {
-                        const std::vector<float> gains = rampGains(count, 0.5f, ramp ? 0.8f : 0.5f);
-                        const float* g = ramp ? gains.data() : nullptr;
-                        Guarded input(count, offset, 40 + count), out1(count, offset, 3), out2(count, offset, 3);
-                        Guarded line1(length + 4, 0, 50 + length), line2(length + 4, 0, 50 + length);
-                        const uint32_t p1 = scalarKernels().tapDelay(line1.data(), start, length, input.data(),
-                                                                     out1.data(), count, 0.3f, g, 0.5f);
-                        const uint32_t p2 =
-                            set.tapDelay(line2.data(), start, length, input.data(), out2.data(), count, 0.3f, g, 0.5f);
-                        if (p1 != p2 || !same(out1, out2) || !same(line1, line2) || !input.guardsIntact())
-                            return "tapDelay" + differsAt("count", count, "length", length, "start", start,
-                                                          "offset", offset, "ramp", ramp);
-                        // The scalar form is the tap's vector routine as the engine's aligned scratch
-                        // takes it (its tail alone), adding into silence.
-                        Guarded tail(count, 0, 1), line0(length + 4, 0, 50 + length);
-                        std::fill(tail.data(), tail.data() + count, 0.0f);
-                        if (length && (tapLoopVector(line0.data(), start, length, input.data(), tail.data(), count,
-                                                     0.3f, 0.5f, ramp ? 0.8f : 0.5f) != p1 ||
-                                       !same(tail, out1) || !same(line0, line1)))
-                            return "tapDelay against the tap routine" +
-                                   differsAt("count", count, "length", length, "start", start, "offset", offset,
-                                             "ramp", ramp);
+                    for (uint32_t outOffset : {offset, 3u}) {
+                        for (bool ramp : {false, true}) {
+                            const std::string at = differsAt("count", count, "length", length, "start", start,
+                                                             "offset", offset, "out", outOffset, "ramp", ramp);
+                            const float volume = ramp ? 0.8f : 0.5f;
+                            const std::vector<float> gains = rampGains(count, 0.5f, volume);
+                            const float* g = ramp ? gains.data() : nullptr;
+                            Guarded input(count, offset, 40 + count), out1(count, outOffset, 3),
+                                out2(count, outOffset, 3);
+                            Guarded line1(length + 4, 0, 50 + length), line2(length + 4, 0, 50 + length);
+                            const uint32_t p1 = scalarKernels().tapDelay(line1.data(), start, length, input.data(),
+                                                                         out1.data(), count, 0.3f, g, 0.5f);
+                            const uint32_t p2 = set.tapDelay(line2.data(), start, length, input.data(),
+                                                             out2.data(), count, 0.3f, g, 0.5f);
+                            if (p1 != p2 || !same(out1, out2) || !same(line1, line2) || !input.guardsIntact())
+                                return "tapDelay" + at;
+                            if (length == 0) continue;
+                            Guarded tail(count, outOffset, 1), line0(length + 4, 0, 50 + length);
+                            const bool lanes = aligned16(input.data()) && !aligned16(tail.data());
+                            if (!lanes) std::fill(tail.data(), tail.data() + count, 0.0f);
+                            const uint32_t p0 = tapLoopVector(line0.data(), start, length, input.data(),
+                                                              tail.data(), count, 0.3f, 0.5f, volume);
+                            if (lanes) {
+                                Guarded modelOut(count, outOffset, 1), modelLine(length + 4, 0, 50 + length);
+                                const uint32_t p3 = modelTapVector(modelLine.data(), start, length, input.data(),
+                                                                   modelOut.data(), count, 0.3f, 0.5f, volume);
+                                if (p0 != p3 || !same(tail, modelOut) || !same(line0, modelLine))
+                                    return "the tap's 4-lane routine against its model" + at;
+                            } else if (p0 != p1 || !same(tail, out1) || !same(line0, line1)) {
+                                return "tapDelay against the tap routine" + at;
+                            }
+                        }
                     }
                 }
             }
@@ -179,10 +230,8 @@ inline FilterLanes randomLanes(uint32_t lanes, int output, std::mt19937& random,
         filter.damping[l] = 0.1 + 1.8 * unit(random);
         filter.drive[l] = l % 3 == 0 ? 0.05 : 0.0;
         const double scale = tiny ? 1e-300 : 1.0;
-        filter.notch[l] = scale * (unit(random) - 0.5);
-        filter.low[l] = scale * (unit(random) - 0.5);
-        filter.high[l] = scale * (unit(random) - 0.5);
-        filter.band[l] = scale * (unit(random) - 0.5);
+        for (double* state : {filter.notch, filter.low, filter.high, filter.band})
+            state[l] = scale * (unit(random) - 0.5);
         filter.pickNotch[l] = pick == 0 ? ~uint64_t(0) : 0;
         filter.pickLow[l] = pick == 1 ? ~uint64_t(0) : 0;
         filter.pickHigh[l] = pick == 2 ? ~uint64_t(0) : 0;

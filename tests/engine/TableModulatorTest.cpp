@@ -27,6 +27,11 @@ protected:
 
     // One block with the transport stopped.
     void block(uint32_t n, double tempo = 120.0) { modulator.process(tempo, 0.0, n, false, false); }
+    // One block with the transport playing from song; the value it left.
+    float playAt(double song, double tempo = 0.0, uint32_t n = 512, bool recording = false) {
+        modulator.process(tempo, song, n, true, recording);
+        return value();
+    }
     void freeRunning(float speed) { test::freeModulator(modulator, kTarget, speed); }
     float value() const { return host.values[kTarget]; }
 
@@ -34,9 +39,11 @@ protected:
     TableModulator modulator{&host};
 };
 
-TEST_F(TableModulatorTest, FreeSinePeriodIsFourTimesSpeedInSeconds) {
+// Free, the sine's cycle is four times "Speed" in seconds; synchronised, one
+// note value is half a cycle, and while the transport plays the phase is the
+// song position. The value is computed at each block's end.
+TEST_F(TableModulatorTest, SineFollowsTheSpeedFreeOrSynchronised) {
     freeRunning(0.5f);  // half-period 2 * 44100 * 0.5: a cycle of 88200
-    // Blocks of 441: the value is computed at each block's end.
     int maxBlock = -1, minBlock = -1;
     float highest = -1.0f, lowest = 2.0f;
     for (int b = 1; b <= 300; ++b) {
@@ -49,18 +56,16 @@ TEST_F(TableModulatorTest, FreeSinePeriodIsFourTimesSpeedInSeconds) {
     EXPECT_EQ(minBlock, 200);  // bottom again at 88200
     EXPECT_GT(highest, 0.9999f);
     EXPECT_LT(lowest, 0.0001f);
-}
 
-TEST_F(TableModulatorTest, SynchronisedSineFollowsTheNoteValue) {
+    modulator.restart();
+    modulator.setSync(true);
     modulator.setSpeed(13.5f / 24.0f);  // "1/4": D is one beat, a cycle two
     for (int b = 0; b < 50; ++b) block(441, 120.0);  // 22050 samples: the top
     EXPECT_GT(value(), 0.9999f);
     for (int b = 0; b < 50; ++b) block(441, 120.0);
     EXPECT_LT(value(), 0.0001f);
-    // While the transport plays, the phase is the song position.
-    modulator.process(120.0, 11025.0, 441, true, false);
+    EXPECT_NEAR(playAt(11025.0, 120.0, 441), 0.5f, 1e-4f);
     EXPECT_EQ(modulator.phase(), 11025.0f);
-    EXPECT_NEAR(value(), 0.5f, 1e-4f);
 }
 
 TEST_F(TableModulatorTest, SmoothFactorQuantisesTheWrites) {
@@ -116,32 +121,25 @@ TEST_F(TableModulatorTest, StandsStillWhenOffOrWithoutPeriod) {
     EXPECT_EQ(modulator.phase(), 0.0f);
 }
 
+// Square, then (from a restart) ramp over P = truncate(2D + 1) = 88201
+// samples, falling when max < min and starting again past one period: each
+// step one block.
 TEST_F(TableModulatorTest, SquareAndRampWaves) {
     freeRunning(0.5f);
-    modulator.setType(LfoModulator::kSquare);
-    modulator.setMin(0.2f);
-    modulator.setMax(0.7f);
-    block(1000);
-    EXPECT_EQ(value(), 0.7f);
-    for (int b = 0; b < 44; ++b) block(1000);  // past 44100: the second half
-    EXPECT_EQ(value(), 0.2f);
-
-    // Ramp over P = truncate(2D + 1) = 88201 samples, falling when max < min.
-    modulator.restart();
-    modulator.setType(LfoModulator::kRamp);
-    modulator.setMin(0.0f);
-    modulator.setMax(1.0f);
-    block(22050);
-    EXPECT_NEAR(value(), 22050.0 / 88201.0, 1e-6);
-    modulator.setMin(1.0f);
-    modulator.setMax(0.0f);
-    block(22050);
-    EXPECT_NEAR(value(), 1.0 - 44100.0 / 88201.0, 1e-6);
-    // Past one period it starts again.
-    modulator.setMin(0.0f);
-    modulator.setMax(1.0f);
-    block(88201);
-    EXPECT_NEAR(value(), 44100.0 / 88201.0, 1e-6);
+    const struct { int type; float min, max; uint32_t frames; double value, tolerance; } steps[] = {
+        {LfoModulator::kSquare, 0.2f, 0.7f, 1000, 0.7f, 0.0},
+        {LfoModulator::kSquare, 0.2f, 0.7f, 44000, 0.2f, 0.0},  // past 44100: the second half
+        {LfoModulator::kRamp, 0.0f, 1.0f, 22050, 22050.0 / 88201.0, 1e-6},
+        {LfoModulator::kRamp, 1.0f, 0.0f, 22050, 1.0 - 44100.0 / 88201.0, 1e-6},
+        {LfoModulator::kRamp, 0.0f, 1.0f, 88201, 44100.0 / 88201.0, 1e-6}};
+    for (const auto& step : steps) {
+        if (step.type != modulator.getType()) modulator.restart();
+        modulator.setType(step.type);
+        modulator.setMin(step.min);
+        modulator.setMax(step.max);
+        block(step.frames);
+        EXPECT_NEAR(value(), step.value, step.tolerance) << step.frames;
+    }
 }
 
 TEST_F(TableModulatorTest, StepSequenceLastsOneNotePerStepWhenSynchronised) {
@@ -154,22 +152,17 @@ TEST_F(TableModulatorTest, StepSequenceLastsOneNotePerStepWhenSynchronised) {
     modulator.setSpeed(13.5f / 24.0f);  // "1/4" at 120 BPM: 22050 per step
     for (int i = 0; i < 8; ++i) modulator.setTableValue(i, float(i + 1) / 10.0f);
     for (int beat = 0; beat < 10; ++beat) {
-        modulator.process(120.0, beat * 22050.0 + 100.0, 512, true, false);
-        EXPECT_EQ(value(), float(beat % 8 + 1) / 10.0f) << beat;
-        modulator.process(120.0, beat * 22050.0 + 21900.0, 512, true, false);
-        EXPECT_EQ(value(), float(beat % 8 + 1) / 10.0f) << beat;
+        EXPECT_EQ(playAt(beat * 22050.0 + 100.0, 120.0), float(beat % 8 + 1) / 10.0f) << beat;
+        EXPECT_EQ(playAt(beat * 22050.0 + 21900.0, 120.0), float(beat % 8 + 1) / 10.0f) << beat;
     }
     // Free: a step lasts 2D samples.
     freeRunning(0.25f);  // D = 22050.0022
-    modulator.process(0.0, 44000.0, 512, true, false);
-    EXPECT_EQ(value(), 0.1f);
-    modulator.process(0.0, 44200.0, 512, true, false);
-    EXPECT_EQ(value(), 0.2f);
+    EXPECT_EQ(playAt(44000.0), 0.1f);
+    EXPECT_EQ(playAt(44200.0), 0.2f);
     // Writes happen on any exact change, through automation when recording.
     const int automated = host.automatedWrites;
-    modulator.process(0.0, 88300.0, 512, true, true);
+    EXPECT_EQ(playAt(88300.0, 0.0, 512, true), 0.3f);
     EXPECT_EQ(host.automatedWrites, automated + 1);
-    EXPECT_EQ(value(), 0.3f);
 }
 
 TEST_F(TableModulatorTest, TableSineAtItsTopReadsTheLastEntry) {
@@ -178,17 +171,12 @@ TEST_F(TableModulatorTest, TableSineAtItsTopReadsTheLastEntry) {
     for (int i = 0; i < 8; ++i) modulator.setTableValue(i, float(i) / 8.0f);
     // D = 44100.0044: the top of the sine is at phase D, where r rounds to 1.
     const double d = 2.0 * 44100.0 * (0.5 + 1e-07);
-    modulator.process(0.0, d, 1, true, false);
-    EXPECT_EQ(value(), 7.0f / 8.0f);
-    modulator.process(0.0, 2.0 * d, 1, true, false);
-    EXPECT_EQ(value(), 0.0f);
+    EXPECT_EQ(playAt(d, 0.0, 1), 7.0f / 8.0f);
+    EXPECT_EQ(playAt(2.0 * d, 0.0, 1), 0.0f);
     // Negative and huge song positions stay inside the table; a NaN
     // "Index" is parameter 0.
     modulator.setType(LfoModulator::kSteps);
-    for (double song : {-5.0e9, 3.0e38, 1.0e300, -1.0}) {
-        modulator.process(0.0, song, 1, true, false);
-        EXPECT_TRUE(std::isfinite(value()));
-    }
+    for (double song : {-5.0e9, 3.0e38, 1.0e300, -1.0}) EXPECT_TRUE(std::isfinite(playAt(song, 0.0, 1))) << song;
     modulator.setParameter(kModulatorIndex, std::nanf(""));
     EXPECT_EQ(modulator.getIndex(), 0);
 }

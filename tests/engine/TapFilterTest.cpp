@@ -95,20 +95,15 @@ TEST(TapFilterTest, MeasuredGainsAtTheCorners) {
     EXPECT_GT(measureGain(TapFilter::kLowPass, lowCut, 0.9f, 1000.0), 2.0);
 }
 
-TEST(TapFilterTest, OffPassesSilenceKeepsState) {
+// Exact zeros change nothing and write nothing.
+TEST(TapFilterTest, SilenceKeepsTheState) {
     TapFilter filter(44100.0f);
-    filter.setParameter(TapFilter::kType, 0.0f);
     std::vector<float> in = {0.1f, -0.5f, 0.25f, 1.0f}, out(4, 9.0f);
-    filter.process(in.data(), out.data(), 4);
-    EXPECT_EQ(out, in);
-    EXPECT_EQ(filter.state().band, 0.0);
-
     filter.setParameter(TapFilter::kType, 0.5f);
     filter.setParameter(TapFilter::kCutoff, 0.3f);
     filter.process(in.data(), out.data(), 4);
     const TapFilter::State before = filter.state();
     EXPECT_NE(before.low, 0.0);
-    // Exact zeros change nothing and write nothing.
     std::vector<float> zeros(64, 0.0f), untouched(64, 7.0f);
     filter.process(zeros.data(), untouched.data(), 64);
     const TapFilter::State after = filter.state();
