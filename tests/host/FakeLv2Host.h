@@ -5,7 +5,7 @@
 #pragma once
 
 #include <dlfcn.h>
-#include <lv2/atom/atom.h>
+#include <lv2/atom/forge.h>
 #include <lv2/buf-size/buf-size.h>
 #include <lv2/core/lv2.h>
 #include <lv2/options/options.h>
@@ -15,7 +15,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstring>
 #include <map>
 #include <string>
 #include <vector>
@@ -106,39 +105,23 @@ public:
         float bpm;
     };
     void run(const float* const* in, float* const* out, uint32_t frames, const Position* position = nullptr) {
-        auto* sequence = reinterpret_cast<LV2_Atom_Sequence*>(atoms_);
-        sequence->atom.type = urid(LV2_ATOM__Sequence);
-        sequence->atom.size = sizeof(LV2_Atom_Sequence_Body);
-        sequence->body.unit = 0;
-        sequence->body.pad = 0;
+        LV2_Atom_Forge forge;
+        lv2_atom_forge_init(&forge, &map_);
+        lv2_atom_forge_set_buffer(&forge, atoms_, sizeof atoms_);
+        LV2_Atom_Forge_Frame sequence, object;
+        lv2_atom_forge_sequence_head(&forge, &sequence, 0);
         if (position) {
-            // One event: an object of type time:Position with three properties.
-            struct PositionEvent {
-                LV2_Atom_Event event;
-                LV2_Atom_Object_Body object;
-                LV2_Atom_Property_Body frameKey;
-                int64_t frame;
-                LV2_Atom_Property_Body speedKey;
-                float speed;
-                uint32_t pad1;
-                LV2_Atom_Property_Body bpmKey;
-                float bpm;
-                uint32_t pad2;
-            } e{};
-            e.event.time.frames = 0;
-            e.event.body.type = urid(LV2_ATOM__Object);
-            e.object.otype = urid(LV2_TIME__Position);
-            e.frameKey = {urid(LV2_TIME__frame), 0, {sizeof(int64_t), urid(LV2_ATOM__Long)}};
-            e.frame = position->frame;
-            e.speedKey = {urid(LV2_TIME__speed), 0, {sizeof(float), urid(LV2_ATOM__Float)}};
-            e.speed = position->speed;
-            e.bpmKey = {urid(LV2_TIME__beatsPerMinute), 0, {sizeof(float), urid(LV2_ATOM__Float)}};
-            e.bpm = position->bpm;
-            // The object's size: its body and the properties, without the last pad.
-            e.event.body.size = static_cast<uint32_t>(sizeof e - sizeof(LV2_Atom_Event) - sizeof e.pad2);
-            std::memcpy(atoms_ + sizeof(LV2_Atom_Sequence), &e, sizeof e);
-            sequence->atom.size += static_cast<uint32_t>(sizeof e);
+            lv2_atom_forge_frame_time(&forge, 0);
+            lv2_atom_forge_object(&forge, &object, 0, urid(LV2_TIME__Position));
+            lv2_atom_forge_key(&forge, urid(LV2_TIME__frame));
+            lv2_atom_forge_long(&forge, position->frame);
+            lv2_atom_forge_key(&forge, urid(LV2_TIME__speed));
+            lv2_atom_forge_float(&forge, position->speed);
+            lv2_atom_forge_key(&forge, urid(LV2_TIME__beatsPerMinute));
+            lv2_atom_forge_float(&forge, position->bpm);
+            lv2_atom_forge_pop(&forge, &object);
         }
+        lv2_atom_forge_pop(&forge, &sequence);
         for (uint32_t c = 0; c < 2; ++c) {
             descriptor_->connect_port(handle_, kLv2AudioIn + c, const_cast<float*>(in[c]));
             descriptor_->connect_port(handle_, kLv2AudioOut + c, out[c]);
