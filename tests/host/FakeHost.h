@@ -16,6 +16,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <utility>
@@ -29,7 +30,8 @@ using vst::AEffect;
 using vst::VstIntPtr;
 
 // Every instance saves the user presets file and reads the options: the
-// tests keep both in a private configuration folder, never the user's.
+// tests (and the plug-in fuzzer) keep both in a private configuration folder
+// in TMPDIR (else /tmp), never the user's.
 class PrivateConfigEnvironment : public ::testing::Environment {
 public:
     void SetUp() override {
@@ -42,23 +44,22 @@ public:
         for (const char* library : {"libxml2.so.2", "libcairo.so.2", "libglib-2.0.so.0", "libxcb.so.1"}) {
             dlopen(library, RTLD_NOW | RTLD_LOCAL);
         }
-        char pattern[] = "/tmp/varitap-host-config-XXXXXX";
-        if (mkdtemp(pattern)) {
-            dir_ = pattern;
-            setenv("XDG_CONFIG_HOME", dir_.c_str(), 1);
+        const char* tmp = getenv("TMPDIR");
+        std::string pattern = std::string(tmp ? tmp : "/tmp") + "/varitap-host-config-XXXXXX";
+        if (mkdtemp(pattern.data())) {
+            dir = pattern;
+            setenv("XDG_CONFIG_HOME", dir.c_str(), 1);
         }
     }
     void TearDown() override {
-        if (dir_.empty()) return;
-        std::string command = "rm -rf '" + dir_ + "'";
-        if (std::system(command.c_str()) != 0) dir_.clear();
+        std::error_code ignored;
+        if (!dir.empty()) std::filesystem::remove_all(dir, ignored);
     }
-
-private:
-    std::string dir_;
+    std::string dir;  // empty when it could not be made
 };
 
-inline ::testing::Environment* const privateConfig = ::testing::AddGlobalTestEnvironment(new PrivateConfigEnvironment);
+inline PrivateConfigEnvironment* const privateConfig = static_cast<PrivateConfigEnvironment*>(
+    ::testing::AddGlobalTestEnvironment(new PrivateConfigEnvironment));
 
 class FakeHost {
 public:
