@@ -1,13 +1,11 @@
 // DelayEffect through the built bundle: channel counts by host, speaker
 // arrangements, the routing clamp, the "Init" program, echoes and suspend.
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <cmath>
 #include <map>
 
-#include "../base/TestSupport.h"
 #include "FakeHost.h"
 
 namespace varitap::test {
@@ -293,42 +291,6 @@ TEST_F(DelayEffectTest, SuspendClearsTheLinesInFlight) {
         else
             EXPECT_GT(peak, 0.9f);
     }
-}
-
-// A host's plug-in scan (load, open, a few questions, close, no editor)
-// leaves the user's configuration folder as it was: with nothing in it,
-// nothing appears; existing options and presets files are not rewritten.
-TEST_F(DelayEffectTest, ScanLeavesTheConfigurationAlone) {
-    TempDir config;
-    const std::string saved = getenv("XDG_CONFIG_HOME");
-    setenv("XDG_CONFIG_HOME", config.path().c_str(), 1);
-    auto scan = [&] {
-        Plugin plugin(library, host);
-        ASSERT_TRUE(plugin);
-        plugin.dispatch(effOpen);
-        plugin.dispatch(effGetVendorString, 0, 0, std::vector<char>(256).data());
-        plugin.dispatch(effCanDo, 0, 0, const_cast<char*>("receiveVstTimeInfo"));
-        EXPECT_FALSE(plugin.name(21).empty());
-        plugin.close();
-    };
-    scan();
-    EXPECT_TRUE(std::filesystem::is_empty(config.path()));
-
-    const std::string files[] = {config / "brelmo.varitap.presets.xml", config / "brelmo.varitap.conf"};
-    writeFile(files[0], "<Presets version=\"1\">\n\t<array name=\"folder\">\n"
-                        "\t\t<string name=\"name\" value=\"Mine\" />\n\t</array>\n</Presets>\n");
-    writeFile(files[1], "[brelmo.varitap]\nBackground Bitmap=default.png\n");
-    struct stat before[2], after[2];
-    for (int i = 0; i < 2; ++i) ASSERT_EQ(stat(files[i].c_str(), &before[i]), 0);
-    scan();
-    for (int i = 0; i < 2; ++i) {
-        ASSERT_EQ(stat(files[i].c_str(), &after[i]), 0);
-        EXPECT_EQ(after[i].st_ino, before[i].st_ino) << files[i];  // not replaced
-        EXPECT_EQ(after[i].st_mtim.tv_nsec, before[i].st_mtim.tv_nsec) << files[i];
-        EXPECT_EQ(after[i].st_mtim.tv_sec, before[i].st_mtim.tv_sec) << files[i];
-    }
-    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(config.path()), {}), 2);
-    setenv("XDG_CONFIG_HOME", saved.c_str(), 1);
 }
 
 }  // namespace

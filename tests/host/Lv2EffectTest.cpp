@@ -214,7 +214,7 @@ bool finite(const std::vector<float>& samples) {
 // maximum (above the engine's 44100), hosts without urid:map or options,
 // and states with missing, extra or garbled values: nothing crashes, the
 // output stays finite, and the user's folder stays empty, as a VST 2 scan
-// leaves it (DelayEffectTest.ScanLeavesTheConfigurationAlone).
+// leaves it (AudioEffectScan).
 TEST(Lv2Effect, BadInputIsHarmless) {
     Lv2Library library;
     ASSERT_TRUE(library.loaded());
