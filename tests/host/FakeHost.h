@@ -128,12 +128,13 @@ private:
 
 using MainProc = AEffect* (*)(vst::audioMasterCallback);
 
-// The built bundle's shared object, opened with dlopen.
+// A module of the built bundles (by default the VST 2 one), opened with
+// dlopen, and one of its entry points.
 class BundleLibrary {
 public:
-    explicit BundleLibrary(const char* symbol = "VSTPluginMain") {
-        handle_ = dlopen(path().c_str(), RTLD_NOW | RTLD_LOCAL);
-        if (handle_) entry_ = reinterpret_cast<MainProc>(dlsym(handle_, symbol));
+    explicit BundleLibrary(const char* symbol = "VSTPluginMain", const std::string& module = path()) {
+        handle_ = dlopen(module.c_str(), RTLD_NOW | RTLD_LOCAL);
+        if (handle_) symbol_ = dlsym(handle_, symbol);
     }
     ~BundleLibrary() {
         if (handle_) dlclose(handle_);
@@ -142,12 +143,13 @@ public:
     BundleLibrary& operator=(const BundleLibrary&) = delete;
 
     static std::string path() { return std::string(VARITAP_BUNDLE_DIR) + "/Contents/" + VARITAP_ARCH_DIR + "/Varitap.so"; }
-    bool loaded() const { return handle_ != nullptr && entry_ != nullptr; }
-    MainProc entry() const { return entry_; }
+    bool loaded() const { return symbol_ != nullptr; }
+    void* symbol() const { return symbol_; }
+    MainProc entry() const { return reinterpret_cast<MainProc>(symbol_); }
 
 private:
     void* handle_ = nullptr;
-    MainProc entry_ = nullptr;
+    void* symbol_ = nullptr;
 };
 
 // Channel pointer arrays as a host hands them over, each ending right before

@@ -4,7 +4,6 @@
 // time:Position event, as jalv or Ardour do.
 #pragma once
 
-#include <dlfcn.h>
 #include <lv2/atom/forge.h>
 #include <lv2/buf-size/buf-size.h>
 #include <lv2/core/lv2.h>
@@ -19,6 +18,7 @@
 #include <string>
 #include <vector>
 
+#include "FakeHost.h"
 #include "engine/ParameterLayout.h"
 #include "host/ParameterInfo.h"
 
@@ -29,27 +29,19 @@ inline constexpr uint32_t kLv2AudioIn = 241;
 inline constexpr uint32_t kLv2AudioOut = 243;
 inline constexpr uint32_t kLv2Control = 245;
 
-class Lv2Library {
+// The LV2 bundle's module and its plug-in, through lv2_descriptor.
+class Lv2Library : public BundleLibrary {
 public:
-    Lv2Library() {
-        handle_ = dlopen((bundlePath() + "/Contents/" VARITAP_ARCH_DIR "/Varitap.so").c_str(), RTLD_NOW | RTLD_LOCAL);
-        if (!handle_) return;
+    Lv2Library() : BundleLibrary("lv2_descriptor", bundlePath() + "/Contents/" VARITAP_ARCH_DIR "/Varitap.so") {
         using Entry = const LV2_Descriptor* (*)(uint32_t);
-        auto entry = reinterpret_cast<Entry>(dlsym(handle_, "lv2_descriptor"));
-        if (entry) descriptor_ = entry(0);
+        if (symbol()) descriptor_ = reinterpret_cast<Entry>(symbol())(0);
     }
-    ~Lv2Library() {
-        if (handle_) dlclose(handle_);
-    }
-    Lv2Library(const Lv2Library&) = delete;
-    Lv2Library& operator=(const Lv2Library&) = delete;
 
     static std::string bundlePath() { return VARITAP_LV2_BUNDLE_DIR; }
     bool loaded() const { return descriptor_ != nullptr; }
     const LV2_Descriptor* descriptor() const { return descriptor_; }
 
 private:
-    void* handle_ = nullptr;
     const LV2_Descriptor* descriptor_ = nullptr;
 };
 
