@@ -1,7 +1,7 @@
 // DelayEffect linked in-process, for what a host cannot see through the
 // record: the process-wide shared objects, the user options read at
-// construction, the editor hook, and program values re-applied over state
-// changed behind the host's back.
+// construction, the editor hook, program values re-applied over state
+// changed behind the host's back, and time information.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -114,30 +114,6 @@ TEST_F(DelayEffectShared, UserOptionsAreReadAtConstruction) {
     EXPECT_EQ(modulatorSmoothFactor(), kDefaultSmoothFactor);
 }
 
-TEST_F(DelayEffectShared, ProgramZeroReappliesItsValuesOverTheEngine) {
-    Instance effect = make();
-    effect->core().engine().tap(0).setVolume(0.1f);
-    effect->core().engine().setWetDry(0.9f);
-    effect->core().engine().modulator(2).setIndex(33);
-    // Programs 1 and -1 do not exist; 0 re-applies the stored values.
-    AEffect* e = effect->getAeffect();
-    e->dispatcher(e, effSetProgram, 0, 1, nullptr, 0.0f);
-    e->dispatcher(e, effSetProgram, 0, -1, nullptr, 0.0f);
-    EXPECT_FLOAT_EQ(effect->core().engine().tap(0).volume(), 0.1f);
-    EXPECT_EQ(e->dispatcher(e, effGetProgram, 0, 0, nullptr, 0.0f), 0);
-    e->dispatcher(e, effSetProgram, 0, 0, nullptr, 0.0f);
-    EXPECT_FLOAT_EQ(effect->core().engine().tap(0).volume(), 1.0f);
-    EXPECT_FLOAT_EQ(effect->core().engine().wetDry(), 0.563636f);
-    EXPECT_EQ(effect->core().engine().modulator(2).getIndex(), 0);
-    // Every accepted set is mirrored in the program.
-    e->setParameter(e, 92, 21.7f);
-    EXPECT_FLOAT_EQ(effect->core().program().values[92], 21.7f);
-    e->setParameter(e, -1, 0.5f);
-    e->setParameter(e, 241, 0.5f);
-    EXPECT_FLOAT_EQ(effect->core().program().values[0], 0.022728f);
-    EXPECT_FLOAT_EQ(effect->core().program().values[240], 0.0f);
-}
-
 // An editor that records what the effect tells it.
 struct RecordingEditor : PluginEditor {
     static inline int alive = 0;
@@ -151,9 +127,8 @@ struct RecordingEditor : PluginEditor {
     void idle() override { ++idles; }
 };
 
-TEST_F(DelayEffectShared, EditorHookAttachesAndHearsEveryChange) {
+TEST_F(DelayEffectShared, ProgramZeroReappliesItsValuesAndTheEditorHookHearsEveryChange) {
     setEditorFactory([](DelayEffect&) -> PluginEditor* { return new RecordingEditor; });
-    RecordingEditor::changes.clear();
     RecordingEditor::rebuilds = 0;
     RecordingEditor::idles = 0;
     Instance effect = make();
@@ -161,18 +136,34 @@ TEST_F(DelayEffectShared, EditorHookAttachesAndHearsEveryChange) {
     EXPECT_EQ(RecordingEditor::alive, 1);
     EXPECT_TRUE(e->flags & effFlagsHasEditor);
 
+    // Programs 1 and -1 do not exist; 0 re-applies the stored values over
+    // what was changed behind the host's back, and the editor hears them.
+    effect->core().engine().tap(0).setVolume(0.1f);
+    effect->core().engine().setWetDry(0.9f);
+    effect->core().engine().modulator(2).setIndex(33);
+    RecordingEditor::changes.clear();
+    e->dispatcher(e, effSetProgram, 0, 1, nullptr, 0.0f);
+    e->dispatcher(e, effSetProgram, 0, -1, nullptr, 0.0f);
+    EXPECT_FLOAT_EQ(effect->core().engine().tap(0).volume(), 0.1f);
+    EXPECT_TRUE(RecordingEditor::changes.empty());
+    EXPECT_EQ(e->dispatcher(e, effGetProgram, 0, 0, nullptr, 0.0f), 0);
+    e->dispatcher(e, effSetProgram, 0, 0, nullptr, 0.0f);
+    EXPECT_FLOAT_EQ(effect->core().engine().tap(0).volume(), 1.0f);
+    EXPECT_FLOAT_EQ(effect->core().engine().wetDry(), 0.563636f);
+    EXPECT_EQ(effect->core().engine().modulator(2).getIndex(), 0);
+    ASSERT_EQ(RecordingEditor::changes.size(), 241u);
+    EXPECT_EQ(RecordingEditor::changes.front().first, 0);
+    EXPECT_EQ(RecordingEditor::changes.back().first, 240);
+
+    // Every set reaches the editor, every accepted one the program.
     RecordingEditor::changes.clear();
     e->setParameter(e, 20, 0.3f);
     e->setParameter(e, 241, 0.4f);
     e->setParameter(e, -1, 0.5f);
     std::vector<std::pair<int32_t, float>> expected = {{20, 0.3f}, {241, 0.4f}};
     EXPECT_EQ(RecordingEditor::changes, expected);
-
-    RecordingEditor::changes.clear();
-    e->dispatcher(e, effSetProgram, 0, 0, nullptr, 0.0f);
-    ASSERT_EQ(RecordingEditor::changes.size(), 241u);
-    EXPECT_EQ(RecordingEditor::changes.front().first, 0);
-    EXPECT_EQ(RecordingEditor::changes.back().first, 240);
+    e->setParameter(e, 92, 21.7f);
+    EXPECT_FLOAT_EQ(effect->core().program().values[92], 21.7f);
 
     Arrangement two(kSpeakerArrStereo, 2), many(kSpeakerArrStereo, 30);
     e->dispatcher(e, effSetSpeakerArrangement, 0, reinterpret_cast<VstIntPtr>(two.get()), many.get(), 0);

@@ -21,11 +21,11 @@
 #include "FakeHost.h"
 #include "FakeLv2Host.h"
 #include "host/ParameterInfo.h"
-#include "persistence/Preset.h"
+#include "persistence/PresetParameters.h"
 #include "persistence/PresetLibrary.h"
-#include "persistence/PropertyValue.h"
 #include "tools/render/AudioFiles.h"
 #include "tools/render/PluginInstance.h"
+#include "tools/render/PresetFile.h"
 
 namespace varitap::test {
 namespace {
@@ -172,23 +172,16 @@ TEST_F(Formats, InitEveryFactoryPresetAndARandomStateSoundTheSame) {
     for (int32_t i = 0; i < kParameterCount; ++i) init[i] = parameterInfo(i).defaultValue;
     expectSameSamples(init, "Init");
 
+    // Every factory preset with the values Varitap applies for it.
     auto library = makeRef<PresetLibrary>();
-    ASSERT_TRUE(library->loadFile(VARITAP_BUNDLE_DIR "/Contents/Resources/varitap.factory.presets.xml", true));
-    int presets = 0;
-    for (uint32_t f = 0; f < library->folderCount(); ++f) {
-        PresetFolder* folder = library->folderAt(f);
-        for (uint32_t p = 0; p < folder->presetCount(); ++p, ++presets) {
-            Preset* preset = folder->presetAt(p);
-            std::vector<float> values = init;
-            for (int32_t i = 0; i < kParameterCount; ++i) {
-                if (const PropertyValue* v = preset->findProperty(std::to_string(i))) {
-                    values[i] = static_cast<float>(v->getFloat());
-                }
-            }
-            expectSameSamples(values, preset->getName());
-        }
+    render::loadPresetLibrary(*library, VARITAP_BUNDLE_DIR);
+    const std::vector<render::PresetEntry> presets = render::listPresets(*library);
+    EXPECT_GE(presets.size(), 30u);
+    for (const render::PresetEntry& entry : presets) {
+        std::vector<float> values = init;
+        for (const auto& [index, value] : presetParameterValues(*entry.preset)) values[index] = value;
+        expectSameSamples(values, entry.fullName);
     }
-    EXPECT_GE(presets, 30);
 
     std::mt19937 random(2024);
     std::uniform_real_distribution<float> unit(0.0f, 1.0f);
