@@ -57,7 +57,7 @@ TEST_F(AudioEffect, ExactlyThreeEntryNamesEachMakeAnInstanceAndRefusePreVst2Host
     }
 }
 
-TEST_F(AudioEffect, RecordAndDefaultAnswers) {
+TEST_F(AudioEffect, RecordDefaultAnswersAndCapabilities) {
     Plugin& plugin = *instance;
     AEffect* e = plugin.effect();
     EXPECT_EQ(e->uniqueID, 0x76727470);  // "vrtp"
@@ -107,10 +107,8 @@ TEST_F(AudioEffect, RecordAndDefaultAnswers) {
     plugin.dispatch(effEditGetRect, 0, 0, &again);
     EXPECT_EQ(again, rect);
     EXPECT_EQ(plugin.dispatch(effEditGetRect, 0, 0, nullptr), 0);
-}
 
-TEST_F(AudioEffect, CanDoAnswersOnlyItsOwnListByteForByte) {
-    Plugin& plugin = *instance;
+    // Capabilities: only its own list, byte for byte.
     for (const char* yes : {"receiveVstTimeInfo", "1in1out", "1in2out", "2in1out", "2in2out",
                             "2in4out", "4in2out", "4in4out", "4in8out", "8in4out", "8in8out"}) {
         EXPECT_EQ(plugin.dispatch(effCanDo, 0, 0, const_cast<char*>(yes)), 1) << yes;

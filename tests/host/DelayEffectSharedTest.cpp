@@ -52,13 +52,43 @@ Singletons singletons() {
             entry(PresetLibrary::current())};
 }
 
-TEST_F(DelayEffectShared, TwoInstancesShareTheSingletonsUntilTheLastCloses) {
+void setOptions(long resample, long smooth, long factor) {
+    Preferences* options = Preferences::acquire(kPreferencesDomain);
+    options->setNumber(kOptionDelayTimeResample, resample);
+    options->setNumber(kOptionSmoothDelayTimeChanges, smooth);
+    options->setNumber(kOptionSmoothFactor, factor);
+    options->release();
+}
+
+// How many taps have a flag on.
+int taps(const std::unique_ptr<Vst2Effect>& effect, bool (FilteredDelayTap::*flag)() const) {
+    int on = 0;
+    for (int t = 0; t < kTapCount; ++t) on += (effect->core().engine().tap(t).*flag)() ? 1 : 0;
+    return on;
+}
+
+// Two instances: the shared objects made by the first, shared by the second
+// and gone with the last; the user options read at construction; the host's
+// time information in the engine's terms.
+TEST_F(DelayEffectShared, InstancesShareTheSingletonsReadTheOptionsAndTheHostsTime) {
+    setOptions(1, 0, 500);
     const Singletons none = singletons();
     for (const auto& single : none) ASSERT_EQ(single.first, nullptr);
     Instance first = make();
     const Singletons one = singletons();
     for (const auto& single : one) ASSERT_NE(single.first, nullptr);
+    EXPECT_EQ(taps(first, &FilteredDelayTap::isResampling), kTapCount);
+    EXPECT_EQ(taps(first, &FilteredDelayTap::smoothsDelayChanges), 0);
+    EXPECT_EQ(modulatorSmoothFactor(), 500);
+    // The editor's Options commands flip every tap (what they store:
+    // EditorMenuTest.OptionsAreWrittenAndTakeEffect); the next instance reads them.
+    first->core().setSwitchOption(kOptionDelayTimeResample, false);
+    first->core().setSwitchOption(kOptionSmoothDelayTimeChanges, true);
+    EXPECT_EQ(taps(first, &FilteredDelayTap::isResampling), 0);
+    EXPECT_EQ(taps(first, &FilteredDelayTap::smoothsDelayChanges), kTapCount);
+
     Instance second = make();
+    EXPECT_EQ(taps(second, &FilteredDelayTap::smoothsDelayChanges), kTapCount);
     const Singletons two = singletons();
     for (size_t i = 0; i < one.size(); ++i) {
         EXPECT_EQ(two[i].first, one[i].first) << i;
@@ -70,47 +100,36 @@ TEST_F(DelayEffectShared, TwoInstancesShareTheSingletonsUntilTheLastCloses) {
     float* o[2] = {out.data(), out.data() + 256};
     for (Vst2Effect* effect : {first.get(), second.get()}) effect->getAeffect()->processReplacing(effect->getAeffect(), i, o, 256);
 
+    host.time.tempo = 90.0;
+    host.time.samplePos = 4410.0;
+    host.time.flags = kVstTempoValid | kVstTransportPlaying;
+    const HostTimeInfo* info = second->getTimeInfo(0x440);
+    ASSERT_NE(info, nullptr);
+    EXPECT_EQ(info->tempo, 90.0);
+    EXPECT_EQ(info->samplePos, 4410.0);
+    EXPECT_EQ(info->flags, kVstTempoValid | kVstTransportPlaying);
+    host.giveTime = false;
+    EXPECT_EQ(second->getTimeInfo(0x440), nullptr);
+    // Negative and non-finite rates are ignored; 0 is stored.
+    AEffect* e = second->getAeffect();
+    e->dispatcher(e, effSetSampleRate, 0, 0, nullptr, 48000.0f);
+    e->dispatcher(e, effSetSampleRate, 0, 0, nullptr, -1.0f);
+    e->dispatcher(e, effSetSampleRate, 0, 0, nullptr, std::numeric_limits<float>::infinity());
+    EXPECT_EQ(second->getSampleRate(), 48000.0f);
+    EXPECT_EQ(second->core().engine().tap(0).sampleRate(), 48000.0f);
+    e->dispatcher(e, effSetSampleRate, 0, 0, nullptr, 0.0f);
+    EXPECT_EQ(second->getSampleRate(), 0.0f);
+
     first.reset();
     EXPECT_EQ(singletons(), one);
     second.reset();
     EXPECT_EQ(singletons(), none);
-}
 
-TEST_F(DelayEffectShared, UserOptionsAreReadAtConstruction) {
-    auto setOptions = [](long resample, long smooth, long factor) {
-        Preferences* options = Preferences::acquire(kPreferencesDomain);
-        options->setNumber(kOptionDelayTimeResample, resample);
-        options->setNumber(kOptionSmoothDelayTimeChanges, smooth);
-        options->setNumber(kOptionSmoothFactor, factor);
-        options->release();
-    };
-    auto taps = [](const Instance& effect, bool (FilteredDelayTap::*flag)() const) {
-        int on = 0;
-        for (int t = 0; t < kTapCount; ++t) on += (effect->core().engine().tap(t).*flag)() ? 1 : 0;
-        return on;
-    };
-    setOptions(1, 0, 500);
-    Instance effect = make();
-    EXPECT_EQ(taps(effect, &FilteredDelayTap::isResampling), kTapCount);
-    EXPECT_EQ(taps(effect, &FilteredDelayTap::smoothsDelayChanges), 0);
-    EXPECT_EQ(modulatorSmoothFactor(), 500);
-
-    // The editor's Options commands flip every tap (what they store:
-    // EditorMenuTest.OptionsAreWrittenAndTakeEffect).
-    effect->core().setSwitchOption(kOptionDelayTimeResample, false);
-    effect->core().setSwitchOption(kOptionSmoothDelayTimeChanges, true);
-    EXPECT_EQ(taps(effect, &FilteredDelayTap::isResampling), 0);
-    EXPECT_EQ(taps(effect, &FilteredDelayTap::smoothsDelayChanges), kTapCount);
-    effect.reset();
-
-    // The next instance reads them; zero options leave the defaults.
-    effect = make();
-    EXPECT_EQ(taps(effect, &FilteredDelayTap::smoothsDelayChanges), kTapCount);
-    effect.reset();
+    // Zero options leave the defaults.
     setOptions(0, 0, 0);
     setModulatorSmoothFactor(kDefaultSmoothFactor);
-    effect = make();
-    EXPECT_EQ(taps(effect, &FilteredDelayTap::isResampling) + taps(effect, &FilteredDelayTap::smoothsDelayChanges), 0);
+    first = make();
+    EXPECT_EQ(taps(first, &FilteredDelayTap::isResampling) + taps(first, &FilteredDelayTap::smoothsDelayChanges), 0);
     EXPECT_EQ(modulatorSmoothFactor(), kDefaultSmoothFactor);
 }
 
@@ -204,29 +223,6 @@ TEST_F(DelayEffectShared, AnArrangementThatCannotBeCopiedIsRefused) {
     EXPECT_EQ(offer(stereo, mono), 0);
     EXPECT_EQ(effect->core().inputChannels(), 1);
     EXPECT_EQ(effect->core().outputChannels(), 2);
-}
-
-TEST_F(DelayEffectShared, TimeInformationReachesTheEngineInItsOwnTerms) {
-    Instance effect = make();
-    host.time.tempo = 90.0;
-    host.time.samplePos = 4410.0;
-    host.time.flags = kVstTempoValid | kVstTransportPlaying;
-    const HostTimeInfo* info = effect->getTimeInfo(0x440);
-    ASSERT_NE(info, nullptr);
-    EXPECT_EQ(info->tempo, 90.0);
-    EXPECT_EQ(info->samplePos, 4410.0);
-    EXPECT_EQ(info->flags, kVstTempoValid | kVstTransportPlaying);
-    host.giveTime = false;
-    EXPECT_EQ(effect->getTimeInfo(0x440), nullptr);
-    // Negative and non-finite rates are ignored; 0 is stored.
-    AEffect* e = effect->getAeffect();
-    e->dispatcher(e, effSetSampleRate, 0, 0, nullptr, 48000.0f);
-    e->dispatcher(e, effSetSampleRate, 0, 0, nullptr, -1.0f);
-    e->dispatcher(e, effSetSampleRate, 0, 0, nullptr, std::numeric_limits<float>::infinity());
-    EXPECT_EQ(effect->getSampleRate(), 48000.0f);
-    EXPECT_EQ(effect->core().engine().tap(0).sampleRate(), 48000.0f);
-    e->dispatcher(e, effSetSampleRate, 0, 0, nullptr, 0.0f);
-    EXPECT_EQ(effect->getSampleRate(), 0.0f);
 }
 
 }  // namespace

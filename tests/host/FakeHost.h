@@ -22,6 +22,7 @@
 #include <utility>
 #include <vector>
 
+#include "../base/TestSupport.h"
 #include "host/vst2/VstInterface.h"
 
 namespace varitap::test {
@@ -249,17 +250,12 @@ private:
     std::vector<unsigned char> bytes_;
 };
 
-// Output of a shell command, and its exit status.
+// What a shell command writes to its standard output, and its exit status.
 inline std::string commandOutput(const std::string& command, int* status = nullptr) {
-    std::string output;
-    FILE* pipe = popen(command.c_str(), "r");
-    if (!pipe) return output;
-    char buffer[4096];
-    size_t n;
-    while ((n = fread(buffer, 1, sizeof buffer, pipe)) > 0) output.append(buffer, n);
-    const int result = pclose(pipe);
+    TempDir dir;
+    const int result = std::system(("{ " + command + "; } > '" + dir / "output" + "'").c_str());
     if (status) *status = result;
-    return output;
+    return readFile(dir / "output");
 }
 
 // The fixture of the tests on the built bundle: the library and a host whose
