@@ -42,6 +42,7 @@ namespace {
 using namespace vst;
 using varitap::test::Arrangement;
 using varitap::test::FakeHost;
+using varitap::test::Plugin;
 
 // A modulator's "Index" display is the target parameter's name, up to 31
 // characters, where every other display keeps to the interface's 8. Hosts
@@ -88,7 +89,7 @@ VstSpeakerProperties* speakersOf(void* arrangement) {
 struct Session {
     const uint8_t *p, *end;
     FakeHost& host;
-    AEffect* effect = nullptr;
+    Plugin* plugin = nullptr;
     int32_t blockSize = 1024;        // the host's declared block size
     int32_t framesLeft = 4 * 44100;  // samples this input may still process
     volatile int64_t sink = 0;       // keeps the host's reads
@@ -117,10 +118,6 @@ struct Session {
         }
     }
 
-    VstIntPtr call(int32_t opcode, int32_t index, VstIntPtr value, void* ptr, float opt = 0.0f) {
-        return effect->dispatcher(effect, opcode, index, value, ptr, opt);
-    }
-
     void dispatch() {
         const uint8_t op = byte();
         const int32_t opcode = op == 255 ? static_cast<int32_t>(word()) : op % 81;
@@ -133,7 +130,7 @@ struct Session {
         if (opcode == effSetBlockSize || opcode == effSetBlockSizeAndSampleRate)
             blockSize = static_cast<int32_t>(std::clamp<VstIntPtr>(value, 0, 65536));
         const uint8_t size = byte();
-        if (size == 0) return static_cast<void>(call(opcode, index, value, nullptr, opt));
+        if (size == 0) return static_cast<void>(plugin->dispatch(opcode, index, value, nullptr, opt));
         const size_t least = leastBytes(opcode, index);
         const size_t bytes = least ? std::max(least, kTextSizes[size % 5])
                              : opcode == effEditGetRect || opcode == effGetChunk ? sizeof(void*) : 256;
@@ -145,7 +142,7 @@ struct Session {
         } else if (least) {
             std::memset(buffer.get(), byte(), bytes);  // hosts do not always clear it
         }
-        const VstIntPtr result = call(opcode, index, value, buffer.get(), opt);
+        const VstIntPtr result = plugin->dispatch(opcode, index, value, buffer.get(), opt);
         // What a host reads back: the editor's rectangle, a chunk.
         const char* handed = nullptr;
         std::memcpy(&handed, buffer.get(), sizeof handed);
@@ -155,8 +152,8 @@ struct Session {
 
     void parameter() {
         const int32_t index = this->index();
-        effect->setParameter(effect, index, real());
-        sink += effect->getParameter(effect, index) > 0.5f;
+        plugin->set(index, real());
+        sink += plugin->get(index) > 0.5f;
     }
 
     // One block through processReplacing or process with exactly the channel
@@ -168,6 +165,7 @@ struct Session {
         framesLeft -= frames;
         const uint8_t fill = byte() % 4;
         const float constant = real();
+        AEffect* effect = plugin->effect();
         const int32_t numIn = std::max(effect->numInputs, 0), numOut = std::max(effect->numOutputs, 0);
         auto inputs = block<float*>(static_cast<size_t>(numIn));
         auto outputs = block<float*>(static_cast<size_t>(numOut));
@@ -218,11 +216,11 @@ struct Session {
         if (set) {
             auto input = arrangement();
             auto output = arrangement();
-            call(effSetSpeakerArrangement, 0, reinterpret_cast<VstIntPtr>(input ? input->get() : nullptr),
+            plugin->dispatch(effSetSpeakerArrangement, 0, reinterpret_cast<VstIntPtr>(input ? input->get() : nullptr),
                  output ? output->get() : nullptr);
         }
         VstSpeakerArrangement* records[2] = {nullptr, nullptr};
-        if (!call(effGetSpeakerArrangement, 0, reinterpret_cast<VstIntPtr>(&records[0]), &records[1])) return;
+        if (!plugin->dispatch(effGetSpeakerArrangement, 0, reinterpret_cast<VstIntPtr>(&records[0]), &records[1])) return;
         for (VstSpeakerArrangement* record : records)
             for (int32_t i = 0; record && i < record->numChannels; ++i) sink += speakersOf(record)[i].type;
     }
@@ -266,8 +264,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::ofstream(varitap::test::privateConfig->dir + "/brelmo.varitap.conf")
         << "[brelmo.varitap]\nDelay Time Resample=" << (h >> 4 & 1)
         << "\nAutomation Smooth Factor=" << kSmoothFactors[h >> 5];
-    if (!(session.effect = library().entry()(&FakeHost::callback))) return 0;
+    Plugin plugin(library(), host);  // closed with effClose at the end
+    if (!plugin) return 0;
+    session.plugin = &plugin;
     session.run();
-    session.effect->dispatcher(session.effect, effClose, 0, 0, nullptr, 0.0f);
     return 0;
 }

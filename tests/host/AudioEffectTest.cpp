@@ -237,7 +237,22 @@ constexpr const char* kUntouched = Plugin::kUntouched;
 
 using ParameterModelTest = InstanceTest;
 
-TEST_F(ParameterModelTest, NamesFollowTheLayout) {
+// Set, read back and shown, in order: {index, value set, value read, display}.
+struct Row {
+    int32_t index;
+    float set, get;
+    const char* display;
+};
+
+void expectRows(Plugin& p, std::initializer_list<Row> rows) {
+    for (const Row& row : rows) {
+        p.set(row.index, row.set);
+        EXPECT_FLOAT_EQ(p.get(row.index), row.get) << row.index << " " << row.set;
+        EXPECT_EQ(p.display(row.index), row.display) << row.index << " " << row.set;
+    }
+}
+
+TEST_F(ParameterModelTest, RowsFollowTheLayoutReadBackAndShowTheirTexts) {
     Plugin& p = *instance;
     EXPECT_EQ(p.name(0), "#1 Input Channel");
     EXPECT_EQ(p.name(9), "#10 Input Channel");
@@ -261,29 +276,12 @@ TEST_F(ParameterModelTest, NamesFollowTheLayout) {
     }
     EXPECT_EQ(p.name(-1), kUntouched);
     EXPECT_EQ(p.name(INT_MIN), kUntouched);
-}
 
-// Set, read back and shown, in order: {index, value set, value read, display}.
-struct Row {
-    int32_t index;
-    float set, get;
-    const char* display;
-};
-
-void expectRows(Plugin& p, std::initializer_list<Row> rows) {
-    for (const Row& row : rows) {
-        p.set(row.index, row.set);
-        EXPECT_FLOAT_EQ(p.get(row.index), row.get) << row.index << " " << row.set;
-        EXPECT_EQ(p.display(row.index), row.display) << row.index << " " << row.set;
-    }
-}
-
-// Channel selectors show seven-place numbers; the mix a number. "Init"
-// leaves tap 3 free at length 0; its full 56000-sample line is 1269.8 ms,
-// cut to "1269". Volume 0 in decibels; filter type names; cutoff and
-// resonance show nothing. The modulators keep their oddities.
-TEST_F(ParameterModelTest, RowsReadBackAndShowTheirTexts) {
-    Plugin& p = *instance;
+    // Set, read back and shown. Channel selectors show seven-place numbers;
+    // the mix a number. "Init" leaves tap 3 free at length 0; its full
+    // 56000-sample line is 1269.8 ms, cut to "1269". Volume 0 in decibels;
+    // filter type names; cutoff and resonance show nothing. The modulators
+    // keep their oddities.
     const int tap3 = 21 + 2 * 7, m1 = 91, m10 = 91 + 9 * 15;
     EXPECT_EQ(p.display(tap3), "0.0");
     expectRows(p, {{2, 0.5f, 0.5f, "     22"},
@@ -339,10 +337,8 @@ TEST_F(ParameterModelTest, RowsReadBackAndShowTheirTexts) {
     EXPECT_EQ(p.label(tap3), "Tempo");
     p.set(tap3, 0.0f);
     EXPECT_EQ(p.display(tap3), "1/256");
-}
 
-TEST_F(ParameterModelTest, IndicesOutsideTheLayoutReachNothing) {
-    Plugin& p = *instance;
+    // Indices outside the layout reach nothing.
     std::vector<float> before;
     for (int32_t i = 0; i < 241; ++i) before.push_back(p.get(i));
     for (int32_t i : {-1, -91, INT_MIN, 241, 242, 255, 256, INT_MAX}) {

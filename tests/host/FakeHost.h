@@ -153,36 +153,6 @@ private:
     void* symbol_ = nullptr;
 };
 
-// Channel pointer arrays as a host hands them over, each ending right before
-// a page nobody may touch: a plug-in that reads or writes a channel pointer
-// past the count the record declares faults at once, in every build.
-class GuardedPointers {
-public:
-    explicit GuardedPointers(std::vector<std::vector<float>>& buffers) {
-        page_ = static_cast<size_t>(sysconf(_SC_PAGESIZE));
-        void* base = mmap(nullptr, 2 * page_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-        if (base == MAP_FAILED || buffers.size() > page_ / sizeof(float*)) {
-            ADD_FAILURE() << "no guarded page for " << buffers.size() << " channels";
-            return;
-        }
-        base_ = static_cast<char*>(base);
-        mprotect(base_ + page_, page_, PROT_NONE);
-        pointers_ = reinterpret_cast<float**>(base_ + page_) - buffers.size();
-        for (size_t i = 0; i < buffers.size(); ++i) pointers_[i] = buffers[i].data();
-    }
-    ~GuardedPointers() {
-        if (base_) munmap(base_, 2 * page_);
-    }
-    GuardedPointers(const GuardedPointers&) = delete;
-    GuardedPointers& operator=(const GuardedPointers&) = delete;
-    float** get() const { return pointers_; }
-
-private:
-    size_t page_ = 0;
-    char* base_ = nullptr;
-    float** pointers_ = nullptr;
-};
-
 // One plug-in instance, closed (effClose) by the destructor.
 class Plugin {
 public:
@@ -222,15 +192,29 @@ public:
     }
 
     // Runs processReplacing (or process) on the host's channel arrays: one
-    // pointer per buffer, the pointer arrays ending at an inaccessible page.
+    // pointer per buffer, each pointer array ending right before a page
+    // nobody may touch, so that a plug-in that reads or writes a channel
+    // pointer past the count the record declares faults at once, in every
+    // build.
     using Buffers = std::vector<std::vector<float>>;
     void processReplacing(Buffers& in, Buffers& out, int32_t frames) { run(effect_->processReplacing, in, out, frames); }
     void processAccumulating(Buffers& in, Buffers& out, int32_t frames) { run(effect_->process, in, out, frames); }
 
 private:
     void run(vst::AEffectProcessProc process, Buffers& in, Buffers& out, int32_t frames) {
-        GuardedPointers i(in), o(out);
-        process(effect_, i.get(), o.get(), frames);
+        const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+        void* pages = mmap(nullptr, 4 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        ASSERT_NE(pages, MAP_FAILED);
+        float** arrays[2];
+        Buffers* buffers[2] = {&in, &out};
+        for (int k = 0; k < 2; ++k) {
+            char* guard = static_cast<char*>(pages) + (2 * k + 1) * page;
+            mprotect(guard, page, PROT_NONE);
+            arrays[k] = reinterpret_cast<float**>(guard) - buffers[k]->size();
+            for (size_t c = 0; c < buffers[k]->size(); ++c) arrays[k][c] = (*buffers[k])[c].data();
+        }
+        process(effect_, arrays[0], arrays[1], frames);
+        munmap(pages, 4 * page);
     }
     AEffect* effect_ = nullptr;
 };
