@@ -132,17 +132,15 @@ public:
     State save() {
         State state;
         if (const LV2_State_Interface* iface = stateInterface()) {
-            saving_ = &state;
+            state_ = &state;
             iface->save(handle_, &Lv2Plugin::store, this, LV2_STATE_IS_POD | LV2_STATE_IS_PORTABLE, nullptr);
-            saving_ = nullptr;
         }
         return state;
     }
     void restore(const State& state) {
         if (const LV2_State_Interface* iface = stateInterface()) {
-            restoring_ = &state;
+            state_ = const_cast<State*>(&state);  // only read while restoring
             iface->restore(handle_, &Lv2Plugin::retrieve, this, 0, nullptr);
-            restoring_ = nullptr;
         }
     }
 
@@ -162,13 +160,13 @@ private:
     static LV2_State_Status store(void* handle, uint32_t key, const void* value, size_t size, uint32_t type, uint32_t) {
         auto* self = static_cast<Lv2Plugin*>(handle);
         const auto* bytes = static_cast<const unsigned char*>(value);
-        (*self->saving_)[self->uri(key)] = Value{self->uri(type), std::vector<unsigned char>(bytes, bytes + size)};
+        (*self->state_)[self->uri(key)] = Value{self->uri(type), std::vector<unsigned char>(bytes, bytes + size)};
         return LV2_STATE_SUCCESS;
     }
     static const void* retrieve(void* handle, uint32_t key, size_t* size, uint32_t* type, uint32_t* flags) {
         auto* self = static_cast<Lv2Plugin*>(handle);
-        auto it = self->restoring_->find(self->uri(key));
-        if (it == self->restoring_->end()) return nullptr;
+        auto it = self->state_->find(self->uri(key));
+        if (it == self->state_->end()) return nullptr;
         *size = it->second.bytes.size();
         *type = self->urid(it->second.type);
         *flags = LV2_STATE_IS_POD | LV2_STATE_IS_PORTABLE;
@@ -181,8 +179,7 @@ private:
     LV2_URID_Map map_{this, &Lv2Plugin::mapUri};
     bool active_ = false;
     alignas(8) unsigned char atoms_[256] = {};
-    const State* restoring_ = nullptr;
-    State* saving_ = nullptr;
+    State* state_ = nullptr;  // the state being saved or restored
 };
 
 }  // namespace varitap::test

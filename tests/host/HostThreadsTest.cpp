@@ -54,7 +54,7 @@ TEST_F(HostThreadsTest, ProcessAutomationTextsSuspendsAndRateChangesOnFourThread
     }
 
     std::atomic<bool> stop{false};
-    std::atomic<long> reads{0}, suspends{0}, rateChanges{0};
+    std::atomic<long> reads{0}, mainsRounds{0};
     std::thread automation([&] {
         char text[64];
         for (unsigned i = 0; !stop.load(); ++i) {
@@ -84,10 +84,9 @@ TEST_F(HostThreadsTest, ProcessAutomationTextsSuspendsAndRateChangesOnFourThread
         for (unsigned i = 0; !stop.load(); ++i) {
             plugin.dispatch(effMainsChanged, 0, 0);
             plugin.dispatch(effMainsChanged, 0, 1);
-            suspends.fetch_add(1);
             plugin.dispatch(effSetSampleRate, 0, 0, nullptr, rate[i % 3]);
             plugin.dispatch(effSetBlockSize, 0, VstIntPtr(256) << (i % 3));
-            rateChanges.fetch_add(1);
+            mainsRounds.fetch_add(1);
             std::this_thread::yield();
         }
     });
@@ -117,8 +116,7 @@ TEST_F(HostThreadsTest, ProcessAutomationTextsSuspendsAndRateChangesOnFourThread
     mains.join();
     EXPECT_TRUE(finite) << "a block came out with a sample that is not a number";
     EXPECT_GE(reads.load(), 2 * kParameterCount);
-    EXPECT_GT(suspends.load(), 0);
-    EXPECT_GT(rateChanges.load(), 0);
+    EXPECT_GT(mainsRounds.load(), 0);
     EXPECT_FALSE(host.automated.empty()) << "the modulators wrote no automation";
 }
 

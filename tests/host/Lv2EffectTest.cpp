@@ -80,57 +80,51 @@ TEST(Lv2Bundle, ValidatesAndDescribesEveryParameterAsTheVst2PluginNamesIt) {
 // varitap-render's hosts (playing from sample 0 at 120 BPM), the LV2 one
 // told the same with a time:Position event: the same parameters and blocks
 // give the same samples.
-class Formats : public ::testing::Test {
-protected:
-    static constexpr int32_t kBlock = 512;
-    static constexpr int kBlocks = 200;
-    Lv2Library lv2Library;
-
-    void SetUp() override { ASSERT_TRUE(lv2Library.loaded()); }
-
-    void expectSameSamples(const std::vector<float>& values, const std::string& what) {
-        SCOPED_TRACE(what);
-        std::string error;
-        std::unique_ptr<render::HostedPlugin> hosted[] = {render::loadPlugin(BundleLibrary::path(), error),
-                                                          render::loadPlugin(VARITAP_CLAP_MODULE, error)};
-        Lv2Plugin lv2(lv2Library, 44100.0, kBlock);
-        ASSERT_TRUE(hosted[0] && hosted[1] && lv2) << error;
-        lv2.activate();
-        for (auto& plugin : hosted) {
-            plugin->start(44100.0, kBlock, 2, 2, 120.0);
-            for (int32_t i = 0; i < kParameterCount; ++i) plugin->setParameter(i, values[i]);
-        }
-        std::copy(values.begin(), values.end(), lv2.control);
-        std::mt19937 random(7);
-        std::uniform_real_distribution<float> noise(-0.5f, 0.5f);
-        std::vector<float> in[2] = {std::vector<float>(kBlock), std::vector<float>(kBlock)};
-        std::vector<float> out[2] = {in[0], in[1]};
-        size_t differences[2] = {0, 0};
-        for (int block = 0; block < kBlocks; ++block) {
-            for (int c = 0; c < 2; ++c) {
-                for (float& x : in[c]) x = block % 40 < 4 ? noise(random) : 0.0f;
-                // The engines may scale inputs in place: each gets its own copy.
-                for (auto& plugin : hosted) std::copy(in[c].begin(), in[c].end(), plugin->inputs()[c]);
-            }
-            const float* lv2In[2] = {in[0].data(), in[1].data()};
-            float* lv2Out[2] = {out[0].data(), out[1].data()};
-            const Lv2Plugin::Position start{0, 1.0f, 120.0f};
-            lv2.run(lv2In, lv2Out, kBlock, block == 0 ? &start : nullptr);
-            for (int f = 0; f < 2; ++f) {
-                hosted[f]->process(kBlock);
-                for (int c = 0; c < 2; ++c)
-                    differences[f] += std::memcmp(hosted[f]->outputs()[c], out[c].data(), sizeof(float) * kBlock) != 0;
-            }
-        }
-        EXPECT_EQ(differences[0], 0u) << "VST 2";
-        EXPECT_EQ(differences[1], 0u) << "CLAP";
+void expectSameSamples(const Lv2Library& lv2Library, const std::vector<float>& values, const std::string& what) {
+    constexpr int32_t kBlock = 512;
+    SCOPED_TRACE(what);
+    std::string error;
+    std::unique_ptr<render::HostedPlugin> hosted[] = {render::loadPlugin(BundleLibrary::path(), error),
+                                                      render::loadPlugin(VARITAP_CLAP_MODULE, error)};
+    Lv2Plugin lv2(lv2Library, 44100.0, kBlock);
+    ASSERT_TRUE(hosted[0] && hosted[1] && lv2) << error;
+    lv2.activate();
+    for (auto& plugin : hosted) {
+        plugin->start(44100.0, kBlock, 2, 2, 120.0);
+        for (int32_t i = 0; i < kParameterCount; ++i) plugin->setParameter(i, values[i]);
     }
-};
+    std::copy(values.begin(), values.end(), lv2.control);
+    std::mt19937 random(7);
+    std::uniform_real_distribution<float> noise(-0.5f, 0.5f);
+    std::vector<float> in[2] = {std::vector<float>(kBlock), std::vector<float>(kBlock)};
+    std::vector<float> out[2] = {in[0], in[1]};
+    size_t differences[2] = {0, 0};
+    for (int block = 0; block < 200; ++block) {
+        for (int c = 0; c < 2; ++c) {
+            for (float& x : in[c]) x = block % 40 < 4 ? noise(random) : 0.0f;
+            // The engines may scale inputs in place: each gets its own copy.
+            for (auto& plugin : hosted) std::copy(in[c].begin(), in[c].end(), plugin->inputs()[c]);
+        }
+        const float* lv2In[2] = {in[0].data(), in[1].data()};
+        float* lv2Out[2] = {out[0].data(), out[1].data()};
+        const Lv2Plugin::Position start{0, 1.0f, 120.0f};
+        lv2.run(lv2In, lv2Out, kBlock, block == 0 ? &start : nullptr);
+        for (int f = 0; f < 2; ++f) {
+            hosted[f]->process(kBlock);
+            for (int c = 0; c < 2; ++c)
+                differences[f] += std::memcmp(hosted[f]->outputs()[c], out[c].data(), sizeof(float) * kBlock) != 0;
+        }
+    }
+    EXPECT_EQ(differences[0], 0u) << "VST 2";
+    EXPECT_EQ(differences[1], 0u) << "CLAP";
+}
 
-TEST_F(Formats, InitEveryFactoryPresetAndARandomStateSoundTheSame) {
+TEST(Formats, InitEveryFactoryPresetAndARandomStateSoundTheSame) {
+    Lv2Library lv2;
+    ASSERT_TRUE(lv2.loaded());
     std::vector<float> init(kParameterCount);
     for (int32_t i = 0; i < kParameterCount; ++i) init[i] = parameterInfo(i).defaultValue;
-    expectSameSamples(init, "Init");
+    expectSameSamples(lv2, init, "Init");
 
     // Every factory preset with the values Varitap applies for it.
     auto library = makeRef<PresetLibrary>();
@@ -140,7 +134,7 @@ TEST_F(Formats, InitEveryFactoryPresetAndARandomStateSoundTheSame) {
     for (const render::PresetEntry& entry : presets) {
         std::vector<float> values = init;
         for (const auto& [index, value] : presetParameterValues(*entry.preset)) values[index] = value;
-        expectSameSamples(values, entry.fullName);
+        expectSameSamples(lv2, values, entry.fullName);
     }
 
     std::mt19937 random(2024);
@@ -151,7 +145,7 @@ TEST_F(Formats, InitEveryFactoryPresetAndARandomStateSoundTheSame) {
         const bool isIndex = parameterInfo(i).kind == ParameterInfo::kInteger;
         state[i] = isIndex ? static_cast<float>(target(random)) : unit(random);
     }
-    expectSameSamples(state, "random");
+    expectSameSamples(lv2, state, "random");
 }
 
 std::vector<unsigned char> bytesOf(const void* data, size_t size) {
