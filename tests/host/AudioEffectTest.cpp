@@ -27,7 +27,7 @@ namespace {
 
 using namespace vst;
 
-using AudioEffect = InstanceTest;
+using AudioEffect = BundleTest;
 
 TEST_F(AudioEffect, ExactlyThreeEntryNamesEachMakeAnInstanceAndRefusePreVst2Hosts) {
     EXPECT_EQ(commandOutput("nm -D --defined-only --format=just-symbols '" + BundleLibrary::path() + "'"),
@@ -49,7 +49,8 @@ TEST_F(AudioEffect, ExactlyThreeEntryNamesEachMakeAnInstanceAndRefusePreVst2Host
 }
 
 TEST_F(AudioEffect, RecordDefaultAnswersAndCapabilities) {
-    Plugin& plugin = *instance;
+    Plugin plugin(library, host);
+    ASSERT_TRUE(plugin);
     AEffect* e = plugin.effect();
     EXPECT_EQ(e->uniqueID, 0x76727470);  // "vrtp"
     EXPECT_EQ(e->numPrograms, 1);
@@ -113,7 +114,8 @@ TEST_F(AudioEffect, RecordDefaultAnswersAndCapabilities) {
 }
 
 TEST_F(AudioEffect, SurvivesEveryOpcodeWithNullPointersAndOddValues) {
-    Plugin& plugin = *instance;
+    Plugin plugin(library, host);
+    ASSERT_TRUE(plugin);
     const float nan = std::numeric_limits<float>::quiet_NaN();
     const float inf = std::numeric_limits<float>::infinity();
     const struct { int32_t index; VstIntPtr value; float opt; } odds[] = {
@@ -135,8 +137,7 @@ TEST_F(AudioEffect, SurvivesEveryOpcodeWithNullPointersAndOddValues) {
         EXPECT_TRUE(std::isfinite(plugin.get(i))) << i;
     }
     plugin.dispatch(effMainsChanged, 0, 1);
-    std::vector<std::vector<float>> in(2, std::vector<float>(44101, 0.25f));
-    std::vector<std::vector<float>> out(2, std::vector<float>(44101, 7.0f));
+    Plugin::Buffers in(2, std::vector<float>(44101, 0.25f)), out(2, std::vector<float>(44101, 7.0f));
     for (int32_t frames : {0, -5, 44101}) {
         plugin.processReplacing(in, out, frames);
         plugin.processAccumulating(in, out, frames);
@@ -178,8 +179,7 @@ TEST(AudioEffectScan, HundredScansLeakNothingNeverConnectToTheDisplayAndLeaveThe
     };
     std::vector<std::filesystem::file_time_type> before;
 
-    std::vector<std::vector<float>> in(2, std::vector<float>(512, 0.5f));
-    std::vector<std::vector<float>> out(2, std::vector<float>(512, 0.0f));
+    Plugin::Buffers in(2, std::vector<float>(512, 0.5f)), out = in;
     for (int round = 0; round < 100; ++round) {
         if (round == 50) {
             EXPECT_TRUE(std::filesystem::is_empty(config.path()));
@@ -226,7 +226,7 @@ TEST(AudioEffectScan, HundredScansLeakNothingNeverConnectToTheDisplayAndLeaveThe
 
 constexpr const char* kUntouched = Plugin::kUntouched;
 
-using ParameterModelTest = InstanceTest;
+using ParameterModelTest = BundleTest;
 
 // Set, read back and shown, in order: {index, value set, value read, display}.
 struct Row {
@@ -244,7 +244,8 @@ void expectRows(Plugin& p, std::initializer_list<Row> rows) {
 }
 
 TEST_F(ParameterModelTest, RowsFollowTheLayoutReadBackAndShowTheirTexts) {
-    Plugin& p = *instance;
+    Plugin p(library, host);
+    ASSERT_TRUE(p);
     EXPECT_EQ(p.name(0), "#1 Input Channel");
     EXPECT_EQ(p.name(9), "#10 Input Channel");
     EXPECT_EQ(p.name(10), "#1 Output Channel");

@@ -98,8 +98,7 @@ TEST_F(DelayEffectTest, ArrangementsOverTwentyChannelsAreCutToTwentyAndRefused) 
     }
     plugin.set(21, 100.5f / 56000);
     plugin.set(28, 50.5f / 56000);
-    std::vector<std::vector<float>> input(2, std::vector<float>(512, 0.0f));
-    std::vector<std::vector<float>> output(2, std::vector<float>(512, 0.0f));
+    Plugin::Buffers input(2, std::vector<float>(512, 0.0f)), output = input;
     plugin.processReplacing(input, output, 512);  // the volume ramps settle
     input[0][0] = 1.0f;
     plugin.processReplacing(input, output, 512);

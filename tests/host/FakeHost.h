@@ -251,16 +251,5 @@ protected:
     FakeHost host;
 };
 
-// The fixture of the tests on one instance of the built bundle, made under
-// the host's first answers.
-class InstanceTest : public BundleTest {
-protected:
-    void SetUp() override {
-        BundleTest::SetUp();
-        instance = std::make_unique<Plugin>(library, host);
-        ASSERT_TRUE(*instance);
-    }
-    std::unique_ptr<Plugin> instance;
-};
 
 }  // namespace varitap::test

@@ -12,10 +12,9 @@
 namespace varitap::test {
 namespace {
 
-int runInstall(const std::string& prefix) {
-    std::string command = std::string("bash '") + VARITAP_SOURCE_DIR + "/scripts/install.sh' --build '" +
-                          VARITAP_BINARY_DIR + "' --prefix '" + prefix + "' >/dev/null";
-    return std::system(command.c_str());
+int runInstall(const std::string& prefix, const std::string& build = VARITAP_BINARY_DIR) {
+    return std::system((std::string("bash '") + VARITAP_SOURCE_DIR + "/scripts/install.sh' --build '" + build +
+                        "' --prefix '" + prefix + "' >/dev/null 2>&1").c_str());
 }
 
 TEST(Install, PrefixGetsOneWholeLoadableBundleOfEachFormat) {
@@ -53,9 +52,7 @@ TEST(Install, PrefixGetsOneWholeLoadableBundleOfEachFormat) {
     EXPECT_EQ(descriptor(1), nullptr);
 
     // A build folder without a bundle is refused.
-    std::string command = std::string("bash '") + VARITAP_SOURCE_DIR +
-                          "/scripts/install.sh' --build /nonexistent --prefix '" + prefix + "' 2>/dev/null";
-    EXPECT_NE(std::system(command.c_str()), 0);
+    EXPECT_NE(runInstall(prefix, "/nonexistent"), 0);
 }
 
 }  // namespace
