@@ -40,9 +40,7 @@
 namespace {
 
 using namespace vst;
-using varitap::test::Arrangement;
-using varitap::test::FakeHost;
-using varitap::test::Plugin;
+using namespace varitap::test;
 
 // A modulator's "Index" display is the target parameter's name, up to 31
 // characters, where every other display keeps to the interface's 8. Hosts
@@ -228,8 +226,8 @@ struct Session {
 
 // The bundle, loaded once the configuration folder is set and never
 // unloaded: the resident instance lives in it until the process ends.
-varitap::test::BundleLibrary& library() {
-    static auto* const loaded = new varitap::test::BundleLibrary;
+BundleLibrary& library() {
+    static auto* const loaded = new BundleLibrary;
     return *loaded;
 }
 
@@ -238,10 +236,10 @@ varitap::test::BundleLibrary& library() {
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
     // Every instance reads the options and rewrites (and syncs) the user presets
     // file on close: the tests' private folder, in TMPDIR (fuzz.sh: in memory).
-    varitap::test::privateConfig->SetUp();
-    std::atexit([] { varitap::test::privateConfig->TearDown(); });
-    if (varitap::test::privateConfig->dir.empty() || !library().loaded()) {
-        std::fprintf(stderr, "cannot load %s: %s\n", varitap::test::BundleLibrary::path().c_str(), dlerror());
+    privateConfig->SetUp();
+    std::atexit([] { privateConfig->TearDown(); });
+    if (privateConfig->dir.empty() || !library().loaded()) {
+        std::fprintf(stderr, "cannot load %s: %s\n", BundleLibrary::path().c_str(), dlerror());
         std::exit(1);
     }
     // One instance stays open for the whole run, like the plug-in on another track:
@@ -261,7 +259,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     host.connectedOutputs = session.byte() % 25;
     // The smoothing factor is process-wide and kept when the option is 0:
     // every input sets it, so that no input depends on the one before.
-    std::ofstream(varitap::test::privateConfig->dir + "/brelmo.varitap.conf")
+    std::ofstream(privateConfig->dir + "/brelmo.varitap.conf")
         << "[brelmo.varitap]\nDelay Time Resample=" << (h >> 4 & 1)
         << "\nAutomation Smooth Factor=" << kSmoothFactors[h >> 5];
     Plugin plugin(library(), host);  // closed with effClose at the end

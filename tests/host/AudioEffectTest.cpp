@@ -13,9 +13,9 @@
 
 #include <climits>
 #include <cmath>
-#include <initializer_list>
 #include <cstdio>
 #include <filesystem>
+#include <initializer_list>
 #include <limits>
 #include <string>
 

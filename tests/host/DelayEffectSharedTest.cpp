@@ -7,7 +7,6 @@
 #include <cstdlib>
 #include <limits>
 #include <memory>
-#include <string>
 #include <vector>
 
 #include "../base/TestSupport.h"
@@ -148,8 +147,6 @@ struct RecordingEditor : PluginEditor {
 
 TEST_F(DelayEffectShared, ProgramZeroReappliesItsValuesAndTheEditorHookHearsEveryChange) {
     setEditorFactory([](DelayEffect&) -> PluginEditor* { return new RecordingEditor; });
-    RecordingEditor::rebuilds = 0;
-    RecordingEditor::idles = 0;
     Instance effect = make();
     AEffect* e = effect->getAeffect();
     EXPECT_EQ(RecordingEditor::alive, 1);
@@ -215,12 +212,9 @@ TEST_F(DelayEffectShared, AnArrangementThatCannotBeCopiedIsRefused) {
     auto effect = std::make_unique<FailingCopies>(&FakeHost::callback);
     Arrangement mono(kSpeakerArrMono, 1), stereo(kSpeakerArrStereo, 2);
     AEffect* e = effect->getAeffect();
-    auto offer = [&](Arrangement& in, Arrangement& out) {
-        return e->dispatcher(e, effSetSpeakerArrangement, 0, reinterpret_cast<VstIntPtr>(in.get()), out.get(), 0.0f);
-    };
-    EXPECT_EQ(offer(mono, stereo), 1);
+    EXPECT_EQ(e->dispatcher(e, effSetSpeakerArrangement, 0, VstIntPtr(mono.get()), stereo.get(), 0.0f), 1);
     effect->fail = true;
-    EXPECT_EQ(offer(stereo, mono), 0);
+    EXPECT_EQ(e->dispatcher(e, effSetSpeakerArrangement, 0, VstIntPtr(stereo.get()), mono.get(), 0.0f), 0);
     EXPECT_EQ(effect->core().inputChannels(), 1);
     EXPECT_EQ(effect->core().outputChannels(), 2);
 }

@@ -14,10 +14,8 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
 #include <filesystem>
-#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -42,9 +40,8 @@ public:
         // one-time set-up (pixman's implementations, libxml2's parser
         // state) is theirs, and a leak check across loads must see only
         // Varitap's allocations.
-        for (const char* library : {"libxml2.so.2", "libcairo.so.2", "libglib-2.0.so.0", "libxcb.so.1"}) {
+        for (const char* library : {"libxml2.so.2", "libcairo.so.2", "libglib-2.0.so.0", "libxcb.so.1"})
             dlopen(library, RTLD_NOW | RTLD_LOCAL);
-        }
         const char* tmp = getenv("TMPDIR");
         std::string pattern = std::string(tmp ? tmp : "/tmp") + "/varitap-host-config-XXXXXX";
         if (mkdtemp(pattern.data())) {

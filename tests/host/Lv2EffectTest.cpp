@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <memory>
@@ -30,8 +29,6 @@
 namespace varitap::test {
 namespace {
 
-std::string lv2Path() { return Lv2Library::bundlePath() + "/.."; }
-
 TEST(Lv2Bundle, ValidatesAndDescribesEveryParameterAsTheVst2PluginNamesIt) {
     int status = -1;
     const std::string bundle = Lv2Library::bundlePath();
@@ -40,7 +37,7 @@ TEST(Lv2Bundle, ValidatesAndDescribesEveryParameterAsTheVst2PluginNamesIt) {
     EXPECT_EQ(status, 0) << validation;
     EXPECT_NE(validation.find("Found 0 errors"), std::string::npos) << validation;
 
-    const std::string info = commandOutput("LV2_PATH='" + lv2Path() + "' lv2info urn:brelmo:varitap 2>&1", &status);
+    const std::string info = commandOutput("LV2_PATH='" + bundle + "/..' lv2info urn:brelmo:varitap 2>&1", &status);
     ASSERT_EQ(status, 0) << info;
     auto count = [&](const char* word) {
         const std::regex pattern(word);
