@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <string>
 
+#include "../presets/PresetTestSupport.h"
 #include "persistence/ByteStream.h"
 #include "persistence/PresetLibrary.h"
 #include "persistence/PresetXmlReader.h"
@@ -19,20 +20,14 @@ namespace {
 
 using namespace varitap;
 
-// The root list of a parse, retained past the reader's life; null if none.
-// The bytes are read from an anonymous file in memory through the stream the
-// plug-in reads its presets file with, in pieces of the size libxml2 asks for.
+// The root list of a parse, null if none: the bytes in an anonymous file in
+// memory, parsed as the preset tests parse a file (through the stream the
+// plug-in reads its presets file with, in pieces of the size libxml2 asks for).
 RefPtr<PropertyList> parse(const uint8_t* data, size_t size) {
     const int file = memfd_create("presets", 0);
-    if (file < 0) return nullptr;
-    RefPtr<PropertyList> root;
-    if (write(file, data, size) == static_cast<ssize_t>(size) && lseek(file, 0, SEEK_SET) == 0) {
-        auto input = makeRef<FileStream>(file);
-        auto reader = makeRef<PresetXmlReader>(input.get());
-        reader->parse();
-        root = RefPtr<PropertyList>(reader->result());
-    }
-    close(file);
+    const bool written = file >= 0 && write(file, data, size) == static_cast<ssize_t>(size);
+    RefPtr<PropertyList> root = written ? test::parseFile("/proc/self/fd/" + std::to_string(file)) : nullptr;
+    if (file >= 0) close(file);
     return root;
 }
 
