@@ -23,26 +23,24 @@
 // Arguments: index() is a byte (0..240, a parameter) or integer(); integer()
 // and real() are an edge (0, ±1, limits, NaN, ±inf, tiny, huge) for a byte
 // below 16, raw bits from the next four below 32, else small (real(): 0..1).
-#include <dlfcn.h>
-#include <stdlib.h>
-
 #include <algorithm>
 #include <cfloat>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
-#include "host/vst2/VstInterface.h"
+#include "../host/FakeHost.h"
 
 namespace {
 
 using namespace vst;
+using namespace varitap::test;
 
 // A modulator's "Index" display is the target parameter's name, up to 31
 // characters, where every other display keeps to the interface's 8. Hosts
@@ -85,31 +83,11 @@ VstSpeakerProperties* speakersOf(void* arrangement) {
     return reinterpret_cast<VstSpeakerProperties*>(speakers);
 }
 
-// What the host answers the plug-in.
-struct Host {
-    VstIntPtr version = 2400;
-    bool steinberg = false, vendorFails = false, giveTime = true;
-    int connectedInputs = 2, connectedOutputs = 2;
-    VstTimeInfo time{0.0, 44100.0, 0.0, 0.0, 120.0, 0.0, 0.0, 0.0, 4, 4, 0, 0, 0, kVstTempoValid};
-} host;
-
-VstIntPtr callback(AEffect*, int32_t opcode, int32_t index, VstIntPtr value, void* ptr, float) {
-    switch (opcode) {
-        case audioMasterVersion: return host.version;
-        case audioMasterGetVendorString:  // into the plug-in's buffer of at least 64 bytes
-            if (host.vendorFails || !ptr) return 0;
-            return std::strcpy(static_cast<char*>(ptr), host.steinberg ? "Steinberg" : "Fuzz Host") != nullptr;
-        case audioMasterPinConnected:  // 0 means connected
-            return index >= 0 && index < (value ? host.connectedOutputs : host.connectedInputs) ? 0 : 1;
-        case audioMasterGetTime: return host.giveTime ? reinterpret_cast<VstIntPtr>(&host.time) : 0;
-        default: return 0;
-    }
-}
-
 // One input played on one instance: the byte reader and the commands.
 struct Session {
     const uint8_t *p, *end;
-    AEffect* effect = nullptr;
+    FakeHost& host;
+    Plugin* plugin = nullptr;
     int32_t blockSize = 1024;        // the host's declared block size
     int32_t framesLeft = 4 * 44100;  // samples this input may still process
     volatile int64_t sink = 0;       // keeps the host's reads
@@ -138,10 +116,6 @@ struct Session {
         }
     }
 
-    VstIntPtr call(int32_t opcode, int32_t index, VstIntPtr value, void* ptr, float opt = 0.0f) {
-        return effect->dispatcher(effect, opcode, index, value, ptr, opt);
-    }
-
     void dispatch() {
         const uint8_t op = byte();
         const int32_t opcode = op == 255 ? static_cast<int32_t>(word()) : op % 81;
@@ -154,7 +128,7 @@ struct Session {
         if (opcode == effSetBlockSize || opcode == effSetBlockSizeAndSampleRate)
             blockSize = static_cast<int32_t>(std::clamp<VstIntPtr>(value, 0, 65536));
         const uint8_t size = byte();
-        if (size == 0) return static_cast<void>(call(opcode, index, value, nullptr, opt));
+        if (size == 0) return static_cast<void>(plugin->dispatch(opcode, index, value, nullptr, opt));
         const size_t least = leastBytes(opcode, index);
         const size_t bytes = least ? std::max(least, kTextSizes[size % 5])
                              : opcode == effEditGetRect || opcode == effGetChunk ? sizeof(void*) : 256;
@@ -166,7 +140,7 @@ struct Session {
         } else if (least) {
             std::memset(buffer.get(), byte(), bytes);  // hosts do not always clear it
         }
-        const VstIntPtr result = call(opcode, index, value, buffer.get(), opt);
+        const VstIntPtr result = plugin->dispatch(opcode, index, value, buffer.get(), opt);
         // What a host reads back: the editor's rectangle, a chunk.
         const char* handed = nullptr;
         std::memcpy(&handed, buffer.get(), sizeof handed);
@@ -176,8 +150,8 @@ struct Session {
 
     void parameter() {
         const int32_t index = this->index();
-        effect->setParameter(effect, index, real());
-        sink += effect->getParameter(effect, index) > 0.5f;
+        plugin->set(index, real());
+        sink += plugin->get(index) > 0.5f;
     }
 
     // One block through processReplacing or process with exactly the channel
@@ -189,6 +163,7 @@ struct Session {
         framesLeft -= frames;
         const uint8_t fill = byte() % 4;
         const float constant = real();
+        AEffect* effect = plugin->effect();
         const int32_t numIn = std::max(effect->numInputs, 0), numOut = std::max(effect->numOutputs, 0);
         auto inputs = block<float*>(static_cast<size_t>(numIn));
         auto outputs = block<float*>(static_cast<size_t>(numOut));
@@ -224,18 +199,13 @@ struct Session {
         }
     }
 
-    // A record as a host builds one: room for at least eight speakers.
-    std::unique_ptr<char[]> arrangement() {
+    // A record as a host builds one (room for at least eight speakers), or none.
+    std::optional<Arrangement> arrangement() {
         const uint8_t channels = byte(), type = byte();
-        if (channels == 255) return nullptr;
-        const int32_t n = channels % 26;
-        auto bytes = block<char>(offsetof(VstSpeakerArrangement, speakers) +
-                                 size_t(std::max(n, 8)) * sizeof(VstSpeakerProperties));
-        auto* record = reinterpret_cast<VstSpeakerArrangement*>(bytes.get());
-        record->type = type < 4 ? type - 2 : type;
-        record->numChannels = n;
-        for (int32_t i = 0; i < n; ++i) speakersOf(record)[i].type = i + 1;
-        return bytes;
+        if (channels == 255) return std::nullopt;
+        std::optional<Arrangement> made(std::in_place, type < 4 ? type - 2 : type, channels % 26);
+        for (int32_t i = 0; i < channels % 26; ++i) speakersOf(made->get())[i].type = i + 1;
+        return made;
     }
 
     // Sets two records (when set), then reads the plug-in's as a host does:
@@ -244,53 +214,57 @@ struct Session {
         if (set) {
             auto input = arrangement();
             auto output = arrangement();
-            call(effSetSpeakerArrangement, 0, reinterpret_cast<VstIntPtr>(input.get()), output.get());
+            plugin->dispatch(effSetSpeakerArrangement, 0, reinterpret_cast<VstIntPtr>(input ? input->get() : nullptr),
+                 output ? output->get() : nullptr);
         }
         VstSpeakerArrangement* records[2] = {nullptr, nullptr};
-        if (!call(effGetSpeakerArrangement, 0, reinterpret_cast<VstIntPtr>(&records[0]), &records[1])) return;
+        if (!plugin->dispatch(effGetSpeakerArrangement, 0, reinterpret_cast<VstIntPtr>(&records[0]), &records[1])) return;
         for (VstSpeakerArrangement* record : records)
             for (int32_t i = 0; record && i < record->numChannels; ++i) sink += speakersOf(record)[i].type;
     }
 };
 
-AEffect* (*entry)(audioMasterCallback) = nullptr;
-std::string configDir;
+// The bundle, loaded once the configuration folder is set and never
+// unloaded: the resident instance lives in it until the process ends.
+BundleLibrary& library() {
+    static auto* const loaded = new BundleLibrary;
+    return *loaded;
+}
 
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    // Every instance reads the options and rewrites (and syncs) the user presets file
-    // on close: a private folder, never the user's; in TMPDIR, else in memory.
-    const char* tmp = getenv("TMPDIR");
-    std::string dir = std::string(tmp ? tmp : std::filesystem::is_directory("/dev/shm") ? "/dev/shm" : "/tmp") +
-                      "/varitap-fuzz-XXXXXX";
-    if (mkdtemp(dir.data())) {
-        configDir = dir;
-        setenv("XDG_CONFIG_HOME", dir.c_str(), 1);
-        std::atexit([] { std::filesystem::remove_all(configDir); });
-    }
-    void* module = configDir.empty() ? nullptr : dlopen(VARITAP_PLUGIN_PATH, RTLD_NOW | RTLD_LOCAL);
-    entry = module ? reinterpret_cast<decltype(entry)>(dlsym(module, "VSTPluginMain")) : nullptr;
-    if (!entry) {
-        std::fprintf(stderr, "cannot load %s: %s\n", VARITAP_PLUGIN_PATH, dlerror());
+    // Every instance reads the options and rewrites (and syncs) the user presets
+    // file on close: the tests' private folder, in TMPDIR (fuzz.sh: in memory).
+    privateConfig->SetUp();
+    std::atexit([] { privateConfig->TearDown(); });
+    if (privateConfig->dir.empty() || !library().loaded()) {
+        std::fprintf(stderr, "cannot load %s: %s\n", BundleLibrary::path().c_str(), dlerror());
         std::exit(1);
     }
     // One instance stays open for the whole run, like the plug-in on another track:
     // the shared preset library (with the factory file) is loaded once, not per input.
-    static AEffect* const resident = entry(&callback);
+    static FakeHost residentHost;
+    static AEffect* const resident = library().entry()(&FakeHost::callback);
     return resident ? 0 : 1;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    Session session{data, data + size};
+    FakeHost host;
+    Session session{data, data + size, host};
     const uint8_t h = session.byte();
-    host = Host{kVersions[h & 3], (h & 4) != 0, (h & 8) != 0, true, session.byte() % 25, session.byte() % 25};
+    host.version = kVersions[h & 3];
+    host.vendor = h & 8 ? "" : h & 4 ? "Steinberg" : "Fuzz Host";
+    host.connectedInputs = session.byte() % 25;
+    host.connectedOutputs = session.byte() % 25;
     // The smoothing factor is process-wide and kept when the option is 0:
     // every input sets it, so that no input depends on the one before.
-    std::ofstream(configDir + "/brelmo.varitap.conf") << "[brelmo.varitap]\nDelay Time Resample=" << (h >> 4 & 1)
-                                                       << "\nAutomation Smooth Factor=" << kSmoothFactors[h >> 5];
-    if (!(session.effect = entry(&callback))) return 0;
+    std::ofstream(privateConfig->dir + "/brelmo.varitap.conf")
+        << "[brelmo.varitap]\nDelay Time Resample=" << (h >> 4 & 1)
+        << "\nAutomation Smooth Factor=" << kSmoothFactors[h >> 5];
+    Plugin plugin(library(), host);  // closed with effClose at the end
+    if (!plugin) return 0;
+    session.plugin = &plugin;
     session.run();
-    session.effect->dispatcher(session.effect, effClose, 0, 0, nullptr, 0.0f);
     return 0;
 }

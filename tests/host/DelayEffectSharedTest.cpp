@@ -1,13 +1,12 @@
 // DelayEffect linked in-process, for what a host cannot see through the
 // record: the process-wide shared objects, the user options read at
-// construction, the editor hook, and program values re-applied over state
-// changed behind the host's back.
+// construction, the editor hook, program values re-applied over state
+// changed behind the host's back, and time information.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <limits>
 #include <memory>
-#include <string>
 #include <vector>
 
 #include "../base/TestSupport.h"
@@ -36,18 +35,10 @@ protected:
         setModulatorSmoothFactor(kDefaultSmoothFactor);
     }
 
-    // An instance made through the entry point's own call, closed through
-    // its record as a host closes it.
-    struct Close {
-        void operator()(Vst2Effect* effect) const {
-            effect->getAeffect()->dispatcher(effect->getAeffect(), effClose, 0, 0, nullptr, 0.0f);
-        }
-    };
-    using Instance = std::unique_ptr<Vst2Effect, Close>;
-    static Instance make() {
-        AEffect* e = createDelayEffect(&FakeHost::callback);
-        return Instance(e ? Vst2Effect::fromRecord(e) : nullptr);
-    }
+    // An instance made as the entry point makes it (its effClose deletes it
+    // the same way).
+    using Instance = std::unique_ptr<Vst2Effect>;
+    static Instance make() { return std::make_unique<Vst2Effect>(&FakeHost::callback); }
 };
 
 // The process-wide shared objects, each with its retain count.
@@ -60,15 +51,43 @@ Singletons singletons() {
             entry(PresetLibrary::current())};
 }
 
-TEST_F(DelayEffectShared, TwoInstancesShareTheSingletonsUntilTheLastCloses) {
+void setOptions(long resample, long smooth, long factor) {
+    Preferences* options = Preferences::acquire(kPreferencesDomain);
+    options->setNumber(kOptionDelayTimeResample, resample);
+    options->setNumber(kOptionSmoothDelayTimeChanges, smooth);
+    options->setNumber(kOptionSmoothFactor, factor);
+    options->release();
+}
+
+// How many taps have a flag on.
+int taps(const std::unique_ptr<Vst2Effect>& effect, bool (FilteredDelayTap::*flag)() const) {
+    int on = 0;
+    for (int t = 0; t < kTapCount; ++t) on += (effect->core().engine().tap(t).*flag)() ? 1 : 0;
+    return on;
+}
+
+// Two instances: the shared objects made by the first, shared by the second
+// and gone with the last; the user options read at construction; the host's
+// time information in the engine's terms.
+TEST_F(DelayEffectShared, InstancesShareTheSingletonsReadTheOptionsAndTheHostsTime) {
+    setOptions(1, 0, 500);
     const Singletons none = singletons();
     for (const auto& single : none) ASSERT_EQ(single.first, nullptr);
     Instance first = make();
-    ASSERT_NE(first, nullptr);
     const Singletons one = singletons();
     for (const auto& single : one) ASSERT_NE(single.first, nullptr);
+    EXPECT_EQ(taps(first, &FilteredDelayTap::isResampling), kTapCount);
+    EXPECT_EQ(taps(first, &FilteredDelayTap::smoothsDelayChanges), 0);
+    EXPECT_EQ(modulatorSmoothFactor(), 500);
+    // The editor's Options commands flip every tap (what they store:
+    // EditorMenuTest.OptionsAreWrittenAndTakeEffect); the next instance reads them.
+    first->core().setSwitchOption(kOptionDelayTimeResample, false);
+    first->core().setSwitchOption(kOptionSmoothDelayTimeChanges, true);
+    EXPECT_EQ(taps(first, &FilteredDelayTap::isResampling), 0);
+    EXPECT_EQ(taps(first, &FilteredDelayTap::smoothsDelayChanges), kTapCount);
+
     Instance second = make();
-    ASSERT_NE(second, nullptr);
+    EXPECT_EQ(taps(second, &FilteredDelayTap::smoothsDelayChanges), kTapCount);
     const Singletons two = singletons();
     for (size_t i = 0; i < one.size(); ++i) {
         EXPECT_EQ(two[i].first, one[i].first) << i;
@@ -80,80 +99,37 @@ TEST_F(DelayEffectShared, TwoInstancesShareTheSingletonsUntilTheLastCloses) {
     float* o[2] = {out.data(), out.data() + 256};
     for (Vst2Effect* effect : {first.get(), second.get()}) effect->getAeffect()->processReplacing(effect->getAeffect(), i, o, 256);
 
+    host.time.tempo = 90.0;
+    host.time.samplePos = 4410.0;
+    host.time.flags = kVstTempoValid | kVstTransportPlaying;
+    const HostTimeInfo* info = second->getTimeInfo(0x440);
+    ASSERT_NE(info, nullptr);
+    EXPECT_EQ(info->tempo, 90.0);
+    EXPECT_EQ(info->samplePos, 4410.0);
+    EXPECT_EQ(info->flags, kVstTempoValid | kVstTransportPlaying);
+    host.giveTime = false;
+    EXPECT_EQ(second->getTimeInfo(0x440), nullptr);
+    // Negative and non-finite rates are ignored; 0 is stored.
+    AEffect* e = second->getAeffect();
+    e->dispatcher(e, effSetSampleRate, 0, 0, nullptr, 48000.0f);
+    e->dispatcher(e, effSetSampleRate, 0, 0, nullptr, -1.0f);
+    e->dispatcher(e, effSetSampleRate, 0, 0, nullptr, std::numeric_limits<float>::infinity());
+    EXPECT_EQ(second->getSampleRate(), 48000.0f);
+    EXPECT_EQ(second->core().engine().tap(0).sampleRate(), 48000.0f);
+    e->dispatcher(e, effSetSampleRate, 0, 0, nullptr, 0.0f);
+    EXPECT_EQ(second->getSampleRate(), 0.0f);
+
     first.reset();
     EXPECT_EQ(singletons(), one);
     second.reset();
     EXPECT_EQ(singletons(), none);
-}
 
-TEST_F(DelayEffectShared, UserOptionsAreReadAtConstruction) {
-    auto setOptions = [](long resample, long smooth, long factor) {
-        Preferences* options = Preferences::acquire(kPreferencesDomain);
-        options->setNumber(kOptionDelayTimeResample, resample);
-        options->setNumber(kOptionSmoothDelayTimeChanges, smooth);
-        options->setNumber(kOptionSmoothFactor, factor);
-        options->release();
-    };
-    auto taps = [](const Instance& effect, bool (FilteredDelayTap::*flag)() const) {
-        int on = 0;
-        for (int t = 0; t < kTapCount; ++t) on += (effect->core().engine().tap(t).*flag)() ? 1 : 0;
-        return on;
-    };
-    setOptions(1, 0, 500);
-    Instance effect = make();
-    ASSERT_NE(effect, nullptr);
-    EXPECT_EQ(taps(effect, &FilteredDelayTap::isResampling), kTapCount);
-    EXPECT_EQ(taps(effect, &FilteredDelayTap::smoothsDelayChanges), 0);
-    EXPECT_EQ(modulatorSmoothFactor(), 500);
-
-    // The editor's Options commands write an option and flip every tap.
-    effect->core().setSwitchOption(kOptionDelayTimeResample, false);
-    effect->core().setSwitchOption(kOptionSmoothDelayTimeChanges, true);
-    EXPECT_EQ(taps(effect, &FilteredDelayTap::isResampling), 0);
-    EXPECT_EQ(taps(effect, &FilteredDelayTap::smoothsDelayChanges), kTapCount);
-    long stored = -1;
-    EXPECT_TRUE(Preferences::current()->getNumber(kOptionDelayTimeResample, &stored, -1));
-    EXPECT_EQ(stored, 0);
-    EXPECT_TRUE(Preferences::current()->getNumber(kOptionSmoothDelayTimeChanges, &stored, -1));
-    EXPECT_EQ(stored, 1);
-    effect.reset();
-
-    // The next instance reads them; zero options leave the defaults.
-    effect = make();
-    ASSERT_NE(effect, nullptr);
-    EXPECT_EQ(taps(effect, &FilteredDelayTap::smoothsDelayChanges), kTapCount);
-    effect.reset();
+    // Zero options leave the defaults.
     setOptions(0, 0, 0);
     setModulatorSmoothFactor(kDefaultSmoothFactor);
-    effect = make();
-    ASSERT_NE(effect, nullptr);
-    EXPECT_EQ(taps(effect, &FilteredDelayTap::isResampling) + taps(effect, &FilteredDelayTap::smoothsDelayChanges), 0);
+    first = make();
+    EXPECT_EQ(taps(first, &FilteredDelayTap::isResampling) + taps(first, &FilteredDelayTap::smoothsDelayChanges), 0);
     EXPECT_EQ(modulatorSmoothFactor(), kDefaultSmoothFactor);
-}
-
-TEST_F(DelayEffectShared, ProgramZeroReappliesItsValuesOverTheEngine) {
-    Instance effect = make();
-    ASSERT_NE(effect, nullptr);
-    effect->core().engine().tap(0).setVolume(0.1f);
-    effect->core().engine().setWetDry(0.9f);
-    effect->core().engine().modulator(2).setIndex(33);
-    // Programs 1 and -1 do not exist; 0 re-applies the stored values.
-    AEffect* e = effect->getAeffect();
-    e->dispatcher(e, effSetProgram, 0, 1, nullptr, 0.0f);
-    e->dispatcher(e, effSetProgram, 0, -1, nullptr, 0.0f);
-    EXPECT_FLOAT_EQ(effect->core().engine().tap(0).volume(), 0.1f);
-    EXPECT_EQ(e->dispatcher(e, effGetProgram, 0, 0, nullptr, 0.0f), 0);
-    e->dispatcher(e, effSetProgram, 0, 0, nullptr, 0.0f);
-    EXPECT_FLOAT_EQ(effect->core().engine().tap(0).volume(), 1.0f);
-    EXPECT_FLOAT_EQ(effect->core().engine().wetDry(), 0.563636f);
-    EXPECT_EQ(effect->core().engine().modulator(2).getIndex(), 0);
-    // Every accepted set is mirrored in the program.
-    e->setParameter(e, 92, 21.7f);
-    EXPECT_FLOAT_EQ(effect->core().program().values[92], 21.7f);
-    e->setParameter(e, -1, 0.5f);
-    e->setParameter(e, 241, 0.5f);
-    EXPECT_FLOAT_EQ(effect->core().program().values[0], 0.022728f);
-    EXPECT_FLOAT_EQ(effect->core().program().values[240], 0.0f);
 }
 
 // An editor that records what the effect tells it.
@@ -169,29 +145,41 @@ struct RecordingEditor : PluginEditor {
     void idle() override { ++idles; }
 };
 
-TEST_F(DelayEffectShared, EditorHookAttachesAndHearsEveryChange) {
+TEST_F(DelayEffectShared, ProgramZeroReappliesItsValuesAndTheEditorHookHearsEveryChange) {
     setEditorFactory([](DelayEffect&) -> PluginEditor* { return new RecordingEditor; });
-    RecordingEditor::changes.clear();
-    RecordingEditor::rebuilds = 0;
-    RecordingEditor::idles = 0;
     Instance effect = make();
-    ASSERT_NE(effect, nullptr);
     AEffect* e = effect->getAeffect();
     EXPECT_EQ(RecordingEditor::alive, 1);
     EXPECT_TRUE(e->flags & effFlagsHasEditor);
 
+    // Programs 1 and -1 do not exist; 0 re-applies the stored values over
+    // what was changed behind the host's back, and the editor hears them.
+    effect->core().engine().tap(0).setVolume(0.1f);
+    effect->core().engine().setWetDry(0.9f);
+    effect->core().engine().modulator(2).setIndex(33);
+    RecordingEditor::changes.clear();
+    e->dispatcher(e, effSetProgram, 0, 1, nullptr, 0.0f);
+    e->dispatcher(e, effSetProgram, 0, -1, nullptr, 0.0f);
+    EXPECT_FLOAT_EQ(effect->core().engine().tap(0).volume(), 0.1f);
+    EXPECT_TRUE(RecordingEditor::changes.empty());
+    EXPECT_EQ(e->dispatcher(e, effGetProgram, 0, 0, nullptr, 0.0f), 0);
+    e->dispatcher(e, effSetProgram, 0, 0, nullptr, 0.0f);
+    EXPECT_FLOAT_EQ(effect->core().engine().tap(0).volume(), 1.0f);
+    EXPECT_FLOAT_EQ(effect->core().engine().wetDry(), 0.563636f);
+    EXPECT_EQ(effect->core().engine().modulator(2).getIndex(), 0);
+    ASSERT_EQ(RecordingEditor::changes.size(), 241u);
+    EXPECT_EQ(RecordingEditor::changes.front().first, 0);
+    EXPECT_EQ(RecordingEditor::changes.back().first, 240);
+
+    // Every set reaches the editor, every accepted one the program.
     RecordingEditor::changes.clear();
     e->setParameter(e, 20, 0.3f);
     e->setParameter(e, 241, 0.4f);
     e->setParameter(e, -1, 0.5f);
     std::vector<std::pair<int32_t, float>> expected = {{20, 0.3f}, {241, 0.4f}};
     EXPECT_EQ(RecordingEditor::changes, expected);
-
-    RecordingEditor::changes.clear();
-    e->dispatcher(e, effSetProgram, 0, 0, nullptr, 0.0f);
-    ASSERT_EQ(RecordingEditor::changes.size(), 241u);
-    EXPECT_EQ(RecordingEditor::changes.front().first, 0);
-    EXPECT_EQ(RecordingEditor::changes.back().first, 240);
+    e->setParameter(e, 92, 21.7f);
+    EXPECT_FLOAT_EQ(effect->core().program().values[92], 21.7f);
 
     Arrangement two(kSpeakerArrStereo, 2), many(kSpeakerArrStereo, 30);
     e->dispatcher(e, effSetSpeakerArrangement, 0, reinterpret_cast<VstIntPtr>(two.get()), many.get(), 0);
@@ -221,42 +209,14 @@ TEST_F(DelayEffectShared, AnArrangementThatCannotBeCopiedIsRefused) {
         }
         bool fail = false;
     };
-    auto* effect = new FailingCopies(&FakeHost::callback);
-    Instance owner(effect);
+    auto effect = std::make_unique<FailingCopies>(&FakeHost::callback);
     Arrangement mono(kSpeakerArrMono, 1), stereo(kSpeakerArrStereo, 2);
     AEffect* e = effect->getAeffect();
-    auto offer = [&](Arrangement& in, Arrangement& out) {
-        return e->dispatcher(e, effSetSpeakerArrangement, 0, reinterpret_cast<VstIntPtr>(in.get()), out.get(), 0.0f);
-    };
-    EXPECT_EQ(offer(mono, stereo), 1);
+    EXPECT_EQ(e->dispatcher(e, effSetSpeakerArrangement, 0, VstIntPtr(mono.get()), stereo.get(), 0.0f), 1);
     effect->fail = true;
-    EXPECT_EQ(offer(stereo, mono), 0);
+    EXPECT_EQ(e->dispatcher(e, effSetSpeakerArrangement, 0, VstIntPtr(stereo.get()), mono.get(), 0.0f), 0);
     EXPECT_EQ(effect->core().inputChannels(), 1);
     EXPECT_EQ(effect->core().outputChannels(), 2);
-}
-
-TEST_F(DelayEffectShared, TimeInformationReachesTheEngineInItsOwnTerms) {
-    Instance effect = make();
-    ASSERT_NE(effect, nullptr);
-    host.time.tempo = 90.0;
-    host.time.samplePos = 4410.0;
-    host.time.flags = kVstTempoValid | kVstTransportPlaying;
-    const HostTimeInfo* info = effect->getTimeInfo(0x440);
-    ASSERT_NE(info, nullptr);
-    EXPECT_EQ(info->tempo, 90.0);
-    EXPECT_EQ(info->samplePos, 4410.0);
-    EXPECT_EQ(info->flags, kVstTempoValid | kVstTransportPlaying);
-    host.giveTime = false;
-    EXPECT_EQ(effect->getTimeInfo(0x440), nullptr);
-    // Negative and non-finite rates are ignored; 0 is stored.
-    AEffect* e = effect->getAeffect();
-    e->dispatcher(e, effSetSampleRate, 0, 0, nullptr, 48000.0f);
-    e->dispatcher(e, effSetSampleRate, 0, 0, nullptr, -1.0f);
-    e->dispatcher(e, effSetSampleRate, 0, 0, nullptr, std::numeric_limits<float>::infinity());
-    EXPECT_EQ(effect->getSampleRate(), 48000.0f);
-    EXPECT_EQ(effect->core().engine().tap(0).sampleRate(), 48000.0f);
-    e->dispatcher(e, effSetSampleRate, 0, 0, nullptr, 0.0f);
-    EXPECT_EQ(effect->getSampleRate(), 0.0f);
 }
 
 }  // namespace

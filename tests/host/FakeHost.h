@@ -14,13 +14,13 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
-#include <memory>
+#include <filesystem>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "../base/TestSupport.h"
 #include "host/vst2/VstInterface.h"
 
 namespace varitap::test {
@@ -29,7 +29,8 @@ using vst::AEffect;
 using vst::VstIntPtr;
 
 // Every instance saves the user presets file and reads the options: the
-// tests keep both in a private configuration folder, never the user's.
+// tests (and the plug-in fuzzer) keep both in a private configuration folder
+// in TMPDIR (else /tmp), never the user's.
 class PrivateConfigEnvironment : public ::testing::Environment {
 public:
     void SetUp() override {
@@ -39,26 +40,24 @@ public:
         // one-time set-up (pixman's implementations, libxml2's parser
         // state) is theirs, and a leak check across loads must see only
         // Varitap's allocations.
-        for (const char* library : {"libxml2.so.2", "libcairo.so.2", "libglib-2.0.so.0", "libxcb.so.1"}) {
+        for (const char* library : {"libxml2.so.2", "libcairo.so.2", "libglib-2.0.so.0", "libxcb.so.1"})
             dlopen(library, RTLD_NOW | RTLD_LOCAL);
-        }
-        char pattern[] = "/tmp/varitap-host-config-XXXXXX";
-        if (mkdtemp(pattern)) {
-            dir_ = pattern;
-            setenv("XDG_CONFIG_HOME", dir_.c_str(), 1);
+        const char* tmp = getenv("TMPDIR");
+        std::string pattern = std::string(tmp ? tmp : "/tmp") + "/varitap-host-config-XXXXXX";
+        if (mkdtemp(pattern.data())) {
+            dir = pattern;
+            setenv("XDG_CONFIG_HOME", dir.c_str(), 1);
         }
     }
     void TearDown() override {
-        if (dir_.empty()) return;
-        std::string command = "rm -rf '" + dir_ + "'";
-        if (std::system(command.c_str()) != 0) dir_.clear();
+        std::error_code ignored;
+        if (!dir.empty()) std::filesystem::remove_all(dir, ignored);
     }
-
-private:
-    std::string dir_;
+    std::string dir;  // empty when it could not be made
 };
 
-inline ::testing::Environment* const privateConfig = ::testing::AddGlobalTestEnvironment(new PrivateConfigEnvironment);
+inline PrivateConfigEnvironment* const privateConfig = static_cast<PrivateConfigEnvironment*>(
+    ::testing::AddGlobalTestEnvironment(new PrivateConfigEnvironment));
 
 class FakeHost {
 public:
@@ -127,12 +126,13 @@ private:
 
 using MainProc = AEffect* (*)(vst::audioMasterCallback);
 
-// The built bundle's shared object, opened with dlopen.
+// A module of the built bundles (by default the VST 2 one), opened with
+// dlopen, and one of its entry points.
 class BundleLibrary {
 public:
-    explicit BundleLibrary(const char* symbol = "VSTPluginMain") {
-        handle_ = dlopen(path().c_str(), RTLD_NOW | RTLD_LOCAL);
-        if (handle_) entry_ = reinterpret_cast<MainProc>(dlsym(handle_, symbol));
+    explicit BundleLibrary(const char* symbol = "VSTPluginMain", const std::string& module = path()) {
+        handle_ = dlopen(module.c_str(), RTLD_NOW | RTLD_LOCAL);
+        if (handle_) symbol_ = dlsym(handle_, symbol);
     }
     ~BundleLibrary() {
         if (handle_) dlclose(handle_);
@@ -141,42 +141,13 @@ public:
     BundleLibrary& operator=(const BundleLibrary&) = delete;
 
     static std::string path() { return std::string(VARITAP_BUNDLE_DIR) + "/Contents/" + VARITAP_ARCH_DIR + "/Varitap.so"; }
-    bool loaded() const { return handle_ != nullptr && entry_ != nullptr; }
-    MainProc entry() const { return entry_; }
+    bool loaded() const { return symbol_ != nullptr; }
+    void* symbol() const { return symbol_; }
+    MainProc entry() const { return reinterpret_cast<MainProc>(symbol_); }
 
 private:
     void* handle_ = nullptr;
-    MainProc entry_ = nullptr;
-};
-
-// Channel pointer arrays as a host hands them over, each ending right before
-// a page nobody may touch: a plug-in that reads or writes a channel pointer
-// past the count the record declares faults at once, in every build.
-class GuardedPointers {
-public:
-    explicit GuardedPointers(std::vector<std::vector<float>>& buffers) {
-        page_ = static_cast<size_t>(sysconf(_SC_PAGESIZE));
-        void* base = mmap(nullptr, 2 * page_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-        if (base == MAP_FAILED || buffers.size() > page_ / sizeof(float*)) {
-            ADD_FAILURE() << "no guarded page for " << buffers.size() << " channels";
-            return;
-        }
-        base_ = static_cast<char*>(base);
-        mprotect(base_ + page_, page_, PROT_NONE);
-        pointers_ = reinterpret_cast<float**>(base_ + page_) - buffers.size();
-        for (size_t i = 0; i < buffers.size(); ++i) pointers_[i] = buffers[i].data();
-    }
-    ~GuardedPointers() {
-        if (base_) munmap(base_, 2 * page_);
-    }
-    GuardedPointers(const GuardedPointers&) = delete;
-    GuardedPointers& operator=(const GuardedPointers&) = delete;
-    float** get() const { return pointers_; }
-
-private:
-    size_t page_ = 0;
-    char* base_ = nullptr;
-    float** pointers_ = nullptr;
+    void* symbol_ = nullptr;
 };
 
 // One plug-in instance, closed (effClose) by the destructor.
@@ -218,15 +189,29 @@ public:
     }
 
     // Runs processReplacing (or process) on the host's channel arrays: one
-    // pointer per buffer, the pointer arrays ending at an inaccessible page.
+    // pointer per buffer, each pointer array ending right before a page
+    // nobody may touch, so that a plug-in that reads or writes a channel
+    // pointer past the count the record declares faults at once, in every
+    // build.
     using Buffers = std::vector<std::vector<float>>;
     void processReplacing(Buffers& in, Buffers& out, int32_t frames) { run(effect_->processReplacing, in, out, frames); }
     void processAccumulating(Buffers& in, Buffers& out, int32_t frames) { run(effect_->process, in, out, frames); }
 
 private:
     void run(vst::AEffectProcessProc process, Buffers& in, Buffers& out, int32_t frames) {
-        GuardedPointers i(in), o(out);
-        process(effect_, i.get(), o.get(), frames);
+        const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+        void* pages = mmap(nullptr, 4 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        ASSERT_NE(pages, MAP_FAILED);
+        float** arrays[2];
+        Buffers* buffers[2] = {&in, &out};
+        for (int k = 0; k < 2; ++k) {
+            char* guard = static_cast<char*>(pages) + (2 * k + 1) * page;
+            mprotect(guard, page, PROT_NONE);
+            arrays[k] = reinterpret_cast<float**>(guard) - buffers[k]->size();
+            for (size_t c = 0; c < buffers[k]->size(); ++c) arrays[k][c] = (*buffers[k])[c].data();
+        }
+        process(effect_, arrays[0], arrays[1], frames);
+        munmap(pages, 4 * page);
     }
     AEffect* effect_ = nullptr;
 };
@@ -246,17 +231,12 @@ private:
     std::vector<unsigned char> bytes_;
 };
 
-// Output of a shell command, and its exit status.
+// What a shell command writes to its standard output, and its exit status.
 inline std::string commandOutput(const std::string& command, int* status = nullptr) {
-    std::string output;
-    FILE* pipe = popen(command.c_str(), "r");
-    if (!pipe) return output;
-    char buffer[4096];
-    size_t n;
-    while ((n = fread(buffer, 1, sizeof buffer, pipe)) > 0) output.append(buffer, n);
-    const int result = pclose(pipe);
+    TempDir dir;
+    const int result = std::system(("{ " + command + "; } > '" + dir / "output" + "'").c_str());
     if (status) *status = result;
-    return output;
+    return readFile(dir / "output");
 }
 
 // The fixture of the tests on the built bundle: the library and a host whose
@@ -268,16 +248,5 @@ protected:
     FakeHost host;
 };
 
-// The fixture of the tests on one instance of the built bundle, made under
-// the host's first answers.
-class InstanceTest : public BundleTest {
-protected:
-    void SetUp() override {
-        BundleTest::SetUp();
-        instance = std::make_unique<Plugin>(library, host);
-        ASSERT_TRUE(*instance);
-    }
-    std::unique_ptr<Plugin> instance;
-};
 
 }  // namespace varitap::test

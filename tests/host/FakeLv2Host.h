@@ -4,8 +4,7 @@
 // time:Position event, as jalv or Ardour do.
 #pragma once
 
-#include <dlfcn.h>
-#include <lv2/atom/atom.h>
+#include <lv2/atom/forge.h>
 #include <lv2/buf-size/buf-size.h>
 #include <lv2/core/lv2.h>
 #include <lv2/options/options.h>
@@ -15,11 +14,11 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstring>
 #include <map>
 #include <string>
 #include <vector>
 
+#include "FakeHost.h"
 #include "engine/ParameterLayout.h"
 #include "host/ParameterInfo.h"
 
@@ -30,27 +29,19 @@ inline constexpr uint32_t kLv2AudioIn = 241;
 inline constexpr uint32_t kLv2AudioOut = 243;
 inline constexpr uint32_t kLv2Control = 245;
 
-class Lv2Library {
+// The LV2 bundle's module and its plug-in, through lv2_descriptor.
+class Lv2Library : public BundleLibrary {
 public:
-    Lv2Library() {
-        handle_ = dlopen((bundlePath() + "/Contents/" VARITAP_ARCH_DIR "/Varitap.so").c_str(), RTLD_NOW | RTLD_LOCAL);
-        if (!handle_) return;
+    Lv2Library() : BundleLibrary("lv2_descriptor", bundlePath() + "/Contents/" VARITAP_ARCH_DIR "/Varitap.so") {
         using Entry = const LV2_Descriptor* (*)(uint32_t);
-        auto entry = reinterpret_cast<Entry>(dlsym(handle_, "lv2_descriptor"));
-        if (entry) descriptor_ = entry(0);
+        if (symbol()) descriptor_ = reinterpret_cast<Entry>(symbol())(0);
     }
-    ~Lv2Library() {
-        if (handle_) dlclose(handle_);
-    }
-    Lv2Library(const Lv2Library&) = delete;
-    Lv2Library& operator=(const Lv2Library&) = delete;
 
     static std::string bundlePath() { return VARITAP_LV2_BUNDLE_DIR; }
     bool loaded() const { return descriptor_ != nullptr; }
     const LV2_Descriptor* descriptor() const { return descriptor_; }
 
 private:
-    void* handle_ = nullptr;
     const LV2_Descriptor* descriptor_ = nullptr;
 };
 
@@ -106,39 +97,23 @@ public:
         float bpm;
     };
     void run(const float* const* in, float* const* out, uint32_t frames, const Position* position = nullptr) {
-        auto* sequence = reinterpret_cast<LV2_Atom_Sequence*>(atoms_);
-        sequence->atom.type = urid(LV2_ATOM__Sequence);
-        sequence->atom.size = sizeof(LV2_Atom_Sequence_Body);
-        sequence->body.unit = 0;
-        sequence->body.pad = 0;
+        LV2_Atom_Forge forge;
+        lv2_atom_forge_init(&forge, &map_);
+        lv2_atom_forge_set_buffer(&forge, atoms_, sizeof atoms_);
+        LV2_Atom_Forge_Frame sequence, object;
+        lv2_atom_forge_sequence_head(&forge, &sequence, 0);
         if (position) {
-            // One event: an object of type time:Position with three properties.
-            struct PositionEvent {
-                LV2_Atom_Event event;
-                LV2_Atom_Object_Body object;
-                LV2_Atom_Property_Body frameKey;
-                int64_t frame;
-                LV2_Atom_Property_Body speedKey;
-                float speed;
-                uint32_t pad1;
-                LV2_Atom_Property_Body bpmKey;
-                float bpm;
-                uint32_t pad2;
-            } e{};
-            e.event.time.frames = 0;
-            e.event.body.type = urid(LV2_ATOM__Object);
-            e.object.otype = urid(LV2_TIME__Position);
-            e.frameKey = {urid(LV2_TIME__frame), 0, {sizeof(int64_t), urid(LV2_ATOM__Long)}};
-            e.frame = position->frame;
-            e.speedKey = {urid(LV2_TIME__speed), 0, {sizeof(float), urid(LV2_ATOM__Float)}};
-            e.speed = position->speed;
-            e.bpmKey = {urid(LV2_TIME__beatsPerMinute), 0, {sizeof(float), urid(LV2_ATOM__Float)}};
-            e.bpm = position->bpm;
-            // The object's size: its body and the properties, without the last pad.
-            e.event.body.size = static_cast<uint32_t>(sizeof e - sizeof(LV2_Atom_Event) - sizeof e.pad2);
-            std::memcpy(atoms_ + sizeof(LV2_Atom_Sequence), &e, sizeof e);
-            sequence->atom.size += static_cast<uint32_t>(sizeof e);
+            lv2_atom_forge_frame_time(&forge, 0);
+            lv2_atom_forge_object(&forge, &object, 0, urid(LV2_TIME__Position));
+            lv2_atom_forge_key(&forge, urid(LV2_TIME__frame));
+            lv2_atom_forge_long(&forge, position->frame);
+            lv2_atom_forge_key(&forge, urid(LV2_TIME__speed));
+            lv2_atom_forge_float(&forge, position->speed);
+            lv2_atom_forge_key(&forge, urid(LV2_TIME__beatsPerMinute));
+            lv2_atom_forge_float(&forge, position->bpm);
+            lv2_atom_forge_pop(&forge, &object);
         }
+        lv2_atom_forge_pop(&forge, &sequence);
         for (uint32_t c = 0; c < 2; ++c) {
             descriptor_->connect_port(handle_, kLv2AudioIn + c, const_cast<float*>(in[c]));
             descriptor_->connect_port(handle_, kLv2AudioOut + c, out[c]);
@@ -157,17 +132,15 @@ public:
     State save() {
         State state;
         if (const LV2_State_Interface* iface = stateInterface()) {
-            saving_ = &state;
+            state_ = &state;
             iface->save(handle_, &Lv2Plugin::store, this, LV2_STATE_IS_POD | LV2_STATE_IS_PORTABLE, nullptr);
-            saving_ = nullptr;
         }
         return state;
     }
     void restore(const State& state) {
         if (const LV2_State_Interface* iface = stateInterface()) {
-            restoring_ = &state;
+            state_ = const_cast<State*>(&state);  // only read while restoring
             iface->restore(handle_, &Lv2Plugin::retrieve, this, 0, nullptr);
-            restoring_ = nullptr;
         }
     }
 
@@ -187,13 +160,13 @@ private:
     static LV2_State_Status store(void* handle, uint32_t key, const void* value, size_t size, uint32_t type, uint32_t) {
         auto* self = static_cast<Lv2Plugin*>(handle);
         const auto* bytes = static_cast<const unsigned char*>(value);
-        (*self->saving_)[self->uri(key)] = Value{self->uri(type), std::vector<unsigned char>(bytes, bytes + size)};
+        (*self->state_)[self->uri(key)] = Value{self->uri(type), std::vector<unsigned char>(bytes, bytes + size)};
         return LV2_STATE_SUCCESS;
     }
     static const void* retrieve(void* handle, uint32_t key, size_t* size, uint32_t* type, uint32_t* flags) {
         auto* self = static_cast<Lv2Plugin*>(handle);
-        auto it = self->restoring_->find(self->uri(key));
-        if (it == self->restoring_->end()) return nullptr;
+        auto it = self->state_->find(self->uri(key));
+        if (it == self->state_->end()) return nullptr;
         *size = it->second.bytes.size();
         *type = self->urid(it->second.type);
         *flags = LV2_STATE_IS_POD | LV2_STATE_IS_PORTABLE;
@@ -206,8 +179,7 @@ private:
     LV2_URID_Map map_{this, &Lv2Plugin::mapUri};
     bool active_ = false;
     alignas(8) unsigned char atoms_[256] = {};
-    const State* restoring_ = nullptr;
-    State* saving_ = nullptr;
+    State* state_ = nullptr;  // the state being saved or restored
 };
 
 }  // namespace varitap::test
