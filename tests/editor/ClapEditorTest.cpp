@@ -12,17 +12,14 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <cstdio>
 #include <cstring>
 #include <set>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "EditorTestSupport.h"
 #include "editor/DelayEditor.h"
 #include "engine/ParameterLayout.h"
-#include "gui/Bitmap.h"
 #include "gui/Buttons.h"
 #include "gui/Knob.h"
 #include "host/clap/ClapEffect.h"
@@ -34,14 +31,12 @@ using namespace clap;
 
 // A CLAP host around one instance. It offers timer-support and
 // posix-fd-support as told, logs what the plug-in registers ("timer 1",
-// "fd 7", "-timer 1", "-fd 7"), runs a main loop that calls the plug-in
-// back, and keeps the events the plug-in sends ("begin 23", "value 23 0.5
-// flags 0", "end 23").
-class ClapGuiHost {
+// "fd 7", "-timer 1", "-fd 7") and the events it sends ("begin 23",
+// "value 23 0.5 flags 0", "end 23"), and runs a main loop that calls the
+// plug-in back.
+class ClapGuiHost : public HostWindow {
 public:
     ClapGuiHost(bool offersTimer, bool offersFd) : offersTimer_(offersTimer), offersFd_(offersFd) {
-        gui::Bitmap::setResourceDirectory(VARITAP_BUNDLE_DIR "/Contents/Resources");
-        setEditorFactory(&createDelayEditor);
         record_.clap_version = kVersion;
         record_.host_data = this;
         record_.name = record_.vendor = record_.url = record_.version = "test";
@@ -54,32 +49,25 @@ public:
         record_.request_callback = [](const clap_host* h) { of(h)->callbackWanted_ = true; };
         timerSupport_ = {[](const clap_host* h, uint32_t, clap_id* id) {
                              of(h)->timers_.insert(*id = ++of(h)->lastTimer_);
-                             return of(h)->log("timer ", *id);
+                             return of(h)->record("timer ", *id);
                          },
-                         [](const clap_host* h, clap_id id) { return of(h)->timers_.erase(id) && of(h)->log("-timer ", id); }};
+                         [](const clap_host* h, clap_id id) { return of(h)->timers_.erase(id) && of(h)->record("-timer ", id); }};
         fdSupport_ = {[](const clap_host* h, int fd, uint32_t flags) {
-                          return flags == kFdRead && of(h)->fds_.insert(fd).second && of(h)->log("fd ", fd);
+                          return flags == kFdRead && of(h)->fds_.insert(fd).second && of(h)->record("fd ", fd);
                       },
                       [](const clap_host*, int, uint32_t) { return false; },
-                      [](const clap_host* h, int fd) { return of(h)->fds_.erase(fd) && of(h)->log("-fd ", fd); }};
+                      [](const clap_host* h, int fd) { return of(h)->fds_.erase(fd) && of(h)->record("-fd ", fd); }};
         plugin_ = ClapEffect::create(&record_);
         plugin_->init(plugin_);
         gui_ = static_cast<const clap_plugin_gui*>(plugin_->get_extension(plugin_, kExtGui));
         params_ = static_cast<const clap_plugin_params*>(plugin_->get_extension(plugin_, kExtParams));
-        if (display_.ok()) window_ = display_.createWindow(865, 400);
     }
-    ~ClapGuiHost() {
-        destroyPlugin();
-        if (window_) display_.destroyWindow(window_);
-        setEditorFactory(nullptr);
-        gui::Bitmap::setResourceDirectory(std::string());
-    }
+    ~ClapGuiHost() { destroyPlugin(); }
 
     const clap_plugin* plugin() const { return plugin_; }
     const clap_plugin_gui& gui() const { return *gui_; }
     DelayEditor* editor() { return static_cast<DelayEditor*>(ClapEffect::of(plugin_)->core().getEditor()); }
-    HostDisplay& display() { return display_; }
-    std::vector<std::string>& calls() { return calls_; }
+    xcb_window_t editorWindow() { return editor()->frame()->windowId(); }
     const std::set<int>& fds() const { return fds_; }
 
     bool setParent() {
@@ -91,16 +79,6 @@ public:
         if (plugin_) plugin_->destroy(plugin_);
         plugin_ = nullptr;
     }
-    // The user: a press, moves and a release (unless the press is the
-    // release) on the editor's window, at editor coordinates.
-    void mouse(const std::vector<gui::Point>& path) {
-        const xcb_window_t w = editor()->frame()->windowId();
-        display_.button(w, path.front().x, path.front().y, 1, true);
-        for (size_t i = 1; i < path.size(); ++i) display_.motion(w, path[i].x, path[i].y, XCB_BUTTON_MASK_1);
-        display_.button(w, path.back().x, path.back().y, 1, false, XCB_BUTTON_MASK_1);
-    }
-    // Grabbed from the host's window, which shows the editor.
-    Image grab(const gui::Rect& area) { return display_.grab(window_, area); }
 
     // The host's main loop for ms (one turn at least): readable descriptors,
     // timers every 30 ms (when fireTimers), and the callbacks the plug-in
@@ -154,24 +132,22 @@ public:
         const clap_process p{-1, 256, &transport, &in, &out, 1, 1, &inEvents_, &outEvents_};
         plugin_->process(plugin_, &p);
     }
-    std::vector<std::string> takeEvents() { return std::exchange(events_, {}); }
 
 private:
     static ClapGuiHost* of(const clap_host* h) { return static_cast<ClapGuiHost*>(h->host_data); }
-    bool log(const char* call, uint32_t n) {
-        calls_.push_back(call + std::to_string(n));
+    bool record(const char* call, uint32_t n) {
+        log.add(call + std::to_string(n));
         return true;
     }
     static bool push(const clap_output_events* list, const clap_event_header* e) {
-        const auto* value = reinterpret_cast<const clap_event_param_value*>(e);
-        char text[64] = {};
+        HostLog& log = static_cast<ClapGuiHost*>(list->ctx)->log;
         if (e->type == kEventParamValue) {
-            std::snprintf(text, sizeof text, "value %u %g flags %u", value->param_id, value->value, e->flags);
+            const auto* value = reinterpret_cast<const clap_event_param_value*>(e);
+            log.value(value->param_id, value->value, " flags " + std::to_string(e->flags));
         } else if (e->type == kEventParamGestureBegin || e->type == kEventParamGestureEnd) {
-            std::snprintf(text, sizeof text, "%s %u", e->type == kEventParamGestureBegin ? "begin" : "end",
-                          reinterpret_cast<const clap_event_param_gesture*>(e)->param_id);
+            log.edit(e->type == kEventParamGestureBegin ? "begin" : "end",
+                     reinterpret_cast<const clap_event_param_gesture*>(e)->param_id);
         }
-        static_cast<ClapGuiHost*>(list->ctx)->events_.push_back(text);
         return true;
     }
 
@@ -182,9 +158,6 @@ private:
     const clap_plugin* plugin_ = nullptr;
     const clap_plugin_gui* gui_ = nullptr;
     const clap_plugin_params* params_ = nullptr;
-    HostDisplay display_;
-    xcb_window_t window_ = 0;
-    std::vector<std::string> calls_;
     std::set<int> fds_;
     std::set<clap_id> timers_;
     clap_id lastTimer_ = 0;
@@ -198,7 +171,6 @@ private:
                                     return &static_cast<ClapGuiHost*>(l->ctx)->in_[i].header;
                                 }};
     clap_output_events outEvents_{this, &ClapGuiHost::push};
-    std::vector<std::string> events_;
 };
 
 // A modulator sweeping tap 1's volume while the host records: the host hears
@@ -212,22 +184,16 @@ TEST(ClapEditor, ModulatorMovementsReachTheHostAsLiveValuesItDoesNotRecord) {
     host.set(modulatorParameterIndex(0, kModulatorSpeed), 0.9);
     host.set(modulatorParameterIndex(0, kModulatorMax), 1.0);
     host.set(modulatorParameterIndex(0, kModulatorPower), 1.0);
-    EXPECT_TRUE(host.takeEvents().empty());
+    EXPECT_TRUE(host.log.events().empty());
     ASSERT_TRUE(host.plugin()->activate(host.plugin(), 44100.0, 1, 256));
-    const std::string live = "flags " + std::to_string(kEventIsLive | kEventDontRecord);
-    size_t moves = 0;
-    std::vector<std::string> others;
-    for (int block = 0; block < 100; ++block) {
-        host.process();
-        for (const std::string& e : host.takeEvents()) {
-            const bool move = e.rfind("value " + std::to_string(volume) + " ", 0) == 0 &&
-                              e.substr(e.size() - live.size()) == live;
-            if (move) ++moves;
-            else others.push_back(e);
-        }
+    for (int block = 0; block < 100; ++block) host.process();
+    const std::string live = " flags " + std::to_string(kEventIsLive | kEventDontRecord);
+    const std::vector<std::string> events = host.log.events();
+    EXPECT_GT(events.size(), 50u);
+    for (const std::string& e : events) {
+        EXPECT_EQ(e.rfind("value " + std::to_string(volume) + " ", 0), 0u) << e;
+        EXPECT_EQ(e.substr(e.size() - live.size()), live) << e;
     }
-    EXPECT_GT(moves, 50u);
-    EXPECT_TRUE(others.empty()) << others.front();
     host.plugin()->deactivate(host.plugin());
 }
 
@@ -247,27 +213,24 @@ TEST(ClapEditor, OnTheHostsLoopsAKnobDragReachesTheHostInsideOneGesture) {
     ASSERT_EQ(host.fds().size(), 1u);
     const int fd = *host.fds().begin();
     EXPECT_EQ(host.editor()->connectionFd(), fd);
-    EXPECT_EQ(host.calls(), (std::vector<std::string>{"timer 1", "fd " + std::to_string(fd)}));
+    EXPECT_EQ(host.log.events(), (std::vector<std::string>{"timer 1", "fd " + std::to_string(fd)}));
 
     host.loop(100, false);
-    host.takeEvents();
+    host.log.clear();
     const gui::Point knob = centerOf(host.editor()->feedbackKnob(0));
-    host.mouse({knob, {knob.x, knob.y - 10}, {knob.x, knob.y - 20}, {knob.x, knob.y - 30}});
+    host.drag(host.editorWindow(), knob, {knob.x, knob.y - 30}, [] {});
     gui::test::waitFor([&] {
         host.loop(10, false);
         return host.value(feedback) > 0.39;
     });
     host.process();
-    const std::vector<std::string> events = host.takeEvents();
-    ASSERT_GE(events.size(), 3u);
-    EXPECT_EQ(events.front(), "begin 23");
-    EXPECT_EQ(events.back(), "end 23");
-    for (size_t i = 1; i + 1 < events.size(); ++i) EXPECT_EQ(events[i].rfind("value 23 ", 0), 0u) << events[i];
+    const std::vector<std::string> events = host.log.events();
+    expectOneGesture(events, feedback);
     EXPECT_EQ(events[events.size() - 2], "value 23 0.4 flags 0");  // 30 pixels up: +0.2
     EXPECT_NEAR(host.value(feedback), 0.4, 1e-6);
 
     // A new parent window: the old connection off the loop, the new one on.
-    host.calls().clear();
+    host.log.clear();
     ASSERT_TRUE(host.setParent());
     const int again = *host.fds().begin();
     host.gui().destroy(host.plugin());
@@ -279,9 +242,9 @@ TEST(ClapEditor, OnTheHostsLoopsAKnobDragReachesTheHostInsideOneGesture) {
     const int last = *host.fds().begin();
     host.destroyPlugin();
     const auto n = [](const char* call, int number) { return call + std::to_string(number); };
-    EXPECT_EQ(host.calls(), (std::vector<std::string>{n("-fd ", fd), n("fd ", again), n("-fd ", again), "-timer 1",
-                                                      "timer 2", "-timer 2", "timer 3", n("fd ", last), n("-fd ", last),
-                                                      "-timer 3"}));
+    EXPECT_EQ(host.log.events(), (std::vector<std::string>{n("-fd ", fd), n("fd ", again), n("-fd ", again),
+                                                           "-timer 1", "timer 2", "-timer 2", "timer 3",
+                                                           n("fd ", last), n("-fd ", last), "-timer 3"}));
 }
 
 // A host with neither: the editor asks for main-thread callbacks on a timer of
@@ -292,18 +255,19 @@ TEST(ClapEditor, WithoutTheHostsLoopsTheEditorRunsOnItsOwnTimer) {
     ClapGuiHost host(false, false);
     ASSERT_TRUE(host.openGui());
     host.loop(100);
-    EXPECT_TRUE(host.calls().empty());
+    EXPECT_TRUE(host.log.events().empty());
     const int32_t sync = tapParameterIndex(2, kTapSync);
     const gui::Rect area = host.editor()->tapSyncButton(2)->frameRect();
-    const Image before = host.grab(area);
-    host.mouse({centerOf(host.editor()->tapSyncButton(2))});
+    const Image before = host.display().grab(host.hostWindow(), area);
+    const gui::Point button = centerOf(host.editor()->tapSyncButton(2));
+    host.display().click(host.editorWindow(), button.x, button.y);
     gui::test::waitFor([&] {
         host.loop(10);
         return host.value(sync) == 1.0;
     });
     EXPECT_EQ(host.value(sync), 1.0);
     host.loop(100);
-    EXPECT_GT(differingFraction(host.grab(area), before, 40), 0.05);
+    EXPECT_GT(differingFraction(host.display().grab(host.hostWindow(), area), before, 40), 0.05);
 
     host.gui().destroy(host.plugin());
     host.loop(0);

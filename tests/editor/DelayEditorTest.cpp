@@ -41,7 +41,7 @@ protected:
         if (!gui::test::haveDisplay() || !host.display().ok()) GTEST_SKIP() << "no X server";
         ASSERT_NE(host.effect(), nullptr);
         ASSERT_NE(host.editor(), nullptr);
-        hostLog().clear();
+        host.log.clear();
     }
     void TearDown() override {
         if (host.display().ok()) xcb_delete_property(host.display().connection(), host.display().root(), XCB_ATOM_RESOURCE_MANAGER);
@@ -59,7 +59,7 @@ protected:
             opened = true;
             pressKey(host.display(), w, XKB_KEY_Escape);
         };
-        gui::test::playMenu(host.display(), [&] { host.click(at.x, at.y); }, escape, 600);
+        gui::test::playMenu(host.display(), [&] { host.click(at); }, escape, 600);
         return opened;
     }
 
@@ -104,7 +104,7 @@ TEST_F(DelayEditorTest, AttachedEditorAnswersTheHostAndTagsItsWidgetsWithTheirPa
     EXPECT_EQ(editor().delayKnob(0), nullptr);
 }
 
-TEST_F(DelayEditorTest, WidgetsStartAtTheParameterMappingsAndFollowTheHost) {
+TEST_F(DelayEditorTest, WidgetsAndDisplaysStartAtTheParameterMappingsAndFollowTheHost) {
     hostSets(0, 0.5f);                                        // input selector 22
     hostSets(13, 1.0f);                                       // output of tap 3: 24
     hostSets(20, 0.3f);
@@ -162,6 +162,36 @@ TEST_F(DelayEditorTest, WidgetsStartAtTheParameterMappingsAndFollowTheHost) {
     EXPECT_FLOAT_EQ(editor().minSlider(0)->value(), 0.3f);
     EXPECT_FLOAT_EQ(editor().speedKnob(8)->value(), 0.6f);
     EXPECT_GT(host.grabEditor().count(around, 255, 255, 255, 40), 0);
+
+
+    // The speed display, with the modulators restarted at each sample rate.
+    const int m = 2;
+    hostSets(modulatorParameterIndex(m, kModulatorSync), 0.0f);
+    hostSets(modulatorParameterIndex(m, kModulatorSpeed), 0.4f);
+    host.dispatch(vst::effSetSampleRate, 0, 0, nullptr, 48000.0f);
+    EXPECT_EQ(editor().speedText(m), "0.80");
+    // The host sets a rate of 0: the modulators restart with it.
+    host.dispatch(vst::effSetSampleRate, 0, 0, nullptr, 0.0f);
+    EXPECT_EQ(editor().speedText(m), "nan");
+    host.dispatch(vst::effSetSampleRate, 0, 0, nullptr, 96000.0f);
+    EXPECT_EQ(editor().speedText(m), "0.80");
+    // Synchronised, the note of (count - 1) x speed, negative speeds at note 0.
+    hostSets(modulatorParameterIndex(m, kModulatorSync), 1.0f);
+    hostSets(modulatorParameterIndex(m, kModulatorSpeed), 0.5f);
+    EXPECT_EQ(editor().speedText(m), noteValueName((noteValueCount() - 1) / 2));
+    hostSets(modulatorParameterIndex(m, kModulatorSpeed), -0.5f);
+    EXPECT_EQ(editor().speedText(m), noteValueName(0));
+    // Values no host should send still give a text.
+    hostSets(modulatorParameterIndex(m, kModulatorSpeed), std::nanf(""));
+    EXPECT_EQ(editor().speedText(m), noteValueName(0));
+    hostSets(modulatorParameterIndex(m, kModulatorSpeed), 1e30f);
+    const std::string huge = editor().speedText(m);
+    bool named = huge == "Invalid";
+    for (int n = 0; n < noteValueCount(); ++n) named = named || huge == noteValueName(n);
+    EXPECT_TRUE(named) << huge;
+    // The feedback display truncates toward zero.
+    hostSets(tapParameterIndex(1, kTapFeedback), 0.678f);
+    EXPECT_EQ(editor().feedbackText(1), "67%");
 }
 
 TEST_F(DelayEditorTest, RoutingMenusKeepAbsentChannelsListedButDisabled) {
@@ -196,7 +226,7 @@ TEST_F(DelayEditorTest, RoutingMenusKeepAbsentChannelsListedButDisabled) {
     editor().valueChanged(nullptr, &input);
     EXPECT_FLOAT_EQ(parameter(0), 21.0f / 44.0f);
     EXPECT_EQ(host.effect()->engine().inputSelector(0), 21);
-    EXPECT_EQ(hostLog().automated().back().first, 0);
+    EXPECT_EQ(host.log.automated().back().first, 0);
 
     // A wider configuration from the host enables more entries at once.
     vst::VstSpeakerArrangement in{};
@@ -231,11 +261,11 @@ TEST_F(DelayEditorTest, TempoNoteMenuTakesClicksOnlyAfterTheUserSwitchesSyncOn) 
     hostSets(syncIndex, 0.0f);
 
     // The user's own click on Sync does.
-    host.click(centerOf(editor().tapSyncButton(tap)).x, centerOf(editor().tapSyncButton(tap)).y);
+    host.click(centerOf(editor().tapSyncButton(tap)));
     EXPECT_FLOAT_EQ(parameter(syncIndex), 1.0f);
-    hostLog().clear();
+    host.log.clear();
     const int chosen = 6;
-    gui::test::playMenu(host.display(), [&] { host.click(display.x, display.y); }, [&](xcb_window_t w) {
+    gui::test::playMenu(host.display(), [&] { host.click(display); }, [&](xcb_window_t w) {
         pressKey(host.display(), w, XKB_KEY_Down, chosen + 1);
         pressKey(host.display(), w, XKB_KEY_Return);
     });
@@ -243,11 +273,11 @@ TEST_F(DelayEditorTest, TempoNoteMenuTakesClicksOnlyAfterTheUserSwitchesSyncOn) 
     EXPECT_FLOAT_EQ(host.effect()->program().values[delayIndex], expected);
     EXPECT_FLOAT_EQ(editor().delayKnob(tap)->value(), expected);
     EXPECT_EQ(editor().delayText(tap), noteValueName(chosen));
-    const auto automated = hostLog().automated();
+    const auto automated = host.log.automated();
     ASSERT_FALSE(automated.empty());
     EXPECT_EQ(automated.back().first, delayIndex);
     // Only parameter numbers reach the host's edit notifications.
-    for (const std::string& e : hostLog().events()) EXPECT_EQ(e.find("3000"), std::string::npos) << e;
+    for (const std::string& e : host.log.events()) EXPECT_EQ(e.find("3000"), std::string::npos) << e;
 
     // Host automation switching Sync off leaves the menu taking clicks.
     hostSets(syncIndex, 0.0f);
@@ -264,8 +294,7 @@ TEST_F(DelayEditorTest, TypeOneShowsTheTableToggleAndLeavingItHidesBoth) {
     EXPECT_FALSE(panel->isChild(editor().tableView(m)));
 
     // The toggle brings the table editor in.
-    const Point toggle = centerOf(editor().tableToggle(m));
-    host.click(toggle.x, toggle.y);
+    host.click(centerOf(editor().tableToggle(m)));
     ASSERT_TRUE(panel->isChild(editor().tableView(m)));
     EXPECT_TRUE(editor().tableToggle(m)->isOn());
 
@@ -273,11 +302,11 @@ TEST_F(DelayEditorTest, TypeOneShowsTheTableToggleAndLeavingItHidesBoth) {
     // gesture announced under the modulator's number.
     ModulatorTableView& table = *editor().tableView(m);
     const Rect plot = table.plotRect().offsetBy(panel->viewSize().left, panel->viewSize().top);
-    hostLog().clear();
-    host.drag(plot.left + 1, plot.bottom + 3, plot.right - 1, plot.top - 3);
+    host.log.clear();
+    host.drag({plot.left + 1, plot.bottom + 3}, {plot.right - 1, plot.top - 3});
     EXPECT_FLOAT_EQ(editor().getTableValue(m, 0), 0.0f);
     EXPECT_FLOAT_EQ(editor().getTableValue(m, 7), 1.0f);
-    const auto events = hostLog().events();
+    const auto events = host.log.events();
     ASSERT_GE(events.size(), 2u);
     EXPECT_EQ(events.front(), "begin 0");
     EXPECT_EQ(events.back(), "end 0");
@@ -306,13 +335,13 @@ TEST_F(DelayEditorTest, TypeOneShowsTheTableToggleAndLeavingItHidesBoth) {
 
     // The user steps the Type switch away from 1.0 (it wraps to 0.0): both go.
     const Point type = centerOf(editor().typeSwitch(m));
-    host.click(type.x, type.y);
+    host.click(type);
     EXPECT_FLOAT_EQ(parameter(modulatorParameterIndex(m, kModulatorType)), 0.0f);
     EXPECT_FALSE(panel->isChild(editor().tableToggle(m)));
     EXPECT_FALSE(panel->isChild(editor().tableView(m)));
     EXPECT_FALSE(editor().tableToggle(m)->isOn());
     // And a right click steps back down to the table type, toggle only.
-    host.click(type.x, type.y, 3);
+    host.click(type, 3);
     EXPECT_FLOAT_EQ(parameter(modulatorParameterIndex(m, kModulatorType)), 1.0f);
     EXPECT_TRUE(panel->isChild(editor().tableToggle(m)));
     EXPECT_FALSE(panel->isChild(editor().tableView(m)));
@@ -340,7 +369,7 @@ TEST_F(DelayEditorTest, TypeChangeWhileAMenuIsOpenOrFromAnotherThreadWaitsForThe
             shownAtOnce = panel->isChild(editor().tableToggle(m));
             if (w) pressKey(host.display(), w, XKB_KEY_Escape);
         });
-        if (menuOpen) host.click(10, 200);  // the menu strip
+        if (menuOpen) host.click({10, 200});  // the menu strip
         other.join();
         ASSERT_GE(seconds, 0.0);
         EXPECT_LT(seconds, 0.05);
@@ -349,53 +378,6 @@ TEST_F(DelayEditorTest, TypeChangeWhileAMenuIsOpenOrFromAnotherThreadWaitsForThe
         host.settle(1);
         EXPECT_TRUE(panel->isChild(editor().tableToggle(m)));
     }
-}
-
-TEST_F(DelayEditorTest, SpeedDisplayShowsNanWhileTheSampleRateIsZero) {
-    const int m = 2;
-    hostSets(modulatorParameterIndex(m, kModulatorSync), 0.0f);
-    hostSets(modulatorParameterIndex(m, kModulatorSpeed), 0.4f);
-    host.dispatch(vst::effSetSampleRate, 0, 0, nullptr, 48000.0f);
-    EXPECT_EQ(editor().speedText(m), "0.80");
-    // The host sets a rate of 0: the modulators restart with it.
-    host.dispatch(vst::effSetSampleRate, 0, 0, nullptr, 0.0f);
-    EXPECT_EQ(editor().speedText(m), "nan");
-    host.dispatch(vst::effSetSampleRate, 0, 0, nullptr, 96000.0f);
-    EXPECT_EQ(editor().speedText(m), "0.80");
-    // Synchronised, the note of (count - 1) x speed, negative speeds at note 0.
-    hostSets(modulatorParameterIndex(m, kModulatorSync), 1.0f);
-    hostSets(modulatorParameterIndex(m, kModulatorSpeed), 0.5f);
-    EXPECT_EQ(editor().speedText(m), noteValueName((noteValueCount() - 1) / 2));
-    hostSets(modulatorParameterIndex(m, kModulatorSpeed), -0.5f);
-    EXPECT_EQ(editor().speedText(m), noteValueName(0));
-    // Values no host should send still give a text.
-    hostSets(modulatorParameterIndex(m, kModulatorSpeed), std::nanf(""));
-    EXPECT_EQ(editor().speedText(m), noteValueName(0));
-    hostSets(modulatorParameterIndex(m, kModulatorSpeed), 1e30f);
-    const std::string huge = editor().speedText(m);
-    bool named = huge == "Invalid";
-    for (int n = 0; n < noteValueCount(); ++n) named = named || huge == noteValueName(n);
-    EXPECT_TRUE(named) << huge;
-    // The feedback display truncates toward zero.
-    hostSets(tapParameterIndex(1, kTapFeedback), 0.678f);
-    EXPECT_EQ(editor().feedbackText(1), "67%");
-}
-
-TEST_F(DelayEditorTest, KnobTurnedWithTheMouseReachesTheHostInsideOneGesture) {
-    const int32_t index = tapParameterIndex(0, kTapFeedback);
-    hostSets(index, 0.2f);
-    ASSERT_TRUE(host.openEditor());
-    hostLog().clear();
-    const Point knob = centerOf(editor().feedbackKnob(0));
-    host.drag(knob.x, knob.y, knob.x, knob.y - 30);
-    const auto events = hostLog().events();
-    ASSERT_GE(events.size(), 3u);
-    EXPECT_EQ(events.front(), "begin 23");
-    EXPECT_EQ(events.back(), "end 23");
-    for (size_t i = 1; i + 1 < events.size(); ++i) EXPECT_EQ(events[i], "auto 23");
-    EXPECT_GT(parameter(index), 0.3f);
-    EXPECT_FLOAT_EQ(hostLog().automated().back().second, parameter(index));
-    EXPECT_FLOAT_EQ(editor().feedbackKnob(0)->value(), parameter(index));
 }
 
 // A host older than VST 2.3 may not hand automation back: after a preset or
@@ -428,24 +410,6 @@ TEST_F(DelayEditorTest, HostsOlderThanVst23GetTheChosenValueStoredAgain) {
     }
 }
 
-// A picture at 200 % brought back to 100 %: each 2 x 2 block averaged.
-Image halved(const Image& big) {
-    Image small(big.width / 2, big.height / 2);
-    for (int y = 0; y < small.height; ++y) {
-        for (int x = 0; x < small.width; ++x) {
-            uint32_t r = 0, g = 0, b = 0;
-            for (int k = 0; k < 4; ++k) {
-                const gui::test::Pixel p = big.at(2 * x + k % 2, 2 * y + k / 2);
-                r += p.r;
-                g += p.g;
-                b += p.b;
-            }
-            small.words[static_cast<size_t>(y * small.width + x)] = 0xff000000u | (r / 4) << 16 | (g / 4) << 8 | b / 4;
-        }
-    }
-    return small;
-}
-
 // Presses the first button at a point of a window; if the window is still
 // up after a while, Escape closes it, so that a press that missed fails the
 // test instead of leaving a modal loop running.
@@ -476,10 +440,10 @@ TEST_F(DelayEditorTest, AtTheDisplaysTwoHundredPercentInputLandsWhereThingsAreDr
     host.display().sync();
     EXPECT_EQ(gui::displayScale(), 2.0);
     EXPECT_EQ(host.editorRect(), Rect(0, 0, 865, 400));
-    hostLog().clear();
+    host.log.clear();
     ASSERT_TRUE(host.openEditor());
     EXPECT_EQ(editor().scale(), 2.0);
-    EXPECT_EQ(hostLog().events(), std::vector<std::string>{"size 1730x800"});
+    EXPECT_EQ(host.log.events(), std::vector<std::string>{"size 1730x800"});
     EXPECT_EQ(host.editorRect(), Rect(0, 0, 1730, 800));
     EXPECT_EQ(host.display().geometry(host.editorWindow()), Rect(0, 0, 1730, 800));
     // The art is drawn for 200 % (not stretched); the layout stays logical.
@@ -496,14 +460,17 @@ TEST_F(DelayEditorTest, AtTheDisplaysTwoHundredPercentInputLandsWhereThingsAreDr
     EXPECT_LT(differingFraction(halved(big), normal, 40), 0.04);
 
     // A click on a button and a drag on a knob at their drawn places: 60
-    // device pixels are 30 logical ones, +0.2 on the knob.
+    // device pixels are 30 logical ones, +0.2 on the knob, inside one gesture.
     const gui::PixelScale& scale = editor().frame()->pixelScale();
-    const Point button = scale.toDevice(centerOf(editor().tapSyncButton(2)));
-    host.click(button.x, button.y);
+    host.click(scale.toDevice(centerOf(editor().tapSyncButton(2))));
     EXPECT_FLOAT_EQ(parameter(sync), 1.0f);
     const Point knob = scale.toDevice(centerOf(editor().feedbackKnob(0)));
-    host.drag(knob.x, knob.y, knob.x, knob.y - 60);
+    host.log.clear();
+    host.drag(knob, {knob.x, knob.y - 60});
     EXPECT_NEAR(parameter(feedback), 0.4f, 1e-4f);
+    expectOneGesture(host.log.events(), feedback);
+    EXPECT_FLOAT_EQ(host.log.automated().back().second, parameter(feedback));
+    EXPECT_FLOAT_EQ(editor().feedbackKnob(0)->value(), parameter(feedback));
 
     // The context menu opens where the menu strip was clicked, twice the
     // size; the pointer over "About ..." lights exactly that entry's rows,
@@ -514,7 +481,7 @@ TEST_F(DelayEditorTest, AtTheDisplaysTwoHundredPercentInputLandsWhereThingsAreDr
     const int aboutBottom = aboutTop + 2 * gui::MenuLayout::kItemHeight;
     Rect popup;
     Image lit;
-    gui::test::playMenu(host.display(), [&] { host.click(20, 400); }, [&](xcb_window_t top) {
+    gui::test::playMenu(host.display(), [&] { host.click({20, 400}); }, [&](xcb_window_t top) {
         popup = host.display().geometry(top);
         host.display().motion(top, popup.width() / 2, aboutTop + 9, 0);
         gui::test::waitFor([] { return false; }, 150);
@@ -535,7 +502,7 @@ TEST_F(DelayEditorTest, AtTheDisplaysTwoHundredPercentInputLandsWhereThingsAreDr
     ASSERT_TRUE(editor().aboutOverlay()->aboutShown());
     EXPECT_EQ(editor().bitmap(DelayEditor::kAboutBitmap)->scale(), 2.0);
     saveScreenshot(host.grabEditor(), "editor-zoom-200-about.png");
-    host.click(1200, 600);
+    host.click({1200, 600});
     EXPECT_FALSE(editor().aboutOverlay()->aboutShown());
 
     // The name dialog takes the editor's scale: 800 x 280, the typed name

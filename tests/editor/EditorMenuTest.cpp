@@ -63,7 +63,7 @@ protected:
                                       true));
         factoryFolders = library->folderCount();
         ASSERT_GT(factoryFolders, 0u);
-        hostLog().clear();
+        host.log.clear();
     }
     DelayEditor& editor() { return *host.editor(); }
     // A user folder with presets of the given names, made from the state.
@@ -89,7 +89,7 @@ protected:
     // Opens the menu with a click in the menu strip; `user` plays the popup.
     bool clickMenuStrip(const std::function<void()>& user) {
         std::thread t(user);
-        host.click(10, 200);
+        host.click({10, 200});
         t.join();
         return editor().aboutOverlay()->aboutShown();
     }
@@ -273,10 +273,10 @@ TEST_F(EditorMenuTest, ZoomIsCheckedStoredAndResizesTheOpenEditor) {
     EXPECT_EQ(home.readOptions(), options);  // nothing is written until the user picks
 
     // 150 %: stored, the host asked for the size, the open editor resized.
-    hostLog().clear();
+    host.log.clear();
     EXPECT_TRUE(editor().carryOutChoice(menu, menu.zoom.get(), 2));
     EXPECT_EQ(stored(), 150);
-    EXPECT_EQ(hostLog().events(), std::vector<std::string>{"size 1298x600"});
+    EXPECT_EQ(host.log.events(), std::vector<std::string>{"size 1298x600"});
     EXPECT_EQ(editor().frame()->scale(), 1.5);
     EXPECT_EQ(windowSize(), Rect(0, 0, 1298, 600));
     EXPECT_EQ(host.editorRect(), Rect(0, 0, 1298, 600));
@@ -354,7 +354,7 @@ TEST_F(EditorMenuTest, DismissedMenuChangesNothing) {
     EXPECT_TRUE(host.display().popupWindows().empty());
     EXPECT_EQ(library->folderCount(), folders);
     EXPECT_EQ(home.readOptions(), options);
-    EXPECT_TRUE(hostLog().events().empty());
+    EXPECT_TRUE(host.log.events().empty());
     EXPECT_EQ(editor().frame()->viewCount(), views);  // the menu left the frame
     // The menus were on screen over the editor.
     ASSERT_EQ(menuShot.width, 865);
@@ -524,16 +524,16 @@ TEST_F(EditorMenuTest, AboutBoxAndHomepageHandTheAddressToTheBrowser) {
     EXPECT_STREQ(editor().aboutOverlay()->link()->address(), kHomePageAddress);
 
     // A click on the link opens the page and leaves the box up.
-    host.click(432, 162);
+    host.click({432, 162});
     EXPECT_EQ(opened(), std::string(kHomePageAddress) + "\n");
     EXPECT_TRUE(editor().aboutOverlay()->aboutShown());
     // A click anywhere else closes it; the editor shows again.
-    host.click(600, 300);
+    host.click({600, 300});
     EXPECT_FALSE(editor().aboutOverlay()->aboutShown());
     EXPECT_EQ(editor().aboutOverlay()->mouseRect(), DelayEditor::menuStripRect());
     EXPECT_LT(differingFraction(host.grabEditor(), before, 30), 0.01);
     // While hidden, a press outside the menu strip does not reach the overlay.
-    host.click(600, 300);
+    host.click({600, 300});
     EXPECT_FALSE(editor().aboutOverlay()->aboutShown());
     setenv("PATH", oldPath.c_str(), 1);
 }

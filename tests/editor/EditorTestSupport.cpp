@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstdio>
 #include <cstring>
 
 #include "editor/DelayEditor.h"
@@ -50,40 +51,73 @@ void HostLog::clear() {
     automated_.clear();
 }
 
-HostLog& hostLog() {
-    static HostLog log;
-    return log;
+void HostLog::edit(const char* kind, uint32_t index) { add(kind + (" " + std::to_string(index))); }
+
+void HostLog::value(uint32_t index, double value, const std::string& suffix) {
+    char text[64];
+    std::snprintf(text, sizeof text, "value %u %g", index, value);
+    add(text + suffix, static_cast<int32_t>(index), static_cast<float>(value));
+}
+
+void expectOneGesture(const std::vector<std::string>& events, int32_t index) {
+    const std::string n = std::to_string(index);
+    ASSERT_GE(events.size(), 3u);
+    EXPECT_EQ(events.front(), "begin " + n);
+    EXPECT_EQ(events.back(), "end " + n);
+    for (size_t i = 1; i + 1 < events.size(); ++i) EXPECT_EQ(events[i].rfind("value " + n + " ", 0), 0u) << events[i];
 }
 
 vst::VstIntPtr hostCallback(vst::AEffect* effect, int32_t opcode, int32_t index,
                             vst::VstIntPtr value, void* ptr, float opt) {
     (void)ptr;
-    HostLog& log = hostLog();
+    EditorHost* host = gCurrentHost;
     switch (opcode) {
         case vst::audioMasterVersion:
-            return gCurrentHost ? gCurrentHost->hostVersion() : 2400;
+            return host ? host->hostVersion() : 2400;
         case vst::audioMasterAutomate:
-            log.add("auto " + std::to_string(index), index, opt);
-            if (gCurrentHost && effect && index == gCurrentHost->writesBackIndex) {
-                effect->setParameter(effect, index, gCurrentHost->writesBackValue);
+            if (host) host->log.value(static_cast<uint32_t>(index), opt);
+            if (host && effect && index == host->writesBackIndex) {
+                effect->setParameter(effect, index, host->writesBackValue);
             }
             return 0;
         case vst::audioMasterBeginEdit:
-            log.add("begin " + std::to_string(index));
-            return 1;
         case vst::audioMasterEndEdit:
-            log.add("end " + std::to_string(index));
+            if (host) host->log.edit(opcode == vst::audioMasterBeginEdit ? "begin" : "end", static_cast<uint32_t>(index));
             return 1;
         case vst::audioMasterGetTime:
             return reinterpret_cast<vst::VstIntPtr>(&gTime);
         case vst::audioMasterSizeWindow:
-            log.add("size " + std::to_string(index) + "x" + std::to_string(value));
-            return gCurrentHost && gCurrentHost->resizeHostWindow(index, static_cast<int>(value))
-                       ? 1
-                       : 0;
+            if (host) host->log.add("size " + std::to_string(index) + "x" + std::to_string(value));
+            return host && host->resizeHostWindow(index, static_cast<int>(value)) ? 1 : 0;
         default:
             return 0;
     }
+}
+
+HostWindow::HostWindow(const std::string& resources) {
+    gui::Bitmap::setResourceDirectory(resources.empty() ? std::string(VARITAP_BUNDLE_DIR "/Contents/Resources")
+                                                        : resources);
+    setEditorFactory(&createDelayEditor);
+    if (display_.ok()) window_ = display_.createWindow(865, 400);
+}
+
+HostWindow::~HostWindow() {
+    if (window_) display_.destroyWindow(window_);
+    setEditorFactory(nullptr);
+    gui::Bitmap::setResourceDirectory(std::string());
+}
+
+void HostWindow::drag(xcb_window_t w, gui::Point from, gui::Point to, const std::function<void()>& settle) {
+    display_.button(w, from.x, from.y, 1, true);
+    settle();
+    const int steps = 4;
+    for (int s = 1; s <= steps; ++s) {
+        display_.motion(w, from.x + (to.x - from.x) * s / steps, from.y + (to.y - from.y) * s / steps,
+                        XCB_BUTTON_MASK_1);
+        settle();
+    }
+    display_.button(w, to.x, to.y, 1, false, XCB_BUTTON_MASK_1);
+    settle();
 }
 
 ConfigHome::ConfigHome() {
@@ -103,24 +137,16 @@ ConfigHome::~ConfigHome() {
 }
 
 EditorHost::EditorHost(const std::string& resources, int32_t hostVersion)
-    : hostVersion_(hostVersion) {
-    gui::Bitmap::setResourceDirectory(resources.empty()
-                                          ? std::string(VARITAP_BUNDLE_DIR "/Contents/Resources")
-                                          : resources);
-    setEditorFactory(&createDelayEditor);
+    : HostWindow(resources), hostVersion_(hostVersion) {
     previousHost_ = gCurrentHost;
     gCurrentHost = this;
     aeffect_ = createDelayEffect(&hostCallback);
     if (aeffect_) effect_ = &Vst2Effect::fromRecord(aeffect_)->core();
-    if (display_.ok()) window_ = display_.createWindow(865, 400);
 }
 
 EditorHost::~EditorHost() {
     gCurrentHost = previousHost_;
     closeInstance();
-    if (window_) display_.destroyWindow(window_);
-    setEditorFactory(nullptr);
-    gui::Bitmap::setResourceDirectory(std::string());
 }
 
 DelayEditor* EditorHost::editor() const {
@@ -152,8 +178,7 @@ bool EditorHost::resizeHostWindow(int width, int height) {
 bool EditorHost::openEditor() {
     const gui::Rect r = editorRect();
     if (window_ && !r.isEmpty()) display_.resizeWindow(window_, r.width(), r.height());
-    const bool ok = dispatch(vst::effEditOpen, 0, 0,
-                             reinterpret_cast<void*>(static_cast<uintptr_t>(window_))) == 1;
+    const bool ok = dispatch(vst::effEditOpen, 0, 0, parent()) == 1;
     if (ok) settle();
     return ok;
 }
@@ -176,23 +201,13 @@ Image EditorHost::grabEditor() {
     return display_.grab(editorWindow(), gui::Rect(0, 0, size.width(), size.height()));
 }
 
-void EditorHost::click(int x, int y, int button) {
-    display_.click(editorWindow(), x, y, button);
+void EditorHost::click(gui::Point at, int button) {
+    display_.click(editorWindow(), at.x, at.y, button);
     settle(1);
 }
 
-void EditorHost::drag(int x0, int y0, int x1, int y1) {
-    const xcb_window_t w = editorWindow();
-    display_.button(w, x0, y0, 1, true);
-    settle(1);
-    const int steps = 4;
-    for (int s = 1; s <= steps; ++s) {
-        display_.motion(w, x0 + (x1 - x0) * s / steps, y0 + (y1 - y0) * s / steps,
-                        XCB_BUTTON_MASK_1);
-        settle(1);
-    }
-    display_.button(w, x1, y1, 1, false, XCB_BUTTON_MASK_1);
-    settle(1);
+void EditorHost::drag(gui::Point from, gui::Point to) {
+    HostWindow::drag(editorWindow(), from, to, [this] { settle(1); });
 }
 
 void EditorHost::closeInstance() {
@@ -251,6 +266,21 @@ void openAndCloseAHundredTimes(HostDisplay& display, xcb_window_t hostWindow, co
     EXPECT_TRUE(gui::test::waitFor([&] { return display.children(hostWindow).empty(); }));
     EXPECT_TRUE(display.popupWindows().empty());
     EXPECT_EQ(gui::test::openDescriptors(), descriptors);
+}
+
+Image halved(Image big) {
+    cairo_surface_t* from = cairo_image_surface_create_for_data(reinterpret_cast<unsigned char*>(big.words.data()),
+                                                                CAIRO_FORMAT_ARGB32, big.width, big.height, big.width * 4);
+    cairo_surface_t* to = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, big.width / 2, big.height / 2);
+    cairo_t* cr = cairo_create(to);
+    cairo_scale(cr, 0.5, 0.5);
+    // Bilinear sampling halfway between two pixels in each direction.
+    cairo_set_source_surface(cr, from, 0, 0);
+    cairo_pattern_set_filter(cairo_get_source(cr), CAIRO_FILTER_BILINEAR);
+    cairo_paint(cr);
+    cairo_destroy(cr);
+    cairo_surface_destroy(from);
+    return Image::adopt(to);
 }
 
 void saveScreenshot(const Image& image, const char* name) {

@@ -29,11 +29,15 @@ using gui::test::Image;
 using gui::test::differingFraction;
 using gui::test::waitForMenus;
 
-// What the plug-in told the host, in order ("begin 21", "auto 21",
-// "end 21"), and the automated values.
+// What the plug-in told the host, in order, in one form for every format:
+// "begin 23", "value 23 0.5", "end 23", and the host-specific calls
+// ("size 1730x800", "resize 865 400", "timer 1", "fd 7"); and the values
+// of the "value" entries.
 class HostLog {
 public:
     void add(const std::string& event, int32_t index = -1, float value = 0.0f);
+    void edit(const char* kind, uint32_t index);
+    void value(uint32_t index, double value, const std::string& suffix = std::string());
     std::vector<std::string> events();
     std::vector<std::pair<int32_t, float>> automated();
     void clear();
@@ -44,13 +48,39 @@ private:
     std::vector<std::pair<int32_t, float>> automated_;
 };
 
+// The edits of one gesture on a parameter: begin, values only, end.
+void expectOneGesture(const std::vector<std::string>& events, int32_t index);
+
 // The callback of every instance made here: a host of the EditorHost's VST
 // version that records automation, edit gestures and window size requests
-// ("size 1730x800") in hostLog(), and gives the editor's window the size it
-// asks for (the host window of the EditorHost alive now, unless it refuses).
+// in the EditorHost's log, and gives the editor's window the size it asks
+// for (the host window of the EditorHost alive now, unless it refuses).
 vst::VstIntPtr hostCallback(vst::AEffect* effect, int32_t opcode, int32_t index,
                             vst::VstIntPtr value, void* ptr, float opt);
-HostLog& hostLog();
+
+// The host side every format shares: the editor factory and the bitmaps
+// (the built bundle's Resources unless given) installed, a host window of
+// the editor's size, the log, and the user's mouse.
+class HostWindow {
+public:
+    explicit HostWindow(const std::string& resources = std::string());
+    ~HostWindow();
+    HostWindow(const HostWindow&) = delete;
+    HostWindow& operator=(const HostWindow&) = delete;
+
+    HostDisplay& display() { return display_; }
+    xcb_window_t hostWindow() const { return window_; }
+    void* parent() const { return reinterpret_cast<void*>(static_cast<uintptr_t>(window_)); }
+    // A press, four moves and a release from one point of a window (its
+    // pixels) to another, `settle` run after each.
+    void drag(xcb_window_t w, gui::Point from, gui::Point to, const std::function<void()>& settle);
+
+    HostLog log;
+
+protected:
+    HostDisplay display_;
+    xcb_window_t window_ = 0;
+};
 
 // A temporary XDG_CONFIG_HOME for the options and user presets of one test.
 class ConfigHome {
@@ -67,21 +97,17 @@ private:
     bool hadOld_ = false;
 };
 
-// One plug-in instance made through the module's entry function, with the
-// editor factory installed, and a host window to open its editor in.
-class EditorHost {
+// One VST 2 instance made through the module's entry function, and a host
+// window to open its editor in.
+class EditorHost : public HostWindow {
 public:
-    // resources: the folder bitmaps and backgrounds come from (the built
-    // bundle's Resources unless given); hostVersion: what the host answers
-    // to audioMasterVersion (2400 is VST 2.4).
+    // hostVersion: what the host answers to audioMasterVersion (2400 is VST 2.4).
     explicit EditorHost(const std::string& resources = std::string(), int32_t hostVersion = 2400);
     ~EditorHost();
 
     vst::AEffect* aeffect() const { return aeffect_; }
     DelayEffect* effect() const { return effect_; }
     DelayEditor* editor() const;
-    HostDisplay& display() { return display_; }
-    xcb_window_t hostWindow() const { return window_; }
     xcb_window_t editorWindow() const;
 
     vst::VstIntPtr dispatch(int32_t opcode, int32_t index = 0, vst::VstIntPtr value = 0,
@@ -101,8 +127,8 @@ public:
     Image grabEditor();
     // Synthetic mouse on the editor's window (its pixels: editor coordinates
     // times the editor's scale).
-    void click(int x, int y, int button = 1);
-    void drag(int x0, int y0, int x1, int y1);
+    void click(gui::Point at, int button = 1);
+    void drag(gui::Point from, gui::Point to);
     // Closes the instance (effClose), which deletes the editor.
     void closeInstance();
 
@@ -113,8 +139,6 @@ public:
 
 private:
     int32_t hostVersion_;
-    HostDisplay display_;
-    xcb_window_t window_ = 0;
     vst::AEffect* aeffect_ = nullptr;
     DelayEffect* effect_ = nullptr;
     bool grantsResize_ = true;
@@ -140,6 +164,8 @@ std::thread answerDialog(HostDisplay& display, const char* text, uint32_t keysym
 // menu and no descriptor (X connection).
 void openAndCloseAHundredTimes(HostDisplay& display, xcb_window_t hostWindow, const std::function<bool()>& open,
                                const std::function<void()>& close, const std::function<void()>& block);
+// A picture at 200 % brought back to 100 %: each 2 x 2 block averaged.
+Image halved(Image big);
 // When VARITAP_SCREENSHOT_DIR is set, saves the image there under name.
 void saveScreenshot(const Image& image, const char* name);
 

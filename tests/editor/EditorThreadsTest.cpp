@@ -59,7 +59,7 @@ TEST(EditorThreadsTest, OpeningAndClosingAHundredTimesUnderAudioAndAutomation) {
         },
         [&] {
             host.closeEditor();
-            hostLog().clear();
+            host.log.clear();
         },
         [&] {
             for (size_t i = 0; i < left.size(); ++i) left[i] = right[i] = (i % 64) / 64.0f - 0.5f;

@@ -30,10 +30,9 @@ namespace varitap::test {
 namespace {
 
 // An LV2 host around one in-process instance and its UI.
-class Lv2UiHost {
+class Lv2UiHost : public HostWindow {
 public:
     Lv2UiHost() {
-        setEditorFactory(&createDelayEditor);
         const LV2_Feature mapFeature{LV2_URID__map, &map_};
         const LV2_Feature* features[] = {&mapFeature, nullptr};
         effect_.reset(Lv2Effect::create(44100.0, features));
@@ -46,25 +45,20 @@ public:
             effect_->connectPort(Lv2Effect::kOutputPort + c, audio_[c]);
         }
         effect_->activate();
-        if (display_.ok()) window_ = display_.createWindow(865, 400);
     }
     ~Lv2UiHost() {
         closeUi();
         effect_.reset();
-        if (window_) display_.destroyWindow(window_);
-        setEditorFactory(nullptr);
     }
 
     Lv2Effect& effect() { return *effect_; }
     DelayEditor* editor() { return static_cast<DelayEditor*>(effect_->core().getEditor()); }
-    HostDisplay& display() { return display_; }
-    xcb_window_t window() const { return window_; }
 
     // scale: the host's ui:scaleFactor option, none when 0.
     bool openUi(float scale = 0.0f) {
         const LV2UI_Descriptor* d = lv2UiDescriptor();
         const LV2_Feature instance{LV2_INSTANCE_ACCESS_URI, effect_.get()};
-        const LV2_Feature parent{LV2_UI__parent, reinterpret_cast<void*>(static_cast<uintptr_t>(window_))};
+        const LV2_Feature parentFeature{LV2_UI__parent, parent()};
         const LV2_Feature resize{LV2_UI__resize, &resize_};
         const LV2_Feature touch{LV2_UI__touch, &touch_};
         const LV2_Feature mapFeature{LV2_URID__map, &map_};
@@ -74,7 +68,7 @@ public:
             {LV2_OPTIONS_INSTANCE, 0, 0, 0, 0, nullptr},
         };
         const LV2_Feature optionsFeature{LV2_OPTIONS__options, const_cast<LV2_Options_Option*>(options)};
-        const LV2_Feature* features[] = {&instance, &parent, &resize, &touch, &mapFeature,
+        const LV2_Feature* features[] = {&instance, &parentFeature, &resize, &touch, &mapFeature,
                                          scale > 0.0f ? &optionsFeature : nullptr, nullptr};
         widget = nullptr;
         ui_ = d->instantiate(d, Lv2Effect::kUri, "", &Lv2UiHost::write, this, &widget, features);
@@ -92,7 +86,6 @@ public:
 
     float control[kParameterCount] = {};
     LV2UI_Widget widget = nullptr;
-    HostLog log;  // "write 23 0.500000", "touch 23 1", "resize 865 400"
 
 private:
     static uint32_t mapUri(LV2_URID_Map_Handle handle, const char* uri) {
@@ -106,18 +99,16 @@ private:
     static void write(LV2UI_Controller controller, uint32_t port, uint32_t size, uint32_t format, const void* buffer) {
         float value = 0.0f;
         if (size == sizeof value && format == 0) std::memcpy(&value, buffer, sizeof value);
-        static_cast<Lv2UiHost*>(controller)->log.add("write " + std::to_string(port) + " " + std::to_string(value));
+        static_cast<Lv2UiHost*>(controller)->log.value(port, value);
     }
     static int resizeUi(LV2UI_Feature_Handle handle, int w, int h) {
         static_cast<Lv2UiHost*>(handle)->log.add("resize " + std::to_string(w) + " " + std::to_string(h));
         return 0;
     }
     static void touchPort(LV2UI_Feature_Handle handle, uint32_t port, bool grabbed) {
-        static_cast<Lv2UiHost*>(handle)->log.add("touch " + std::to_string(port) + " " + std::to_string(grabbed));
+        static_cast<Lv2UiHost*>(handle)->log.edit(grabbed ? "begin" : "end", port);
     }
 
-    HostDisplay display_;
-    xcb_window_t window_ = 0;
     std::vector<std::string> uris_;
     LV2_URID_Map map_{&uris_, &Lv2UiHost::mapUri};
     LV2UI_Resize resize_{this, &Lv2UiHost::resizeUi};
@@ -152,8 +143,7 @@ TEST(Lv2Ui, WidgetsFollowTheHostAndTheModulatorsMoveTheHostsPortsOpenAHundredTim
     knob->setValue(0.5f);
     host.editor()->valueChanged(nullptr, knob);
     host.editor()->endEdit(feedback);
-    const std::vector<std::string> gesture = {"touch 23 1", "write 23 0.500000", "touch 23 0"};
-    EXPECT_EQ(host.log.events(), gesture);
+    EXPECT_EQ(host.log.events(), (std::vector<std::string>{"begin 23", "value 23 0.5", "end 23"}));
     EXPECT_FLOAT_EQ(host.effect().core().getParameter(feedback), 0.5f);
     host.log.clear();
 
@@ -178,7 +168,7 @@ TEST(Lv2Ui, WidgetsFollowTheHostAndTheModulatorsMoveTheHostsPortsOpenAHundredTim
 
     // The UI opens and closes a hundred times while the modulator runs.
     openAndCloseAHundredTimes(
-        host.display(), host.window(),
+        host.display(), host.hostWindow(),
         [&] {
             const bool opened = host.openUi();
             if (opened) host.idle();
