@@ -52,6 +52,20 @@ bool choose(DelayEditor& editor, const MenuOf& which, const std::string& text) {
 }
 const MenuOf kPresets = [](ContextMenu& menu) { return menu.presets.get(); };
 const MenuOf kOptions = [](ContextMenu& menu) { return menu.options.get(); };
+const MenuOf kZoom = [](ContextMenu& menu) { return menu.zoom.get(); };
+
+// The check marks of a menu: "x.." is the first of three checked.
+std::string checked(const OptionMenu& menu) {
+    std::string marks;
+    for (int i = 0; i < menu.nbEntries(); ++i) marks += menu.isCheckEntry(i) ? "x" : ".";
+    return marks;
+}
+
+long stored(const char* key) {
+    long number = -1;
+    Preferences::current()->getNumber(key, &number, 0);
+    return number;
+}
 
 class EditorMenuTest : public ::testing::Test {
 protected:
@@ -66,6 +80,7 @@ protected:
         host.log.clear();
     }
     DelayEditor& editor() { return *host.editor(); }
+    ContextMenu menu() { return editor().buildContextMenu(Point{10, 100}); }
     // A user folder with presets of the given names, made from the state.
     PresetFolder* userFolder(const char* name, std::vector<const char*> presets) {
         PresetFolder* folder = library->addFolder(name);
@@ -104,8 +119,7 @@ TEST_F(EditorMenuTest, TreeShowsFoldersOptionsAndBackgroundsAsTheyAreNow) {
     PresetFolder* mine = userFolder("Mine", {"Warm", "Cold"});
     Preferences::current()->setNumber(kOptionDelayTimeResample, 1);
     Preferences::current()->setNumber(kOptionDelayTimeInSamples, 1);
-    ContextMenu menu = editor().buildContextMenu(Point{10, 100});
-
+    const ContextMenu menu = this->menu();
     EXPECT_EQ(entries(*menu.top), (std::vector<std::string>{"Presets", "-", "Options", "-",
                                                             "Visit Homepage ...", "About ..."}));
     EXPECT_EQ(menu.top->submenu(0), menu.presets.get());
@@ -132,17 +146,14 @@ TEST_F(EditorMenuTest, TreeShowsFoldersOptionsAndBackgroundsAsTheyAreNow) {
                                                                 "Smooth Delay Time Changes",
                                                                 "Show Delay Time in Samples",
                                                                 "Background", "Zoom"}));
-    EXPECT_TRUE(menu.options->isCheckEntry(0));
-    EXPECT_FALSE(menu.options->isCheckEntry(1));
-    EXPECT_TRUE(menu.options->isCheckEntry(2));
+    EXPECT_EQ(checked(*menu.options), "x.x..");
     EXPECT_EQ(menu.options->submenu(3), menu.background.get());
     EXPECT_EQ(menu.options->submenu(4), menu.zoom.get());
 
     // A current preset adds its removal at the end.
     host.effect()->lastUserPreset = RefPtr<Preset>(mine->presetAt(1));
-    ContextMenu withPreset = editor().buildContextMenu(Point{10, 100});
-    EXPECT_STREQ(withPreset.presets->entry(withPreset.presets->nbEntries() - 1),
-                 "Remove Preset 'Cold'");
+    const ContextMenu withPreset = this->menu();
+    EXPECT_STREQ(withPreset.presets->entry(withPreset.presets->nbEntries() - 1), "Remove Preset 'Cold'");
 }
 
 TEST_F(EditorMenuTest, CommandsAreMatchedByTextAndPresetsApply) {
@@ -159,7 +170,7 @@ TEST_F(EditorMenuTest, CommandsAreMatchedByTextAndPresetsApply) {
     EXPECT_NEAR(host.effect()->program().values[delay], 0.25f, 1e-6f);
 
     // A preset named like a command carries out the command instead.
-    ContextMenu again = editor().buildContextMenu(Point{10, 100});
+    ContextMenu again = menu();
     OptionMenu* otherMenu = again.folders[static_cast<size_t>(folderIndex(other))].get();
     EXPECT_TRUE(editor().carryOutChoice(again, again.folders[static_cast<size_t>(folderIndex(mine))].get(),
                                         1));  // "Remove Folder"
@@ -167,7 +178,7 @@ TEST_F(EditorMenuTest, CommandsAreMatchedByTextAndPresetsApply) {
     EXPECT_EQ(folderIndex(mine), -1);
     // The current preset went with its folder and is no longer current.
     EXPECT_EQ(host.effect()->lastUserPreset.get(), nullptr);
-    EXPECT_EQ(indexOf(*editor().buildContextMenu(Point{}).presets, "Remove Preset 'Quarter'"), -1);
+    EXPECT_EQ(indexOf(*menu().presets, "Remove Preset 'Quarter'"), -1);
     // "Add Preset ..." opens the name dialog: cancelled, nothing is added.
     std::thread user = answerDialog(host.display(), nullptr, XKB_KEY_Escape);
     EXPECT_TRUE(editor().carryOutChoice(again, otherMenu, 0));
@@ -183,7 +194,7 @@ TEST_F(EditorMenuTest, CommandsAreMatchedByTextAndPresetsApply) {
     Preset* factoryPreset = library->folderAt(0)->presetAt(0);
     ASSERT_NE(factoryPreset, nullptr);
     host.effect()->lastUserPreset = RefPtr<Preset>(factoryPreset);
-    ContextMenu fourth = editor().buildContextMenu(Point{10, 100});
+    ContextMenu fourth = menu();
     const uint32_t factoryCount = library->folderAt(0)->presetCount();
     editor().carryOutChoice(fourth, fourth.presets.get(), fourth.presets->nbEntries() - 1);
     EXPECT_EQ(library->folderAt(0)->presetCount(), factoryCount);
@@ -204,7 +215,7 @@ TEST_F(EditorMenuTest, PresetRemovedByAnotherInstanceLeavesThisMenuWhole) {
         PresetFolder* kept = userFolder("Kept", {"Half"});
         choose(editor(), menuOf(shared), "Quarter");
         choose(*other.editor(), menuOf(shared), "Quarter");
-        ASSERT_EQ(lastEntry(*editor().buildContextMenu(Point{}).presets), "Remove Preset 'Quarter'");
+        ASSERT_EQ(lastEntry(*menu().presets), "Remove Preset 'Quarter'");
 
         if (wholeFolder) {
             choose(*other.editor(), menuOf(shared), "Remove Folder");
@@ -213,11 +224,11 @@ TEST_F(EditorMenuTest, PresetRemovedByAnotherInstanceLeavesThisMenuWhole) {
         }
         EXPECT_EQ(lastEntry(*other.editor()->buildContextMenu(Point{}).presets), "Add Folder ...");
 
-        ContextMenu mine = editor().buildContextMenu(Point{10, 100});
+        ContextMenu mine = menu();
         EXPECT_EQ(indexOf(*mine.presets, "Remove Preset 'Quarter'"), -1);
         EXPECT_EQ(lastEntry(*mine.presets), "Add Folder ...");
         choose(editor(), menuOf(kept), "Half");
-        EXPECT_EQ(lastEntry(*editor().buildContextMenu(Point{}).presets), "Remove Preset 'Half'");
+        EXPECT_EQ(lastEntry(*menu().presets), "Remove Preset 'Half'");
     }
 }
 
@@ -228,54 +239,36 @@ TEST_F(EditorMenuTest, OptionsAreWrittenAndTakeEffect) {
     host.aeffect()->setParameter(host.aeffect(), tapParameterIndex(tap, kTapDelay), 0.5f);
     const std::string milliseconds = editor().delayText(tap);
 
-    auto stored = [](const auto& key) {
-        long number = -1;
-        Preferences::current()->getNumber(key, &number, 0);
-        return number;
-    };
     choose(editor(), kOptions, "Show Delay Time in Samples");
     EXPECT_EQ(stored(kOptionDelayTimeInSamples), 1);
     EXPECT_NE(editor().delayText(tap), milliseconds);
     EXPECT_EQ(editor().delayText(tap).find('.'), std::string::npos);  // whole samples
 
-    ContextMenu again = editor().buildContextMenu(Point{10, 100});
-    EXPECT_TRUE(again.options->isCheckEntry(2));
-    editor().carryOutChoice(again, again.options.get(), 2);
+    EXPECT_EQ(checked(*menu().options), "..x..");
+    choose(editor(), kOptions, "Show Delay Time in Samples");
     EXPECT_EQ(stored(kOptionDelayTimeInSamples), 0);
     EXPECT_EQ(editor().delayText(tap), milliseconds);
-    editor().carryOutChoice(again, again.options.get(), 0);  // Resample, unchecked before
+    choose(editor(), kOptions, "Resample (experimental)");
     EXPECT_EQ(stored(kOptionDelayTimeResample), 1);
     EXPECT_TRUE(host.effect()->engine().tap(tap).isResampling());
-    editor().carryOutChoice(again, again.options.get(), 1);  // Smooth Delay Time Changes
+    choose(editor(), kOptions, "Smooth Delay Time Changes");
     EXPECT_EQ(stored(kOptionSmoothDelayTimeChanges), 1);
     EXPECT_TRUE(host.effect()->engine().tap(tap).smoothsDelayChanges());
-    EXPECT_TRUE(editor().buildContextMenu(Point{10, 100}).options->isCheckEntry(1));
+    EXPECT_EQ(checked(*menu().options), "xx...");
 }
 
 TEST_F(EditorMenuTest, ZoomIsCheckedStoredAndResizesTheOpenEditor) {
-    auto stored = [] {
-        long number = -1;
-        Preferences::current()->getNumber(kOptionEditorZoom, &number, 0);
-        return number;
-    };
-    auto checked = [](const OptionMenu& menu) {
-        std::string marks;
-        for (int i = 0; i < menu.nbEntries(); ++i) marks += menu.isCheckEntry(i) ? "x" : ".";
-        return marks;
-    };
     auto windowSize = [&] { return host.display().geometry(host.editorWindow()); };
     ASSERT_TRUE(host.openEditor());
     const std::string options = home.readOptions();
-    ContextMenu menu = editor().buildContextMenu(Point{10, 100});
-    EXPECT_EQ(entries(*menu.zoom),
-              (std::vector<std::string>{"100%", "125%", "150%", "175%", "200%"}));
-    EXPECT_EQ(checked(*menu.zoom), "x....");
+    EXPECT_EQ(entries(*menu().zoom), (std::vector<std::string>{"100%", "125%", "150%", "175%", "200%"}));
+    EXPECT_EQ(checked(*menu().zoom), "x....");
     EXPECT_EQ(home.readOptions(), options);  // nothing is written until the user picks
 
     // 150 %: stored, the host asked for the size, the open editor resized.
     host.log.clear();
-    EXPECT_TRUE(editor().carryOutChoice(menu, menu.zoom.get(), 2));
-    EXPECT_EQ(stored(), 150);
+    EXPECT_TRUE(choose(editor(), kZoom, "150%"));
+    EXPECT_EQ(stored(kOptionEditorZoom), 150);
     EXPECT_EQ(host.log.events(), std::vector<std::string>{"size 1298x600"});
     EXPECT_EQ(editor().frame()->scale(), 1.5);
     EXPECT_EQ(windowSize(), Rect(0, 0, 1298, 600));
@@ -285,14 +278,13 @@ TEST_F(EditorMenuTest, ZoomIsCheckedStoredAndResizesTheOpenEditor) {
     EXPECT_EQ(zoomed.width, 1298);
     // Not a blank window: the art fills it.
     EXPECT_GT(differingFraction(zoomed, Image(1298, 600), 40), 0.5);
-    EXPECT_EQ(checked(*editor().buildContextMenu(Point{10, 100}).zoom), "..x..");
+    EXPECT_EQ(checked(*menu().zoom), "..x..");
 
     // A host that keeps its window: the choice is stored and shown at the
     // next opening, and in every later instance.
     host.setGrantsResize(false);
-    ContextMenu again = editor().buildContextMenu(Point{10, 100});
-    editor().carryOutChoice(again, again.zoom.get(), 4);
-    EXPECT_EQ(stored(), 200);
+    choose(editor(), kZoom, "200%");
+    EXPECT_EQ(stored(kOptionEditorZoom), 200);
     EXPECT_EQ(editor().frame()->scale(), 1.5);
     EXPECT_EQ(windowSize(), Rect(0, 0, 1298, 600));
     host.closeEditor();
@@ -307,17 +299,15 @@ TEST_F(EditorMenuTest, ZoomIsCheckedStoredAndResizesTheOpenEditor) {
     // The host's own scale comes first and greys the choice; 0 gives it back.
     editor().setScale(1.25);
     EXPECT_EQ(windowSize(), Rect(0, 0, 1082, 500));
-    ContextMenu hosted = editor().buildContextMenu(Point{10, 100});
-    EXPECT_EQ(checked(*hosted.zoom), ".x...");
-    EXPECT_TRUE(hosted.zoom->entryFlags(4) & gui::kMenuDisabled);
+    EXPECT_EQ(checked(*menu().zoom), ".x...");
+    EXPECT_TRUE(menu().zoom->entryFlags(4) & gui::kMenuDisabled);
     editor().setScale(0.0);
     EXPECT_EQ(windowSize(), Rect(0, 0, 1730, 800));
     editor().setScale(9.0);
     EXPECT_EQ(editor().scale(), DelayEditor::kMaxScale);
     editor().setScale(0.0);
-    ContextMenu back = editor().buildContextMenu(Point{10, 100});
-    editor().carryOutChoice(back, back.zoom.get(), 0);  // and back to 100 %
-    EXPECT_EQ(stored(), 100);
+    choose(editor(), kZoom, "100%");
+    EXPECT_EQ(stored(kOptionEditorZoom), 100);
 
     // Stored values and display scales go to the nearest step.
     const struct {
@@ -397,18 +387,20 @@ TEST_F(EditorMenuTest, NameDialogIsATransientModalWindowThatAnswersOkCancelAndCl
             for (uint32_t k : list) d.key(w, k);
         };
     };
+    const xcb_window_t owner = host.editorWindow();
     const struct {
         const char* defaultText;
         std::function<void(HostDisplay&, xcb_window_t)> user;
         bool confirmed;
         const char* result;
+        xcb_window_t owner;
     } cases[] = {
         // Pre-filled text is confirmed as it is, terminated.
-        {"Tape Echo", keys({XKB_KEY_Return}), true, "Tape Echo"},
+        {"Tape Echo", keys({XKB_KEY_Return}), true, "Tape Echo", owner},
         // Escape, the Cancel button and the window manager's close cancel
         // and leave the buffer alone.
-        {"Tape Echo", keys({XKB_KEY_Escape}), false, "unchanged"},
-        {"abc", [](HostDisplay& d, xcb_window_t w) { d.click(w, 250, 110); }, false, "unchanged"},
+        {"Tape Echo", keys({XKB_KEY_Escape}), false, "unchanged", owner},
+        {"abc", [](HostDisplay& d, xcb_window_t w) { d.click(w, 250, 110); }, false, "unchanged", owner},
         {"abc",
          [](HostDisplay& d, xcb_window_t w) {
              xcb_client_message_event_t e{};
@@ -420,9 +412,10 @@ TEST_F(EditorMenuTest, NameDialogIsATransientModalWindowThatAnswersOkCancelAndCl
              xcb_send_event(d.connection(), 0, w, XCB_EVENT_MASK_NO_EVENT, reinterpret_cast<const char*>(&e));
              d.sync();
          },
-         false, "unchanged"},
-        // Return on an empty field confirms an empty name.
-        {nullptr, keys({XKB_KEY_Return}), true, ""},
+         false, "unchanged", owner},
+        // Return on an empty field confirms an empty name; with no owner the
+        // dialog is centred on the screen.
+        {nullptr, keys({XKB_KEY_Return}), true, "", 0},
         // Typed, selected and typed over, edited in the middle and at the end.
         {nullptr,
          [](HostDisplay& d, xcb_window_t w) {
@@ -435,7 +428,7 @@ TEST_F(EditorMenuTest, NameDialogIsATransientModalWindowThatAnswersOkCancelAndCl
              d.typeText(w, " Echo");
              d.key(w, XKB_KEY_Return);
          },
-         true, "Name Echo"},
+         true, "Name Echo", owner},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.result);
@@ -451,32 +444,22 @@ TEST_F(EditorMenuTest, NameDialogIsATransientModalWindowThatAnswersOkCancelAndCl
             placed = d.geometry(w);
             c.user(d, w);
         });
-        EXPECT_EQ(runNameDialog("Varitap", "Name:", c.defaultText, result, host.editorWindow()), c.confirmed);
+        EXPECT_EQ(runNameDialog("Varitap", "Name:", c.defaultText, result, c.owner), c.confirmed);
         user.join();
         EXPECT_STREQ(result, c.result);
         // A real top-level dialog: transient for the host's top-level window
         // (the editor's window is its child), of dialog type, modal, centred
         // on the owner.
-        EXPECT_EQ(transient, std::vector<uint32_t>{host.hostWindow()});
         EXPECT_EQ(type, std::vector<uint32_t>{d.atom("_NET_WM_WINDOW_TYPE_DIALOG")});
         EXPECT_EQ(state, std::vector<uint32_t>{d.atom("_NET_WM_STATE_MODAL")});
-        EXPECT_EQ(placed, Rect::fromSize(10 + (865 - 400) / 2, 10 + (400 - 140) / 2, 400, 140));
+        if (c.owner) {
+            EXPECT_EQ(transient, std::vector<uint32_t>{host.hostWindow()});
+            EXPECT_EQ(placed, Rect::fromSize(10 + (865 - 400) / 2, 10 + (400 - 140) / 2, 400, 140));
+        } else {
+            EXPECT_TRUE(transient.empty());
+            EXPECT_EQ(placed.left, (1920 - 400) / 2);
+        }
     }
-    // No owner: centred on the screen.
-    Rect placed;
-    std::vector<uint32_t> transient{1};
-    std::thread user([&] {
-        const xcb_window_t w = waitForDialog(d);
-        if (!w) return;
-        placed = d.geometry(w);
-        transient = d.property32(w, "WM_TRANSIENT_FOR");
-        d.key(w, XKB_KEY_Return);
-    });
-    char result[kNameBufferSize];
-    EXPECT_TRUE(runNameDialog("Varitap", "Name:", nullptr, result, 0));
-    user.join();
-    EXPECT_TRUE(transient.empty());
-    EXPECT_EQ(placed.left, (1920 - 400) / 2);
     // No buffer: nothing to fill, no window.
     EXPECT_FALSE(runNameDialog("Varitap", "Name:", nullptr, nullptr, 0));
 }
@@ -497,7 +480,7 @@ TEST_F(EditorMenuTest, AboutBoxAndHomepageHandTheAddressToTheBrowser) {
         return text;
     };
 
-    ContextMenu menu = editor().buildContextMenu(Point{10, 100});
+    ContextMenu menu = this->menu();
     EXPECT_TRUE(editor().carryOutChoice(menu, menu.top.get(), 4));  // "Visit Homepage ..."
     EXPECT_EQ(opened(), std::string(kHomePageAddress) + "\n");
     // "About ..." is the one choice that answers false.
