@@ -28,31 +28,19 @@ std::string bundleLibrary() {
 TEST(BundleEditorTest, DefaultEditorLooksLikeTheReference) {
     if (!gui::test::haveDisplay()) GTEST_SKIP() << "no X server";
     ConfigHome home;  // no stored background: "default.png"
-    const std::string path = bundleLibrary();
-    ASSERT_FALSE(path.empty());
-    void* module = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+    void* module = dlopen(bundleLibrary().c_str(), RTLD_NOW | RTLD_LOCAL);
     ASSERT_NE(module, nullptr) << dlerror();
-    auto entry = reinterpret_cast<vst::AEffect* (*)(vst::audioMasterCallback)>(
-        dlsym(module, "VSTPluginMain"));
+    const auto entry = reinterpret_cast<EditorHost::Entry>(dlsym(module, "VSTPluginMain"));
     ASSERT_NE(entry, nullptr);
-
-    vst::AEffect* effect = entry(&hostCallback);
-    ASSERT_NE(effect, nullptr);
-    EXPECT_TRUE(effect->flags & vst::effFlagsHasEditor);
-    HostDisplay display;
-    const xcb_window_t window = display.createWindow(865, 400);
-    ASSERT_EQ(effect->dispatcher(effect, vst::effEditOpen, 0, 0,
-                                 reinterpret_cast<void*>(static_cast<uintptr_t>(window)), 0.0f),
-              1);
-    for (int i = 0; i < 5; ++i) {
-        effect->dispatcher(effect, vst::effEditIdle, 0, 0, nullptr, 0.0f);
-        display.sync();
-        gui::test::waitFor([] { return false; }, 20);
+    Image shown;
+    {
+        EditorHost host(std::string(), 2400, entry);
+        ASSERT_NE(host.aeffect(), nullptr);
+        EXPECT_TRUE(host.aeffect()->flags & vst::effFlagsHasEditor);
+        ASSERT_TRUE(host.openEditor());
+        host.settle(5);
+        shown = host.display().grab(host.hostWindow(), gui::Rect(0, 0, 865, 400));
     }
-    const Image shown = display.grab(window, gui::Rect(0, 0, 865, 400));
-    effect->dispatcher(effect, vst::effEditClose, 0, 0, nullptr, 0.0f);
-    effect->dispatcher(effect, vst::effClose, 0, 0, nullptr, 0.0f);
-    display.destroyWindow(window);
     dlclose(module);
 
     saveScreenshot(shown, "editor-default.png");

@@ -136,12 +136,13 @@ ConfigHome::~ConfigHome() {
     }
 }
 
-EditorHost::EditorHost(const std::string& resources, int32_t hostVersion)
+EditorHost::EditorHost(const std::string& resources, int32_t hostVersion, Entry entry)
     : HostWindow(resources), hostVersion_(hostVersion) {
     previousHost_ = gCurrentHost;
     gCurrentHost = this;
-    aeffect_ = createDelayEffect(&hostCallback);
-    if (aeffect_) effect_ = &Vst2Effect::fromRecord(aeffect_)->core();
+    aeffect_ = (entry ? entry : &createDelayEffect)(&hostCallback);
+    // An instance of another module has no editor this program can reach.
+    if (aeffect_ && !entry) effect_ = &Vst2Effect::fromRecord(aeffect_)->core();
 }
 
 EditorHost::~EditorHost() {

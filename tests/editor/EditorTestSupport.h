@@ -101,8 +101,11 @@ private:
 // window to open its editor in.
 class EditorHost : public HostWindow {
 public:
-    // hostVersion: what the host answers to audioMasterVersion (2400 is VST 2.4).
-    explicit EditorHost(const std::string& resources = std::string(), int32_t hostVersion = 2400);
+    // hostVersion: what the host answers to audioMasterVersion (2400 is VST
+    // 2.4); entry: the module's entry function (the linked-in one unless given).
+    using Entry = vst::AEffect* (*)(vst::audioMasterCallback);
+    explicit EditorHost(const std::string& resources = std::string(), int32_t hostVersion = 2400,
+                        Entry entry = nullptr);
     ~EditorHost();
 
     vst::AEffect* aeffect() const { return aeffect_; }
