@@ -2,7 +2,6 @@
 // VSTPluginMain) and opened in a host window: what it shows is compared
 // with a stored reference picture.
 #include <dlfcn.h>
-#include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <filesystem>

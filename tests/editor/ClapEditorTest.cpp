@@ -6,22 +6,12 @@
 // comes out as gesture begin, values and gesture end; the editor's X
 // connection and idle timer are registered with the host while the editor
 // exists, and without them the editor runs on a timer of its own.
-#include <gtest/gtest.h>
 #include <poll.h>
 
-#include <algorithm>
-#include <atomic>
 #include <chrono>
-#include <cstring>
 #include <set>
-#include <string>
-#include <vector>
 
 #include "EditorTestSupport.h"
-#include "editor/DelayEditor.h"
-#include "engine/ParameterLayout.h"
-#include "gui/Buttons.h"
-#include "gui/Knob.h"
 #include "host/clap/ClapEffect.h"
 
 namespace varitap::test {

@@ -3,30 +3,14 @@
 // another thread), widgets reaching the host as automation inside edit
 // gestures, the routing and tempo menus, the modulator table and the speed
 // display.
-#include "editor/DelayEditor.h"
-
-#include <gtest/gtest.h>
-#include <xkbcommon/xkbcommon-keysyms.h>
-
 #include <chrono>
-#include <cmath>
-#include <cstring>
-#include <functional>
-#include <thread>
 
 #include "EditorTestSupport.h"
-#include "editor/EditorDialogs.h"
-#include "editor/EditorViews.h"
 #include "engine/NoteValueTable.h"
 #include "gui/Bitmap.h"
 #include "gui/DrawContext.h"
-#include "gui/Buttons.h"
 #include "gui/Interaction.h"
-#include "gui/Knob.h"
-#include "gui/OptionMenu.h"
 #include "gui/Platform.h"
-#include "gui/Slider.h"
-#include "host/DelayEffect.h"
 #include "persistence/PresetLibrary.h"
 
 namespace varitap::test {
@@ -35,22 +19,11 @@ namespace {
 using gui::Point;
 using gui::Rect;
 
-class DelayEditorTest : public ::testing::Test {
+class DelayEditorTest : public EditorTest {
 protected:
-    void SetUp() override {
-        if (!gui::test::haveDisplay() || !host.display().ok()) GTEST_SKIP() << "no X server";
-        ASSERT_NE(host.effect(), nullptr);
-        ASSERT_NE(host.editor(), nullptr);
-        host.log.clear();
-    }
     void TearDown() override {
         if (host.display().ok()) xcb_delete_property(host.display().connection(), host.display().root(), XCB_ATOM_RESOURCE_MANAGER);
     }
-    DelayEditor& editor() { return *host.editor(); }
-    void hostSets(int32_t index, float value) {
-        host.aeffect()->setParameter(host.aeffect(), index, value);
-    }
-    float parameter(int32_t index) { return host.aeffect()->getParameter(host.aeffect(), index); }
     // Clicks at a point while a helper presses Escape on any menu that opens;
     // true when one opened.
     bool clickOpensMenu(Point at) {
@@ -62,9 +35,6 @@ protected:
         gui::test::playMenu(host.display(), [&] { host.click(at); }, escape, 600);
         return opened;
     }
-
-    ConfigHome home;
-    EditorHost host;
 };
 
 TEST_F(DelayEditorTest, AttachedEditorAnswersTheHostAndTagsItsWidgetsWithTheirParameters) {
@@ -162,7 +132,6 @@ TEST_F(DelayEditorTest, WidgetsAndDisplaysStartAtTheParameterMappingsAndFollowTh
     EXPECT_FLOAT_EQ(editor().minSlider(0)->value(), 0.3f);
     EXPECT_FLOAT_EQ(editor().speedKnob(8)->value(), 0.6f);
     EXPECT_GT(host.grabEditor().count(around, 255, 255, 255, 40), 0);
-
 
     // The speed display, with the modulators restarted at each sample rate.
     const int m = 2;
@@ -538,41 +507,32 @@ TEST_F(DelayEditorTest, AtTheDisplaysTwoHundredPercentInputLandsWhereThingsAreDr
 }
 
 TEST(FittedDisplayTest, DropsDecimalsOnlyUntilTheTextFits) {
-    cairo_surface_t* s = cairo_image_surface_create(CAIRO_FORMAT_RGB24, 10, 10);
-    cairo_t* cr = cairo_create(s);
-    {
-        gui::DrawContext dc(cr);
-        dc.setFont(gui::kNormalFontVerySmall);
-        char text[32] = "-12.345678";
-        FittedDisplay::fitDecimals(dc, text, 1000.0);
-        EXPECT_STREQ(text, "-12.345678");
-        const double whole = dc.stringWidth("-12.3");
-        FittedDisplay::fitDecimals(dc, text, whole + 0.5);
-        EXPECT_STREQ(text, "-12.3");
-        FittedDisplay::fitDecimals(dc, text, 1.0);  // never into the integer part
-        EXPECT_STREQ(text, "-12");
-        char plain[32] = "123456";
-        FittedDisplay::fitDecimals(dc, plain, 1.0);
-        EXPECT_STREQ(plain, "123456");
-        // A field shows the same digits at every scale, though glyphs are
-        // hinted to other widths there.
-        for (double scale : {1.25, 1.5, 1.75, 2.0}) {
-            cairo_t* scaled = cairo_create(s);
-            gui::DrawContext big(scaled, scale);
-            big.setFont(gui::kNormalFontVerySmall);
-            for (const char* number : {"0.000", "-1.250", "10.000", "0.333"}) {
-                char atOne[32], atScale[32];
-                std::snprintf(atOne, sizeof atOne, "%s", number);
-                std::snprintf(atScale, sizeof atScale, "%s", number);
-                FittedDisplay::fitDecimals(dc, atOne, 23.0);
-                FittedDisplay::fitDecimals(big, atScale, 23.0);
-                EXPECT_STREQ(atScale, atOne) << scale;
-            }
-            cairo_destroy(scaled);
+    cairo_surface_t* surface = cairo_image_surface_create(CAIRO_FORMAT_RGB24, 10, 10);
+    // The text fitted to a width (< 0: just room for "-12.3") at a scale.
+    const auto fit = [surface](double scale, const char* number, double width) {
+        cairo_t* cr = cairo_create(surface);
+        char text[32];
+        std::snprintf(text, sizeof text, "%s", number);
+        {
+            gui::DrawContext dc(cr, scale);
+            dc.setFont(gui::kNormalFontVerySmall);
+            FittedDisplay::fitDecimals(dc, text, width >= 0 ? width : dc.stringWidth("-12.3") + 0.5);
+        }
+        cairo_destroy(cr);
+        return std::string(text);
+    };
+    EXPECT_EQ(fit(1.0, "-12.345678", 1000.0), "-12.345678");
+    EXPECT_EQ(fit(1.0, "-12.345678", -1), "-12.3");
+    EXPECT_EQ(fit(1.0, "-12.345678", 1.0), "-12");  // never into the integer part
+    EXPECT_EQ(fit(1.0, "123456", 1.0), "123456");
+    // A field shows the same digits at every scale, though glyphs are hinted
+    // to other widths there.
+    for (double scale : {1.25, 1.5, 1.75, 2.0}) {
+        for (const char* number : {"0.000", "-1.250", "10.000", "0.333"}) {
+            EXPECT_EQ(fit(scale, number, 23.0), fit(1.0, number, 23.0)) << scale << " " << number;
         }
     }
-    cairo_destroy(cr);
-    cairo_surface_destroy(s);
+    cairo_surface_destroy(surface);
 }
 
 }  // namespace

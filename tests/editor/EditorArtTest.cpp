@@ -3,24 +3,12 @@
 // editor's own widgets, stacked states are whole, the states of a button are
 // told apart at a glance, and where the toolkit draws white text or white
 // knob pointers every background stays dark.
-#include <gtest/gtest.h>
-
 #include <algorithm>
-#include <cmath>
-#include <string>
-#include <vector>
 
 #include "EditorTestSupport.h"
 #include "editor/BackgroundEntry.h"
-#include "editor/DelayEditor.h"
-#include "editor/EditorDialogs.h"
-#include "editor/EditorViews.h"
 #include "gui/Bitmap.h"
 #include "gui/BitmapView.h"
-#include "gui/Buttons.h"
-#include "gui/Knob.h"
-#include "gui/OptionMenu.h"
-#include "gui/Slider.h"
 #include "resources/art/Art.h"
 #include "resources/art/ArtLayout.h"
 
@@ -88,16 +76,14 @@ bool readable(const Image& s, const Rect& r) {
 // Mean absolute difference per channel (premultiplied) between two areas of
 // pictures, 0 (same) to 1.
 double difference(const Image& s, const Rect& a, const Image& t, const Rect& b) {
-    double sum = 0;
+    int sum = 0;
     for (int y = 0; y < a.height(); ++y) {
         for (int x = 0; x < a.width(); ++x) {
-            const Colour p = pixelAt(s, a.left + x, a.top + y);
-            const Colour q = pixelAt(t, b.left + x, b.top + y);
-            sum += std::fabs(p.r * p.a - q.r * q.a) + std::fabs(p.g * p.a - q.g * q.a) +
-                   std::fabs(p.b * p.a - q.b * q.a);
+            const gui::test::Pixel p = s.at(a.left + x, a.top + y), q = t.at(b.left + x, b.top + y);
+            sum += std::abs(p.r - q.r) + std::abs(p.g - q.g) + std::abs(p.b - q.b);
         }
     }
-    return a.width() > 0 && a.height() > 0 ? sum / (3.0 * a.width() * a.height()) : 0;
+    return a.width() > 0 && a.height() > 0 ? sum / (3.0 * 255 * a.width() * a.height()) : 0;
 }
 
 // The first child of a container that is a T.
@@ -130,14 +116,14 @@ struct Placed {
     enum { kPlain, kWhiteText, kKnob } ink;
 };
 
-class EditorArtTest : public ::testing::Test {
+class EditorArtTest : public EditorTest {
 protected:
     void SetUp() override {
-        if (!gui::test::haveDisplay() || !host.display().ok()) GTEST_SKIP() << "no X server";
+        EditorTest::SetUp();
+        if (IsSkipped() || HasFatalFailure()) return;
         ASSERT_TRUE(host.openEditor());
         ASSERT_EQ(editor().scale(), 1.0);
     }
-    DelayEditor& editor() { return *host.editor(); }
     static std::string bitmapFile(int number) {
         char name[32];
         std::snprintf(name, sizeof name, "/bmp%05d.png", number);
@@ -172,8 +158,6 @@ protected:
                 {"max slider", e.maxSlider(m), art::kMaxSlider, Placed::kPlain}};
     }
 
-    ConfigHome home;
-    EditorHost host;
 };
 
 TEST_F(EditorArtTest, ArtLinesUpWithTheEditorsWidgetsWhichDoNotCollide) {

@@ -1,22 +1,12 @@
 // The context menu and its commands, the name-entry dialog and the about
 // box, with the real preset library, options file and popup windows.
-#include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <xkbcommon/xkbcommon-keysyms.h>
 
 #include <cstdio>
 #include <cstdlib>
-#include <cmath>
-#include <cstring>
-#include <functional>
 #include <fstream>
-#include <thread>
 
 #include "EditorTestSupport.h"
-#include "editor/DelayEditor.h"
-#include "editor/EditorDialogs.h"
-#include "gui/OptionMenu.h"
-#include "host/DelayEffect.h"
 #include "persistence/Preferences.h"
 #include "persistence/PresetLibrary.h"
 
@@ -67,19 +57,18 @@ long stored(const char* key) {
     return number;
 }
 
-class EditorMenuTest : public ::testing::Test {
+class EditorMenuTest : public EditorTest {
 protected:
     void SetUp() override {
-        if (!gui::test::haveDisplay() || !host.display().ok()) GTEST_SKIP() << "no X server";
+        EditorTest::SetUp();
+        if (IsSkipped() || HasFatalFailure()) return;
         library = PresetLibrary::current();
         ASSERT_NE(library, nullptr);
         ASSERT_TRUE(library->loadFile(VARITAP_BUNDLE_DIR "/Contents/Resources/varitap.factory.presets.xml",
                                       true));
         factoryFolders = library->folderCount();
         ASSERT_GT(factoryFolders, 0u);
-        host.log.clear();
     }
-    DelayEditor& editor() { return *host.editor(); }
     ContextMenu menu() { return editor().buildContextMenu(Point{10, 100}); }
     // A user folder with presets of the given names, made from the state.
     PresetFolder* userFolder(const char* name, std::vector<const char*> presets) {
@@ -109,8 +98,6 @@ protected:
         return editor().aboutOverlay()->aboutShown();
     }
 
-    ConfigHome home;
-    EditorHost host;
     PresetLibrary* library = nullptr;
     uint32_t factoryFolders = 0;
 };
@@ -158,10 +145,10 @@ TEST_F(EditorMenuTest, TreeShowsFoldersOptionsAndBackgroundsAsTheyAreNow) {
 
 TEST_F(EditorMenuTest, CommandsAreMatchedByTextAndPresetsApply) {
     const int32_t delay = tapParameterIndex(3, kTapDelay);
-    host.aeffect()->setParameter(host.aeffect(), delay, 0.25f);
+    hostSets(delay, 0.25f);
     PresetFolder* mine = userFolder("Mine", {"Quarter", "Remove Folder"});
     PresetFolder* other = userFolder("Other", {"Add Preset ..."});
-    host.aeffect()->setParameter(host.aeffect(), delay, 0.75f);
+    hostSets(delay, 0.75f);
     const uint32_t before = library->folderCount();
 
     // An ordinary preset is applied and becomes the current one.
@@ -235,8 +222,8 @@ TEST_F(EditorMenuTest, PresetRemovedByAnotherInstanceLeavesThisMenuWhole) {
 TEST_F(EditorMenuTest, OptionsAreWrittenAndTakeEffect) {
     ASSERT_TRUE(host.openEditor());
     const int tap = 5;
-    host.aeffect()->setParameter(host.aeffect(), tapParameterIndex(tap, kTapSync), 0.0f);
-    host.aeffect()->setParameter(host.aeffect(), tapParameterIndex(tap, kTapDelay), 0.5f);
+    hostSets(tapParameterIndex(tap, kTapSync), 0.0f);
+    hostSets(tapParameterIndex(tap, kTapDelay), 0.5f);
     const std::string milliseconds = editor().delayText(tap);
 
     choose(editor(), kOptions, "Show Delay Time in Samples");
@@ -370,7 +357,7 @@ TEST_F(EditorMenuTest, EmptyNamesAddNothingAndPresetsAreAddedByName) {
     EXPECT_EQ(library->folderCount(), folders + 2);
 
     // "Add Preset ..." in the new folder stores the current state by name.
-    host.aeffect()->setParameter(host.aeffect(), 20, 0.125f);
+    hostSets(20, 0.125f);
     std::thread named = answerDialog(host.display(), "Slapback", XKB_KEY_Return);
     choose(editor(), menuOf(added), "Add Preset ...");
     named.join();

@@ -1,15 +1,9 @@
 #include "EditorTestSupport.h"
 
 #include <stdlib.h>
-#include <xkbcommon/xkbcommon-keysyms.h>
 
-#include <gtest/gtest.h>
-
-#include <atomic>
 #include <cstdio>
-#include <cstring>
 
-#include "editor/DelayEditor.h"
 #include "gui/Bitmap.h"
 #include "host/vst2/Vst2Effect.h"
 

@@ -4,9 +4,14 @@
 // and dialogs.
 #pragma once
 
+#include <gtest/gtest.h>
 #include <xcb/xcb.h>
+#include <xkbcommon/xkbcommon-keysyms.h>
 
+#include <atomic>
+#include <cmath>
 #include <cstdint>
+#include <cstring>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -14,13 +19,16 @@
 #include <vector>
 
 #include "../gui/XServer.h"
-#include "gui/View.h"
+#include "editor/DelayEditor.h"
+#include "editor/EditorDialogs.h"
+#include "editor/EditorViews.h"
+#include "engine/ParameterLayout.h"
+#include "gui/Buttons.h"
+#include "gui/Knob.h"
+#include "gui/OptionMenu.h"
+#include "gui/Slider.h"
+#include "host/DelayEffect.h"
 #include "host/vst2/VstInterface.h"
-
-namespace varitap {
-class DelayEditor;
-class DelayEffect;
-}  // namespace varitap
 
 namespace varitap::test {
 
@@ -146,6 +154,22 @@ private:
     DelayEffect* effect_ = nullptr;
     bool grantsResize_ = true;
     EditorHost* previousHost_ = nullptr;  // the one the callback served before
+};
+
+// The fixture of the tests on one instance and its editor, its options and
+// presets in a private configuration folder.
+class EditorTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        if (!gui::test::haveDisplay() || !host.display().ok()) GTEST_SKIP() << "no X server";
+        ASSERT_NE(host.editor(), nullptr);
+    }
+    DelayEditor& editor() { return *host.editor(); }
+    void hostSets(int32_t index, float value) { host.aeffect()->setParameter(host.aeffect(), index, value); }
+    float parameter(int32_t index) { return host.aeffect()->getParameter(host.aeffect(), index); }
+
+    ConfigHome home;
+    EditorHost host;
 };
 
 // The middle of a view, in its frame's coordinates.

@@ -1,36 +1,22 @@
 // Opening and closing the editor again and again while the audio thread
 // processes (its modulators writing parameters) and the host automates every
 // parameter from a thread of its own. Run under ThreadSanitizer as well.
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <thread>
-#include <vector>
-
 #include "EditorTestSupport.h"
-#include "editor/DelayEditor.h"
-#include "engine/ParameterLayout.h"
-#include "gui/Knob.h"
 
 namespace varitap::test {
 namespace {
 
-TEST(EditorThreadsTest, OpeningAndClosingAHundredTimesUnderAudioAndAutomation) {
-    if (!gui::test::haveDisplay()) GTEST_SKIP() << "no X server";
-    ConfigHome home;
-    EditorHost host;
-    ASSERT_NE(host.editor(), nullptr);
-    vst::AEffect* effect = host.aeffect();
+using EditorThreadsTest = EditorTest;
+
+TEST_F(EditorThreadsTest, OpeningAndClosingAHundredTimesUnderAudioAndAutomation) {
     // Busy modulators: each one powered, free-running and fast, aimed at a
     // tap parameter, so that the audio thread writes parameters too.
     for (int m = 0; m < kModulatorCount; ++m) {
-        effect->setParameter(effect, modulatorParameterIndex(m, kModulatorIndex),
-                             static_cast<float>(tapParameterIndex(m, kTapVolume)));
-        effect->setParameter(effect, modulatorParameterIndex(m, kModulatorType),
-                             static_cast<float>(m % 4) / 3.0f);
-        effect->setParameter(effect, modulatorParameterIndex(m, kModulatorSync), 0.0f);
-        effect->setParameter(effect, modulatorParameterIndex(m, kModulatorSpeed), 0.01f);
-        effect->setParameter(effect, modulatorParameterIndex(m, kModulatorPower), 1.0f);
+        hostSets(modulatorParameterIndex(m, kModulatorIndex), static_cast<float>(tapParameterIndex(m, kTapVolume)));
+        hostSets(modulatorParameterIndex(m, kModulatorType), static_cast<float>(m % 4) / 3.0f);
+        hostSets(modulatorParameterIndex(m, kModulatorSync), 0.0f);
+        hostSets(modulatorParameterIndex(m, kModulatorSpeed), 0.01f);
+        hostSets(modulatorParameterIndex(m, kModulatorPower), 1.0f);
     }
     host.dispatch(vst::effMainsChanged, 0, 1);
 
@@ -42,8 +28,7 @@ TEST(EditorThreadsTest, OpeningAndClosingAHundredTimesUnderAudioAndAutomation) {
             seed = seed * 1103515245u + 12345u;
             const int32_t index = static_cast<int32_t>((seed >> 8) % kParameterCount);
             const float value = static_cast<float>((seed >> 4) % 1000) / 999.0f;
-            // Every parameter, those the modulators write included.
-            effect->setParameter(effect, index, value);
+            hostSets(index, value);  // every parameter, those the modulators write included
             ++changes;
         }
     });
@@ -52,8 +37,7 @@ TEST(EditorThreadsTest, OpeningAndClosingAHundredTimesUnderAudioAndAutomation) {
     openAndCloseAHundredTimes(
         host.display(), host.hostWindow(),
         [&] {
-            const auto window = reinterpret_cast<void*>(static_cast<uintptr_t>(host.hostWindow()));
-            const bool opened = host.dispatch(vst::effEditOpen, 0, 0, window) == 1;
+            const bool opened = host.dispatch(vst::effEditOpen, 0, 0, host.parent()) == 1;
             host.dispatch(vst::effEditIdle);
             return opened;
         },
@@ -63,7 +47,7 @@ TEST(EditorThreadsTest, OpeningAndClosingAHundredTimesUnderAudioAndAutomation) {
         },
         [&] {
             for (size_t i = 0; i < left.size(); ++i) left[i] = right[i] = (i % 64) / 64.0f - 0.5f;
-            effect->processReplacing(effect, channels, channels, 256);
+            host.aeffect()->processReplacing(host.aeffect(), channels, channels, 256);
         });
     stop = true;
     automation.join();
@@ -71,7 +55,7 @@ TEST(EditorThreadsTest, OpeningAndClosingAHundredTimesUnderAudioAndAutomation) {
     EXPECT_EQ(host.editor()->frame(), nullptr);
     // And it still opens and follows the host afterwards.
     ASSERT_TRUE(host.openEditor());
-    effect->setParameter(effect, 20, 0.625f);
+    hostSets(20, 0.625f);
     EXPECT_FLOAT_EQ(host.editor()->wetDryKnob()->value(), 0.625f);
 }
 

@@ -4,25 +4,16 @@
 // the widgets move the host's ports (the UI's write function) and gestures
 // reach ui:touch, the modulators move the widgets but not the host's ports,
 // and the UI opens and closes a hundred times while the plug-in runs.
-#include <gtest/gtest.h>
+#include <lv2/atom/atom.h>
 #include <lv2/instance-access/instance-access.h>
+#include <lv2/options/options.h>
 #include <lv2/ui/ui.h>
 #include <lv2/urid/urid.h>
 
-#include <cstring>
 #include <memory>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include "EditorTestSupport.h"
-#include "editor/DelayEditor.h"
-#include "engine/ParameterLayout.h"
-#include "gui/Knob.h"
 #include "host/ParameterInfo.h"
-#include <lv2/atom/atom.h>
-#include <lv2/options/options.h>
-
 #include "host/lv2/Lv2Effect.h"
 #include "host/lv2/Lv2Ui.h"
 
