@@ -19,43 +19,26 @@ using gui::Rect;
 
 Rect fromArt(const art::Rect& r) { return Rect(r.left, r.top, r.right, r.bottom); }
 
-struct Colour {
-    double r, g, b, a;  // straight (not premultiplied), 0..1
-};
-
-Colour pixelAt(const Image& image, int x, int y) {
-    const gui::test::Pixel p = image.at(x, y);
-    const double a = p.a / 255.0;
-    if (a == 0) return {0, 0, 0, 0};
-    return {p.r / 255.0 / a, p.g / 255.0 / a, p.b / 255.0 / a, a};
-}
-
-// Relative luminance, 0 (black) to 1 (white).
-double luminance(const Colour& p) {
-    auto linear = [](double c) { return c <= 0.04045 ? c / 12.92 : std::pow((c + 0.055) / 1.055, 2.4); };
-    return 0.2126 * linear(p.r) + 0.7152 * linear(p.g) + 0.0722 * linear(p.b);
-}
-
-// Contrast of white text over a backdrop of that luminance (1 to 21).
-double whiteContrast(double l) { return 1.05 / (l + 0.05); }
-
-// Over the mostly opaque pixels of an area: mean and brightest luminance,
-// and mean chroma (max - min channel, 0 for greys).
+// Over the mostly opaque pixels of an area: mean and brightest relative
+// luminance (0 black, 1 white) and mean chroma (max - min channel, 0 for
+// greys) of their straight (not premultiplied) colours.
 struct Stats {
     double mean = 0, max = 0, chroma = 0;
 };
 
 Stats stats(const Image& s, const Rect& r) {
+    auto linear = [](double c) { return c <= 0.04045 ? c / 12.92 : std::pow((c + 0.055) / 1.055, 2.4); };
     Stats result;
     int n = 0;
     for (int y = r.top; y < r.bottom; ++y) {
         for (int x = r.left; x < r.right; ++x) {
-            const Colour p = pixelAt(s, x, y);
-            if (p.a < 0.5) continue;
-            const double l = luminance(p);
+            const gui::test::Pixel p = s.at(x, y);
+            if (p.a < 128) continue;
+            const double red = p.r / double(p.a), green = p.g / double(p.a), blue = p.b / double(p.a);
+            const double l = 0.2126 * linear(red) + 0.7152 * linear(green) + 0.0722 * linear(blue);
             result.mean += l;
             result.max = std::max(result.max, l);
-            result.chroma += std::max({p.r, p.g, p.b}) - std::min({p.r, p.g, p.b});
+            result.chroma += std::max({red, green, blue}) - std::min({red, green, blue});
             ++n;
         }
     }
@@ -66,11 +49,11 @@ Stats stats(const Image& s, const Rect& r) {
     return result;
 }
 
-// White text and knob pointers need a contrast of at least 7:1 on average
-// and 3:1 at the brightest pixel.
+// White text and knob pointers need a contrast (1 to 21) of at least 7:1 on
+// average and 3:1 at the brightest pixel.
 bool readable(const Image& s, const Rect& r) {
     const Stats st = stats(s, r);
-    return whiteContrast(st.mean) >= 7.0 && whiteContrast(st.max) >= 3.0;
+    return 1.05 / (st.mean + 0.05) >= 7.0 && 1.05 / (st.max + 0.05) >= 3.0;
 }
 
 // Mean absolute difference per channel (premultiplied) between two areas of
@@ -157,7 +140,6 @@ protected:
                 {"min slider", e.minSlider(m), art::kMinSlider, Placed::kPlain},
                 {"max slider", e.maxSlider(m), art::kMaxSlider, Placed::kPlain}};
     }
-
 };
 
 TEST_F(EditorArtTest, ArtLinesUpWithTheEditorsWidgetsWhichDoNotCollide) {

@@ -143,7 +143,7 @@ TEST_F(EditorMenuTest, TreeShowsFoldersOptionsAndBackgroundsAsTheyAreNow) {
     EXPECT_STREQ(withPreset.presets->entry(withPreset.presets->nbEntries() - 1), "Remove Preset 'Cold'");
 }
 
-TEST_F(EditorMenuTest, CommandsAreMatchedByTextAndPresetsApply) {
+TEST_F(EditorMenuTest, CommandsAreMatchedByTextPresetsApplyAndNamesAreAsked) {
     const int32_t delay = tapParameterIndex(3, kTapDelay);
     hostSets(delay, 0.25f);
     PresetFolder* mine = userFolder("Mine", {"Quarter", "Remove Folder"});
@@ -167,9 +167,8 @@ TEST_F(EditorMenuTest, CommandsAreMatchedByTextAndPresetsApply) {
     EXPECT_EQ(host.effect()->lastUserPreset.get(), nullptr);
     EXPECT_EQ(indexOf(*menu().presets, "Remove Preset 'Quarter'"), -1);
     // "Add Preset ..." opens the name dialog: cancelled, nothing is added.
-    std::thread user = answerDialog(host.display(), nullptr, XKB_KEY_Escape);
-    EXPECT_TRUE(editor().carryOutChoice(again, otherMenu, 0));
-    user.join();
+    EXPECT_TRUE(answeringDialog(host.display(), nullptr, XKB_KEY_Escape,
+                                [&] { return editor().carryOutChoice(again, otherMenu, 0); }));
     EXPECT_EQ(other->presetCount(), 1u);
 
     // Removing the current preset looks only in writable folders.
@@ -186,6 +185,22 @@ TEST_F(EditorMenuTest, CommandsAreMatchedByTextAndPresetsApply) {
     editor().carryOutChoice(fourth, fourth.presets.get(), fourth.presets->nbEntries() - 1);
     EXPECT_EQ(library->folderAt(0)->presetCount(), factoryCount);
     EXPECT_EQ(library->folderAt(0)->presetAt(0), factoryPreset);
+
+    // An empty confirmed folder name adds nothing; one letter is a name.
+    // (Adding a folder through the dialog at 200 % is checked in DelayEditorTest.)
+    const uint32_t folders = library->folderCount();
+    auto addFolder = [&] { return choose(editor(), kPresets, "Add Folder ..."); };
+    answeringDialog(host.display(), nullptr, XKB_KEY_Return, addFolder);
+    EXPECT_EQ(library->folderCount(), folders);
+    answeringDialog(host.display(), "X", XKB_KEY_Return, addFolder);
+    ASSERT_EQ(library->folderCount(), folders + 1);
+    // "Add Preset ..." in the new folder stores the current state by name.
+    PresetFolder* added = library->folderAt(folders);
+    hostSets(20, 0.125f);
+    answeringDialog(host.display(), "Slapback", XKB_KEY_Return, [&] { return choose(editor(), menuOf(added), "Add Preset ..."); });
+    ASSERT_EQ(added->presetCount(), 1u);
+    EXPECT_EQ(added->presetAt(0)->getName(), "Slapback");
+    EXPECT_EQ(added->presetAt(0)->retainCount(), 1);  // the folder's reference only
 }
 
 // Two instances in one process share the library. When the other instance's
@@ -338,32 +353,6 @@ TEST_F(EditorMenuTest, DismissedMenuChangesNothing) {
     saveScreenshot(menuShot, "editor-presets-menu.png");
     const Image editorOnly = host.grabEditor();
     EXPECT_GT(differingFraction(menuShot, editorOnly, 30), 0.01);
-}
-
-// Adding a folder through the dialog at 200 % is checked in DelayEditorTest.
-TEST_F(EditorMenuTest, EmptyNamesAddNothingAndPresetsAreAddedByName) {
-    ASSERT_TRUE(host.openEditor());
-    const uint32_t folders = library->folderCount();
-    PresetFolder* added = userFolder("Dub Echoes", {});
-    // An empty confirmed name adds nothing.
-    std::thread empty = answerDialog(host.display(), nullptr, XKB_KEY_Return);
-    choose(editor(), kPresets, "Add Folder ...");
-    empty.join();
-    EXPECT_EQ(library->folderCount(), folders + 1);
-    EXPECT_EQ(library->folderAt(folders), added);
-    std::thread letter = answerDialog(host.display(), "X", XKB_KEY_Return);  // one letter is a name
-    choose(editor(), kPresets, "Add Folder ...");
-    letter.join();
-    EXPECT_EQ(library->folderCount(), folders + 2);
-
-    // "Add Preset ..." in the new folder stores the current state by name.
-    hostSets(20, 0.125f);
-    std::thread named = answerDialog(host.display(), "Slapback", XKB_KEY_Return);
-    choose(editor(), menuOf(added), "Add Preset ...");
-    named.join();
-    ASSERT_EQ(added->presetCount(), 1u);
-    EXPECT_EQ(added->presetAt(0)->getName(), "Slapback");
-    EXPECT_EQ(added->presetAt(0)->retainCount(), 1);  // the folder's reference only
 }
 
 TEST_F(EditorMenuTest, NameDialogIsATransientModalWindowThatAnswersOkCancelAndClose) {

@@ -231,13 +231,16 @@ void pressKey(HostDisplay& display, xcb_window_t w, uint32_t keysym, int times) 
     for (int i = 0; i < times; ++i) display.key(w, keysym);
 }
 
-std::thread answerDialog(HostDisplay& display, const char* text, uint32_t keysym) {
-    return std::thread([&display, text, keysym] {
+bool answeringDialog(HostDisplay& display, const char* text, uint32_t keysym, const std::function<bool()>& run) {
+    std::thread user([&display, text, keysym] {
         const xcb_window_t dialog = waitForDialog(display);
         if (!dialog) return;
         if (text) display.typeText(dialog, text);
         pressKey(display, dialog, keysym);
     });
+    const bool answer = run();
+    user.join();
+    return answer;
 }
 
 void openAndCloseAHundredTimes(HostDisplay& display, xcb_window_t hostWindow, const std::function<bool()>& open,

@@ -181,9 +181,9 @@ inline gui::Point centerOf(const gui::View* view) {
 xcb_window_t waitForDialog(HostDisplay& display, int ms = 3000);
 // Presses a key on the newest menu window `times` times.
 void pressKey(HostDisplay& display, xcb_window_t w, uint32_t keysym, int times = 1);
-// Plays the user on the next dialog from a thread: types text (unless null),
-// then presses a key. Join it after the call that runs the dialog.
-std::thread answerDialog(HostDisplay& display, const char* text, uint32_t keysym);
+// Runs `run` while the user, on a thread, types text (unless null) into the
+// next dialog and presses a key; run's answer.
+bool answeringDialog(HostDisplay& display, const char* text, uint32_t keysym, const std::function<bool()>& run);
 
 // Opens and closes an editor a hundred times while `block` runs on a thread
 // of its own (the audio thread), after one warm-up opening (fonts and
