@@ -133,26 +133,22 @@ TEST_F(DelayEditorTest, WidgetsAndDisplaysStartAtTheParameterMappingsAndFollowTh
     EXPECT_FLOAT_EQ(editor().speedKnob(8)->value(), 0.6f);
     EXPECT_GT(host.grabEditor().count(around, 255, 255, 255, 40), 0);
 
-    // The speed display, with the modulators restarted at each sample rate.
+    // The speed display at sample rates (0: the modulators restart with
+    // it); synchronised, the note of (count - 1) x speed, negative speeds and
+    // values no host should send at note 0.
     const int m = 2;
-    hostSets(modulatorParameterIndex(m, kModulatorSync), 0.0f);
-    hostSets(modulatorParameterIndex(m, kModulatorSpeed), 0.4f);
-    host.dispatch(vst::effSetSampleRate, 0, 0, nullptr, 48000.0f);
-    EXPECT_EQ(editor().speedText(m), "0.80");
-    // The host sets a rate of 0: the modulators restart with it.
-    host.dispatch(vst::effSetSampleRate, 0, 0, nullptr, 0.0f);
-    EXPECT_EQ(editor().speedText(m), "nan");
-    host.dispatch(vst::effSetSampleRate, 0, 0, nullptr, 96000.0f);
-    EXPECT_EQ(editor().speedText(m), "0.80");
-    // Synchronised, the note of (count - 1) x speed, negative speeds at note 0.
-    hostSets(modulatorParameterIndex(m, kModulatorSync), 1.0f);
-    hostSets(modulatorParameterIndex(m, kModulatorSpeed), 0.5f);
-    EXPECT_EQ(editor().speedText(m), noteValueName((noteValueCount() - 1) / 2));
-    hostSets(modulatorParameterIndex(m, kModulatorSpeed), -0.5f);
-    EXPECT_EQ(editor().speedText(m), noteValueName(0));
-    // Values no host should send still give a text.
-    hostSets(modulatorParameterIndex(m, kModulatorSpeed), std::nanf(""));
-    EXPECT_EQ(editor().speedText(m), noteValueName(0));
+    const struct {
+        float sync, speed, rate;  // rate < 0: left as it is
+        std::string text;
+    } speeds[] = {{0, 0.4f, 48000, "0.80"}, {0, 0.4f, 0, "nan"}, {0, 0.4f, 96000, "0.80"},
+                  {1, 0.5f, -1, noteValueName((noteValueCount() - 1) / 2)}, {1, -0.5f, -1, noteValueName(0)},
+                  {1, std::nanf(""), -1, noteValueName(0)}};
+    for (const auto& c : speeds) {
+        hostSets(modulatorParameterIndex(m, kModulatorSync), c.sync);
+        hostSets(modulatorParameterIndex(m, kModulatorSpeed), c.speed);
+        if (c.rate >= 0) host.dispatch(vst::effSetSampleRate, 0, 0, nullptr, c.rate);
+        EXPECT_EQ(editor().speedText(m), c.text) << c.speed << " at " << c.rate;
+    }
     hostSets(modulatorParameterIndex(m, kModulatorSpeed), 1e30f);
     const std::string huge = editor().speedText(m);
     bool named = huge == "Invalid";

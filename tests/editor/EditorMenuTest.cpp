@@ -102,9 +102,32 @@ protected:
     uint32_t factoryFolders = 0;
 };
 
+// The options are written and take effect; then the whole tree shows the
+// folders and the stored options as they are now.
 TEST_F(EditorMenuTest, TreeShowsFoldersOptionsAndBackgroundsAsTheyAreNow) {
+    ASSERT_TRUE(host.openEditor());
+    const int tap = 5;
+    hostSets(tapParameterIndex(tap, kTapSync), 0.0f);
+    hostSets(tapParameterIndex(tap, kTapDelay), 0.5f);
+    const std::string milliseconds = editor().delayText(tap);
+
+    choose(editor(), kOptions, "Show Delay Time in Samples");
+    EXPECT_EQ(stored(kOptionDelayTimeInSamples), 1);
+    EXPECT_NE(editor().delayText(tap), milliseconds);
+    EXPECT_EQ(editor().delayText(tap).find('.'), std::string::npos);  // whole samples
+
+    EXPECT_EQ(checked(*menu().options), "..x..");
+    choose(editor(), kOptions, "Show Delay Time in Samples");
+    EXPECT_EQ(stored(kOptionDelayTimeInSamples), 0);
+    EXPECT_EQ(editor().delayText(tap), milliseconds);
+    choose(editor(), kOptions, "Resample (experimental)");
+    EXPECT_EQ(stored(kOptionDelayTimeResample), 1);
+    EXPECT_TRUE(host.effect()->engine().tap(tap).isResampling());
+    choose(editor(), kOptions, "Smooth Delay Time Changes");
+    EXPECT_EQ(stored(kOptionSmoothDelayTimeChanges), 1);
+    EXPECT_TRUE(host.effect()->engine().tap(tap).smoothsDelayChanges());
+
     PresetFolder* mine = userFolder("Mine", {"Warm", "Cold"});
-    Preferences::current()->setNumber(kOptionDelayTimeResample, 1);
     Preferences::current()->setNumber(kOptionDelayTimeInSamples, 1);
     const ContextMenu menu = this->menu();
     EXPECT_EQ(entries(*menu.top), (std::vector<std::string>{"Presets", "-", "Options", "-",
@@ -133,7 +156,7 @@ TEST_F(EditorMenuTest, TreeShowsFoldersOptionsAndBackgroundsAsTheyAreNow) {
                                                                 "Smooth Delay Time Changes",
                                                                 "Show Delay Time in Samples",
                                                                 "Background", "Zoom"}));
-    EXPECT_EQ(checked(*menu.options), "x.x..");
+    EXPECT_EQ(checked(*menu.options), "xxx..");
     EXPECT_EQ(menu.options->submenu(3), menu.background.get());
     EXPECT_EQ(menu.options->submenu(4), menu.zoom.get());
 
@@ -234,31 +257,6 @@ TEST_F(EditorMenuTest, PresetRemovedByAnotherInstanceLeavesThisMenuWhole) {
     }
 }
 
-TEST_F(EditorMenuTest, OptionsAreWrittenAndTakeEffect) {
-    ASSERT_TRUE(host.openEditor());
-    const int tap = 5;
-    hostSets(tapParameterIndex(tap, kTapSync), 0.0f);
-    hostSets(tapParameterIndex(tap, kTapDelay), 0.5f);
-    const std::string milliseconds = editor().delayText(tap);
-
-    choose(editor(), kOptions, "Show Delay Time in Samples");
-    EXPECT_EQ(stored(kOptionDelayTimeInSamples), 1);
-    EXPECT_NE(editor().delayText(tap), milliseconds);
-    EXPECT_EQ(editor().delayText(tap).find('.'), std::string::npos);  // whole samples
-
-    EXPECT_EQ(checked(*menu().options), "..x..");
-    choose(editor(), kOptions, "Show Delay Time in Samples");
-    EXPECT_EQ(stored(kOptionDelayTimeInSamples), 0);
-    EXPECT_EQ(editor().delayText(tap), milliseconds);
-    choose(editor(), kOptions, "Resample (experimental)");
-    EXPECT_EQ(stored(kOptionDelayTimeResample), 1);
-    EXPECT_TRUE(host.effect()->engine().tap(tap).isResampling());
-    choose(editor(), kOptions, "Smooth Delay Time Changes");
-    EXPECT_EQ(stored(kOptionSmoothDelayTimeChanges), 1);
-    EXPECT_TRUE(host.effect()->engine().tap(tap).smoothsDelayChanges());
-    EXPECT_EQ(checked(*menu().options), "xx...");
-}
-
 TEST_F(EditorMenuTest, ZoomIsCheckedStoredAndResizesTheOpenEditor) {
     auto windowSize = [&] { return host.display().geometry(host.editorWindow()); };
     ASSERT_TRUE(host.openEditor());
@@ -320,39 +318,6 @@ TEST_F(EditorMenuTest, ZoomIsCheckedStoredAndResizesTheOpenEditor) {
     host.closeEditor();
     Preferences::current()->setNumber(kOptionEditorZoom, 130);
     EXPECT_EQ(editor().scale(), 1.25);
-}
-
-TEST_F(EditorMenuTest, DismissedMenuChangesNothing) {
-    ASSERT_TRUE(host.openEditor());
-    userFolder("Mine", {"One"});
-    const uint32_t folders = library->folderCount();
-    const std::string options = home.readOptions();
-    const int views = editor().frame()->viewCount();
-    Image menuShot;
-    const bool about = clickMenuStrip([&] {
-        const xcb_window_t top = waitForMenus(host.display(), 1);
-        if (!top) return;
-        pressKey(host.display(), top, XKB_KEY_Down);   // Presets
-        pressKey(host.display(), top, XKB_KEY_Right);  // its folders
-        if (!waitForMenus(host.display(), 2)) return;
-        pressKey(host.display(), top, XKB_KEY_Right);  // the first folder
-        if (!waitForMenus(host.display(), 3)) return;
-        gui::test::waitFor([] { return false; }, 150);
-        const Point at = host.display().rootPosition(host.hostWindow());
-        menuShot = host.display().grab(host.display().root(), Rect(at.x, at.y, at.x + 865, at.y + 400));
-        pressKey(host.display(), top, XKB_KEY_Escape);
-    });
-    EXPECT_FALSE(about);
-    EXPECT_TRUE(host.display().popupWindows().empty());
-    EXPECT_EQ(library->folderCount(), folders);
-    EXPECT_EQ(home.readOptions(), options);
-    EXPECT_TRUE(host.log.events().empty());
-    EXPECT_EQ(editor().frame()->viewCount(), views);  // the menu left the frame
-    // The menus were on screen over the editor.
-    ASSERT_EQ(menuShot.width, 865);
-    saveScreenshot(menuShot, "editor-presets-menu.png");
-    const Image editorOnly = host.grabEditor();
-    EXPECT_GT(differingFraction(menuShot, editorOnly, 30), 0.01);
 }
 
 TEST_F(EditorMenuTest, NameDialogIsATransientModalWindowThatAnswersOkCancelAndClose) {
@@ -440,7 +405,7 @@ TEST_F(EditorMenuTest, NameDialogIsATransientModalWindowThatAnswersOkCancelAndCl
     EXPECT_FALSE(runNameDialog("Varitap", "Name:", nullptr, nullptr, 0));
 }
 
-TEST_F(EditorMenuTest, AboutBoxAndHomepageHandTheAddressToTheBrowser) {
+TEST_F(EditorMenuTest, DismissedMenuChangesNothingAndAboutBoxAndHomepageHandTheAddressToTheBrowser) {
     // A stand-in xdg-open that writes the address it is given.
     gui::test::TempDir tools;
     const std::string urlFile = tools.path() + "/opened.txt";
@@ -465,8 +430,37 @@ TEST_F(EditorMenuTest, AboutBoxAndHomepageHandTheAddressToTheBrowser) {
     EXPECT_TRUE(editor().carryOutChoice(menu, nullptr, -1));
     EXPECT_TRUE(editor().carryOutChoice(menu, menu.background.get(), 99));
 
+    // A menu dismissed three levels deep changes nothing and leaves the frame.
     ASSERT_TRUE(host.openEditor());
+    userFolder("Mine", {"One"});
+    const uint32_t folders = library->folderCount();
+    const std::string options = home.readOptions();
+    const int views = editor().frame()->viewCount();
     const Image before = host.grabEditor();
+    Image menuShot;
+    EXPECT_FALSE(clickMenuStrip([&] {
+        const xcb_window_t top = waitForMenus(host.display(), 1);
+        if (!top) return;
+        pressKey(host.display(), top, XKB_KEY_Down);   // Presets
+        pressKey(host.display(), top, XKB_KEY_Right);  // its folders
+        if (!waitForMenus(host.display(), 2)) return;
+        pressKey(host.display(), top, XKB_KEY_Right);  // the first folder
+        if (!waitForMenus(host.display(), 3)) return;
+        gui::test::waitFor([] { return false; }, 150);
+        const Point at = host.display().rootPosition(host.hostWindow());
+        menuShot = host.display().grab(host.display().root(), Rect(at.x, at.y, at.x + 865, at.y + 400));
+        pressKey(host.display(), top, XKB_KEY_Escape);
+    }));
+    EXPECT_TRUE(host.display().popupWindows().empty());
+    EXPECT_EQ(library->folderCount(), folders);
+    EXPECT_EQ(home.readOptions(), options);
+    EXPECT_TRUE(host.log.events().empty());
+    EXPECT_EQ(editor().frame()->viewCount(), views);
+    // The menus were on screen over the editor.
+    ASSERT_EQ(menuShot.width, 865);
+    saveScreenshot(menuShot, "editor-presets-menu.png");
+    EXPECT_GT(differingFraction(menuShot, before, 30), 0.01);
+
     const bool shown = clickMenuStrip([&] {
         const xcb_window_t top = waitForMenus(host.display(), 1);
         if (!top) return;
