@@ -30,7 +30,7 @@ protected:
         bool opened = false;
         auto escape = [&](xcb_window_t w) {
             opened = true;
-            pressKey(host.display(), w, XKB_KEY_Escape);
+            host.display().key(w, XKB_KEY_Escape);
         };
         gui::test::playMenu(host.display(), [&] { host.click(at); }, escape, 600);
         return opened;
@@ -231,8 +231,8 @@ TEST_F(DelayEditorTest, TempoNoteMenuTakesClicksOnlyAfterTheUserSwitchesSyncOn) 
     host.log.clear();
     const int chosen = 6;
     gui::test::playMenu(host.display(), [&] { host.click(display); }, [&](xcb_window_t w) {
-        pressKey(host.display(), w, XKB_KEY_Down, chosen + 1);
-        pressKey(host.display(), w, XKB_KEY_Return);
+        for (int i = 0; i <= chosen; ++i) host.display().key(w, XKB_KEY_Down);
+        host.display().key(w, XKB_KEY_Return);
     });
     const float expected = chosen / static_cast<float>(noteValueCount() - 1) + 0.000005f;
     EXPECT_FLOAT_EQ(host.effect()->program().values[delayIndex], expected);
@@ -332,7 +332,7 @@ TEST_F(DelayEditorTest, TypeChangeWhileAMenuIsOpenOrFromAnotherThreadWaitsForThe
             hostSets(modulatorParameterIndex(m, kModulatorType), 1.0f);
             seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
             shownAtOnce = panel->isChild(editor().tableToggle(m));
-            if (w) pressKey(host.display(), w, XKB_KEY_Escape);
+            if (w) host.display().key(w, XKB_KEY_Escape);
         });
         if (menuOpen) host.click({10, 200});  // the menu strip
         other.join();
@@ -381,7 +381,7 @@ TEST_F(DelayEditorTest, HostsOlderThanVst23GetTheChosenValueStoredAgain) {
 void pressAndEnsureClosed(HostDisplay& display, xcb_window_t w, Point at,
                           const std::function<bool()>& closed) {
     display.click(w, at.x, at.y);
-    if (!gui::test::waitFor(closed, 2000)) pressKey(display, w, XKB_KEY_Escape);
+    if (!gui::test::waitFor(closed, 2000)) display.key(w, XKB_KEY_Escape);
 }
 
 TEST_F(DelayEditorTest, AtTheDisplaysTwoHundredPercentInputLandsWhereThingsAreDrawn) {

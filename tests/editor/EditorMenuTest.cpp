@@ -441,15 +441,15 @@ TEST_F(EditorMenuTest, DismissedMenuChangesNothingAndAboutBoxAndHomepageHandTheA
     EXPECT_FALSE(clickMenuStrip([&] {
         const xcb_window_t top = waitForMenus(host.display(), 1);
         if (!top) return;
-        pressKey(host.display(), top, XKB_KEY_Down);   // Presets
-        pressKey(host.display(), top, XKB_KEY_Right);  // its folders
+        host.display().key(top, XKB_KEY_Down);   // Presets
+        host.display().key(top, XKB_KEY_Right);  // its folders
         if (!waitForMenus(host.display(), 2)) return;
-        pressKey(host.display(), top, XKB_KEY_Right);  // the first folder
+        host.display().key(top, XKB_KEY_Right);  // the first folder
         if (!waitForMenus(host.display(), 3)) return;
         gui::test::waitFor([] { return false; }, 150);
         const Point at = host.display().rootPosition(host.hostWindow());
         menuShot = host.display().grab(host.display().root(), Rect(at.x, at.y, at.x + 865, at.y + 400));
-        pressKey(host.display(), top, XKB_KEY_Escape);
+        host.display().key(top, XKB_KEY_Escape);
     }));
     EXPECT_TRUE(host.display().popupWindows().empty());
     EXPECT_EQ(library->folderCount(), folders);
@@ -464,8 +464,8 @@ TEST_F(EditorMenuTest, DismissedMenuChangesNothingAndAboutBoxAndHomepageHandTheA
     const bool shown = clickMenuStrip([&] {
         const xcb_window_t top = waitForMenus(host.display(), 1);
         if (!top) return;
-        pressKey(host.display(), top, XKB_KEY_Up);  // wraps to the last: "About ..."
-        pressKey(host.display(), top, XKB_KEY_Return);
+        host.display().key(top, XKB_KEY_Up);  // wraps to the last: "About ..."
+        host.display().key(top, XKB_KEY_Return);
     });
     ASSERT_TRUE(shown);
     EXPECT_EQ(editor().aboutOverlay()->mouseRect(), Rect(0, 0, 865, 400));

@@ -114,22 +114,6 @@ void HostWindow::drag(xcb_window_t w, gui::Point from, gui::Point to, const std:
     settle();
 }
 
-ConfigHome::ConfigHome() {
-    if (const char* old = getenv("XDG_CONFIG_HOME")) {
-        old_ = old;
-        hadOld_ = true;
-    }
-    setenv("XDG_CONFIG_HOME", dir_.path().c_str(), 1);
-}
-
-ConfigHome::~ConfigHome() {
-    if (hadOld_) {
-        setenv("XDG_CONFIG_HOME", old_.c_str(), 1);
-    } else {
-        unsetenv("XDG_CONFIG_HOME");
-    }
-}
-
 EditorHost::EditorHost(const std::string& resources, int32_t hostVersion, Entry entry)
     : HostWindow(resources), hostVersion_(hostVersion) {
     previousHost_ = gCurrentHost;
@@ -227,16 +211,12 @@ xcb_window_t waitForDialog(HostDisplay& display, int ms) {
     return found;
 }
 
-void pressKey(HostDisplay& display, xcb_window_t w, uint32_t keysym, int times) {
-    for (int i = 0; i < times; ++i) display.key(w, keysym);
-}
-
 bool answeringDialog(HostDisplay& display, const char* text, uint32_t keysym, const std::function<bool()>& run) {
     std::thread user([&display, text, keysym] {
         const xcb_window_t dialog = waitForDialog(display);
         if (!dialog) return;
         if (text) display.typeText(dialog, text);
-        pressKey(display, dialog, keysym);
+        display.key(dialog, keysym);
     });
     const bool answer = run();
     user.join();

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <stdlib.h>
 #include <xcb/xcb.h>
 #include <xkbcommon/xkbcommon-keysyms.h>
 
@@ -93,18 +94,14 @@ protected:
 // A temporary XDG_CONFIG_HOME for the options and user presets of one test.
 class ConfigHome {
 public:
-    ConfigHome();
-    ~ConfigHome();
+    ConfigHome() { setenv("XDG_CONFIG_HOME", dir_.path().c_str(), 1); }
+    ~ConfigHome() { unsetenv("XDG_CONFIG_HOME"); }
     const std::string& path() const { return dir_.path(); }
-    std::string optionsFile() const { return path() + "/brelmo.varitap.conf"; }
-    std::string readOptions() const { return readFile(optionsFile()); }
+    std::string readOptions() const { return readFile(path() + "/brelmo.varitap.conf"); }
 
 private:
     TempDir dir_;
-    std::string old_;
-    bool hadOld_ = false;
 };
-
 // One VST 2 instance made through the module's entry function, and a host
 // window to open its editor in.
 class EditorHost : public HostWindow {
@@ -179,8 +176,6 @@ inline gui::Point centerOf(const gui::View* view) {
 }
 // The first mapped top-level dialog window (_NET_WM_WINDOW_TYPE_DIALOG), or 0.
 xcb_window_t waitForDialog(HostDisplay& display, int ms = 3000);
-// Presses a key on the newest menu window `times` times.
-void pressKey(HostDisplay& display, xcb_window_t w, uint32_t keysym, int times = 1);
 // Runs `run` while the user, on a thread, types text (unless null) into the
 // next dialog and presses a key; run's answer.
 bool answeringDialog(HostDisplay& display, const char* text, uint32_t keysym, const std::function<bool()>& run);
