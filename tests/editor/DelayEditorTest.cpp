@@ -473,10 +473,8 @@ TEST_F(DelayEditorTest, AtTheDisplaysTwoHundredPercentInputLandsWhereThingsAreDr
     // The name dialog takes the editor's scale: 800 x 280, the typed name
     // drawn in its field, its OK button pressed where it is drawn.
     ContextMenu menu = editor().buildContextMenu(Point{10, 100});
-    int addFolder = -1;
-    for (int i = 0; i < menu.presets->nbEntries(); ++i) {
-        if (std::strcmp(menu.presets->entry(i), "Add Folder ...") == 0) addFolder = i;
-    }
+    const int addFolder = menu.presets->nbEntries() - 1;
+    ASSERT_STREQ(menu.presets->entry(addFolder), "Add Folder ...");
     Rect dialogSize;
     Image typed;
     std::thread namer([&] {

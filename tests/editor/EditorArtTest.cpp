@@ -1,8 +1,7 @@
 // The editor art against the open editor: every bitmap in the bundle is the
 // painter's drawing, the wells and fields the art draws lie under the
-// editor's own widgets, stacked states are whole, the states of a button are
-// told apart at a glance, and where the toolkit draws white text or white
-// knob pointers every background stays dark.
+// editor's own widgets, and where the toolkit draws white text or white knob
+// pointers every background stays dark.
 #include <algorithm>
 
 #include "EditorTestSupport.h"
@@ -20,10 +19,9 @@ using gui::Rect;
 Rect fromArt(const art::Rect& r) { return Rect(r.left, r.top, r.right, r.bottom); }
 
 // Over the mostly opaque pixels of an area: mean and brightest relative
-// luminance (0 black, 1 white) and mean chroma (max - min channel, 0 for
-// greys) of their straight (not premultiplied) colours.
+// luminance (0 black, 1 white) of their straight (not premultiplied) colours.
 struct Stats {
-    double mean = 0, max = 0, chroma = 0;
+    double mean = 0, max = 0;
 };
 
 Stats stats(const Image& s, const Rect& r) {
@@ -38,14 +36,10 @@ Stats stats(const Image& s, const Rect& r) {
             const double l = 0.2126 * linear(red) + 0.7152 * linear(green) + 0.0722 * linear(blue);
             result.mean += l;
             result.max = std::max(result.max, l);
-            result.chroma += std::max({red, green, blue}) - std::min({red, green, blue});
             ++n;
         }
     }
-    if (n) {
-        result.mean /= n;
-        result.chroma /= n;
-    }
+    if (n) result.mean /= n;
     return result;
 }
 
@@ -224,31 +218,6 @@ TEST_F(EditorArtTest, BundleBitmapsAreThePaintersDrawingWhichDrawsAtAnyScale) {
         ASSERT_EQ(twice.height, 2 * art->height);
         const Rect all(0, 0, art->width, art->height);
         EXPECT_LT(difference(halved(twice), all, drawn, all), 0.03);
-    }
-}
-
-TEST_F(EditorArtTest, ButtonStatesReadAtAGlance) {
-    // On/off bitmaps: off on top, on below. "On" lights up in the accent
-    // colour: brighter than "off" and strongly coloured where "off" is grey.
-    for (int number : {101, 201, 301}) {
-        const Image b = Image::readPng(bitmapFile(number));
-        ASSERT_EQ(b.height % 2, 0) << number;
-        const int half = b.height / 2;
-        const Rect off(0, 0, b.width, half), on(0, half, b.width, 2 * half);
-        EXPECT_GT(difference(b, off, b, on), 0.08) << number;
-        const Stats lookOff = stats(b, off), lookOn = stats(b, on);
-        EXPECT_GT(lookOn.mean, 1.2 * lookOff.mean) << number;
-        EXPECT_GT(lookOn.chroma, lookOff.chroma + 0.25) << number;
-    }
-    // The four Type positions each look different from the others.
-    const Image type = Image::readPng(bitmapFile(202));
-    ASSERT_EQ(type.height % 4, 0);
-    const int q = type.height / 4;
-    for (int a = 0; a < 4; ++a) {
-        for (int b = a + 1; b < 4; ++b) {
-            const Rect one(0, a * q, type.width, (a + 1) * q), other(0, b * q, type.width, (b + 1) * q);
-            EXPECT_GT(difference(type, one, type, other), 0.015) << a << " / " << b;
-        }
     }
 }
 
