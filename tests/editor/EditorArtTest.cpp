@@ -17,19 +17,6 @@ using gui::Rect;
 
 Rect fromArt(const art::Rect& r) { return Rect(r.left, r.top, r.right, r.bottom); }
 
-// Mean absolute difference per channel (premultiplied) between two areas of
-// pictures, 0 (same) to 1.
-double difference(const Image& s, const Rect& a, const Image& t, const Rect& b) {
-    int sum = 0;
-    for (int y = 0; y < a.height(); ++y) {
-        for (int x = 0; x < a.width(); ++x) {
-            const gui::test::Pixel p = s.at(a.left + x, a.top + y), q = t.at(b.left + x, b.top + y);
-            sum += std::abs(p.r - q.r) + std::abs(p.g - q.g) + std::abs(p.b - q.b);
-        }
-    }
-    return a.width() > 0 && a.height() > 0 ? sum / (3.0 * 255 * a.width() * a.height()) : 0;
-}
-
 // The first child of a container that is a T.
 template <typename T>
 T* childOf(const gui::ViewContainer& container) {
@@ -156,16 +143,11 @@ TEST_F(EditorArtTest, BundleBitmapsAreThePaintersDrawingWhichDrawsAtAnyScale) {
         const std::string copy = home.path() + "/drawn.png";
         ASSERT_TRUE(drawn.writePng(copy));
         EXPECT_TRUE(Image::readPng(copy).words == file.words);
-        // At other scales the same picture, drawn for more pixels: the size
-        // rounded up, and at 200 % each 2 x 2 block is close to its pixel at 100 %.
+        // At other scales drawn for more pixels, the size rounded up (the
+        // picture at 200 % is compared with 100 % in DelayEditorTest).
         const Image odd = Image::adopt(art->draw(1.75));
         EXPECT_EQ(odd.width, static_cast<int>(std::ceil(1.75 * art->width)));
         EXPECT_EQ(odd.height, static_cast<int>(std::ceil(1.75 * art->height)));
-        const Image twice = Image::adopt(art->draw(2.0));
-        ASSERT_EQ(twice.width, 2 * art->width);
-        ASSERT_EQ(twice.height, 2 * art->height);
-        const Rect all(0, 0, art->width, art->height);
-        EXPECT_LT(difference(halved(twice), all, drawn, all), 0.03);
     }
 }
 
