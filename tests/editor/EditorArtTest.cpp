@@ -1,7 +1,13 @@
-// The editor art against the open editor: every bitmap in the bundle is the
-// painter's drawing, the wells and fields the art draws lie under the
-// editor's own widgets, and the backgrounds fill the editor.
+// The editor art against the open editor and the bundle: every bitmap in
+// the bundle is the painter's drawing, the wells and fields the art draws lie
+// under the editor's own widgets, the backgrounds fill the editor, and the
+// built bundle's editor, loaded the way a host loads it (dlopen,
+// VSTPluginMain), looks like a stored reference picture.
+#include <dlfcn.h>
+
 #include <algorithm>
+#include <cstdlib>
+#include <filesystem>
 
 #include "EditorTestSupport.h"
 #include "editor/BackgroundEntry.h"
@@ -12,6 +18,8 @@
 
 namespace varitap::test {
 namespace {
+
+namespace fs = std::filesystem;
 
 using gui::Rect;
 
@@ -167,6 +175,49 @@ TEST_F(EditorArtTest, BackgroundsAreFullSizeAndOpaque) {
         for (uint32_t word : picture.words) ASSERT_EQ(word >> 24, 0xffu);
     }
     EXPECT_TRUE(haveDefault);
+}
+
+constexpr const char* kReference = VARITAP_TEST_DATA_DIR "/editor/editor-default.png";
+
+std::string bundleLibrary() {
+    std::error_code ec;
+    for (const auto& dir : fs::directory_iterator(VARITAP_BUNDLE_DIR "/Contents", ec)) {
+        const fs::path so = dir.path() / "Varitap.so";
+        if (fs::exists(so)) return so.string();
+    }
+    return {};
+}
+
+TEST(BundleEditorTest, DefaultEditorLooksLikeTheReference) {
+    if (!gui::test::haveDisplay()) GTEST_SKIP() << "no X server";
+    ConfigHome home;  // no stored background: "default.png"
+    void* module = dlopen(bundleLibrary().c_str(), RTLD_NOW | RTLD_LOCAL);
+    ASSERT_NE(module, nullptr) << dlerror();
+    const auto entry = reinterpret_cast<EditorHost::Entry>(dlsym(module, "VSTPluginMain"));
+    ASSERT_NE(entry, nullptr);
+    Image shown;
+    {
+        EditorHost host(std::string(), 2400, entry);
+        ASSERT_NE(host.aeffect(), nullptr);
+        EXPECT_TRUE(host.aeffect()->flags & vst::effFlagsHasEditor);
+        ASSERT_TRUE(host.openEditor());
+        host.settle(5);
+        shown = host.display().grab(host.hostWindow(), gui::Rect(0, 0, 865, 400));
+    }
+    dlclose(module);
+
+    saveScreenshot(shown, "editor-default.png");
+    if (getenv("VARITAP_UPDATE_EDITOR_REFERENCE")) {
+        ASSERT_TRUE(shown.writePng(kReference));
+    }
+    const Image reference = Image::readPng(kReference);
+    ASSERT_EQ(reference.width, 865);
+    ASSERT_EQ(reference.height, 400);
+    // Same fonts, same pixels: a widget moved by one pixel changes hundreds
+    // of them; a few edge pixels of font rasterisation may differ.
+    EXPECT_LT(differingFraction(shown, reference, 40), 0.0001);
+    // Not a blank picture: the strips' art is there.
+    EXPECT_GT(differingFraction(shown, Image(865, 400), 40), 0.5);
 }
 
 }  // namespace
