@@ -123,6 +123,15 @@ protected:
 };
 
 TEST_F(BackgroundTest, ChoiceIsShownAtOnceAndRememberedOnlyWhenTheEditorGoes) {
+    {
+        // No pictures: no background and an empty menu; the editor opens.
+        EditorHost host(resources());
+        EXPECT_EQ(host.editor()->backgrounds().count(), 0u);
+        EXPECT_EQ(host.editor()->currentBackground(), nullptr);
+        EXPECT_EQ(host.editor()->buildContextMenu(gui::Point{}).background->nbEntries(), 0);
+        ASSERT_TRUE(host.openEditor());
+        host.grabEditor();
+    }
     addPicture("a.b.png", kRed);
     addPicture("a.png", kBlue);
     {
@@ -157,32 +166,21 @@ TEST_F(BackgroundTest, ChoiceIsShownAtOnceAndRememberedOnlyWhenTheEditorGoes) {
         EXPECT_NE(home.readOptions().find("Background Bitmap=a.png"), std::string::npos);
     }
     // The next editor starts with the remembered picture.
-    EditorHost next(resources());
-    EXPECT_EQ(currentFile(*next.editor()), "a.png");
-}
+    EXPECT_EQ(currentFile(*EditorHost(resources()).editor()), "a.png");
 
-TEST_F(BackgroundTest, MissingOrBadPicturesLeaveTheEditorRunning) {
-    {
-        // No pictures: no background and an empty menu.
-        EditorHost host(resources());
-        EXPECT_EQ(host.editor()->backgrounds().count(), 0u);
-        EXPECT_EQ(host.editor()->currentBackground(), nullptr);
-        EXPECT_EQ(host.editor()->buildContextMenu(gui::Point{}).background->nbEntries(), 0);
-        ASSERT_TRUE(host.openEditor());
-        host.grabEditor();
-    }
-    // "default.png" is preferred to the first; choosing a picture that cannot
-    // be decoded gives an empty background.
-    addPicture("Amber.png", kRed);
+    // With nothing stored "default.png" is preferred to the first; choosing
+    // a picture that cannot be decoded gives an empty background.
+    ConfigHome nothingStored;
     addPicture("default.png", kBlue);
     std::ofstream(backgrounds() + "/Broken.png") << "not a PNG";
     EditorHost host(resources());
     DelayEditor& editor = *host.editor();
     EXPECT_EQ(currentFile(editor), "default.png");
     ASSERT_TRUE(host.openEditor());
-    ASSERT_TRUE(editor.chooseBackground(1));
+    ASSERT_TRUE(editor.chooseBackground(0));  // Broken.png, first in byte order
+    EXPECT_EQ(currentFile(editor), "Broken.png");
     EXPECT_EQ(editor.currentBackground()->width(), 0);
-    EXPECT_FALSE(editor.chooseBackground(3));  // no such entry: nothing changes
+    EXPECT_FALSE(editor.chooseBackground(4));  // no such entry: nothing changes
     EXPECT_EQ(currentFile(editor), "Broken.png");
     host.grabEditor();
 }

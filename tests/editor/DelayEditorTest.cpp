@@ -361,6 +361,22 @@ TEST_F(DelayEditorTest, HostsOlderThanVst23GetTheChosenValueStoredAgain) {
     }
 }
 
+// A picture at 200 % brought back to 100 %: each 2 x 2 block averaged.
+Image halved(Image big) {
+    cairo_surface_t* from = cairo_image_surface_create_for_data(reinterpret_cast<unsigned char*>(big.words.data()),
+                                                                CAIRO_FORMAT_ARGB32, big.width, big.height, big.width * 4);
+    cairo_surface_t* to = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, big.width / 2, big.height / 2);
+    cairo_t* cr = cairo_create(to);
+    cairo_scale(cr, 0.5, 0.5);
+    // Bilinear sampling halfway between two pixels in each direction.
+    cairo_set_source_surface(cr, from, 0, 0);
+    cairo_pattern_set_filter(cairo_get_source(cr), CAIRO_FILTER_BILINEAR);
+    cairo_paint(cr);
+    cairo_destroy(cr);
+    cairo_surface_destroy(from);
+    return Image::adopt(to);
+}
+
 // Presses the first button at a point of a window; if the window is still
 // up after a while, Escape closes it, so that a press that missed fails the
 // test instead of leaving a modal loop running.

@@ -61,7 +61,11 @@ void expectOneGesture(const std::vector<std::string>& events, int32_t index) {
     for (size_t i = 1; i + 1 < events.size(); ++i) EXPECT_EQ(events[i].rfind("value " + n + " ", 0), 0u) << events[i];
 }
 
-vst::VstIntPtr hostCallback(vst::AEffect* effect, int32_t opcode, int32_t index,
+// The callback of every instance made here: a host of the EditorHost's VST
+// version that records automation, edit gestures and window size requests
+// in the EditorHost's log, and gives the editor's window the size it asks
+// for (the host window of the EditorHost alive now, unless it refuses).
+static vst::VstIntPtr hostCallback(vst::AEffect* effect, int32_t opcode, int32_t index,
                             vst::VstIntPtr value, void* ptr, float opt) {
     (void)ptr;
     EditorHost* host = gCurrentHost;
@@ -221,44 +225,6 @@ bool answeringDialog(HostDisplay& display, const char* text, uint32_t keysym, co
     const bool answer = run();
     user.join();
     return answer;
-}
-
-void openAndCloseAHundredTimes(HostDisplay& display, xcb_window_t hostWindow, const std::function<bool()>& open,
-                               const std::function<void()>& close, const std::function<void()>& block) {
-    ASSERT_TRUE(open());
-    close();
-    const int descriptors = gui::test::openDescriptors();
-    std::atomic<bool> stop{false};
-    std::atomic<long> blocks{0};
-    std::thread audio([&] {
-        for (; !stop; ++blocks) block();
-    });
-    for (int round = 0; round < 100; ++round) {
-        const bool opened = open();
-        close();
-        EXPECT_TRUE(opened) << "round " << round;
-    }
-    stop = true;
-    audio.join();
-    EXPECT_GT(blocks.load(), 100);
-    EXPECT_TRUE(gui::test::waitFor([&] { return display.children(hostWindow).empty(); }));
-    EXPECT_TRUE(display.popupWindows().empty());
-    EXPECT_EQ(gui::test::openDescriptors(), descriptors);
-}
-
-Image halved(Image big) {
-    cairo_surface_t* from = cairo_image_surface_create_for_data(reinterpret_cast<unsigned char*>(big.words.data()),
-                                                                CAIRO_FORMAT_ARGB32, big.width, big.height, big.width * 4);
-    cairo_surface_t* to = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, big.width / 2, big.height / 2);
-    cairo_t* cr = cairo_create(to);
-    cairo_scale(cr, 0.5, 0.5);
-    // Bilinear sampling halfway between two pixels in each direction.
-    cairo_set_source_surface(cr, from, 0, 0);
-    cairo_pattern_set_filter(cairo_get_source(cr), CAIRO_FILTER_BILINEAR);
-    cairo_paint(cr);
-    cairo_destroy(cr);
-    cairo_surface_destroy(from);
-    return Image::adopt(to);
 }
 
 void saveScreenshot(const Image& image, const char* name) {

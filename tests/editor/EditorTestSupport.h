@@ -60,13 +60,6 @@ private:
 // The edits of one gesture on a parameter: begin, values only, end.
 void expectOneGesture(const std::vector<std::string>& events, int32_t index);
 
-// The callback of every instance made here: a host of the EditorHost's VST
-// version that records automation, edit gestures and window size requests
-// in the EditorHost's log, and gives the editor's window the size it asks
-// for (the host window of the EditorHost alive now, unless it refuses).
-vst::VstIntPtr hostCallback(vst::AEffect* effect, int32_t opcode, int32_t index,
-                            vst::VstIntPtr value, void* ptr, float opt);
-
 // The host side every format shares: the editor factory and the bitmaps
 // (the built bundle's Resources unless given) installed, a host window of
 // the editor's size, the log, and the user's mouse.
@@ -180,14 +173,6 @@ xcb_window_t waitForDialog(HostDisplay& display, int ms = 3000);
 // next dialog and presses a key; run's answer.
 bool answeringDialog(HostDisplay& display, const char* text, uint32_t keysym, const std::function<bool()>& run);
 
-// Opens and closes an editor a hundred times while `block` runs on a thread
-// of its own (the audio thread), after one warm-up opening (fonts and
-// bitmaps load once for good); then no window is left under the host's, no
-// menu and no descriptor (X connection).
-void openAndCloseAHundredTimes(HostDisplay& display, xcb_window_t hostWindow, const std::function<bool()>& open,
-                               const std::function<void()>& close, const std::function<void()>& block);
-// A picture at 200 % brought back to 100 %: each 2 x 2 block averaged.
-Image halved(Image big);
 // When VARITAP_SCREENSHOT_DIR is set, saves the image there under name.
 void saveScreenshot(const Image& image, const char* name);
 

@@ -28,6 +28,33 @@ namespace {
 
 using namespace clap;
 
+// Opens and closes an editor a hundred times while `block` runs on a thread
+// of its own (the audio thread), after one warm-up opening (fonts and
+// bitmaps load once for good); then no window is left under the host's, no
+// menu and no descriptor (X connection).
+void openAndCloseAHundredTimes(HostDisplay& display, xcb_window_t hostWindow, const std::function<bool()>& open,
+                               const std::function<void()>& close, const std::function<void()>& block) {
+    ASSERT_TRUE(open());
+    close();
+    const int descriptors = gui::test::openDescriptors();
+    std::atomic<bool> stop{false};
+    std::atomic<long> blocks{0};
+    std::thread audio([&] {
+        for (; !stop; ++blocks) block();
+    });
+    for (int round = 0; round < 100; ++round) {
+        const bool opened = open();
+        close();
+        EXPECT_TRUE(opened) << "round " << round;
+    }
+    stop = true;
+    audio.join();
+    EXPECT_GT(blocks.load(), 100);
+    EXPECT_TRUE(gui::test::waitFor([&] { return display.children(hostWindow).empty(); }));
+    EXPECT_TRUE(display.popupWindows().empty());
+    EXPECT_EQ(gui::test::openDescriptors(), descriptors);
+}
+
 using EditorThreadsTest = EditorTest;
 
 TEST_F(EditorThreadsTest, OpeningAndClosingAHundredTimesUnderAudioAndAutomation) {
