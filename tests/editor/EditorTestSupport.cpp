@@ -29,23 +29,11 @@ void HostLog::add(const std::string& event, int32_t index, float value) {
     if (index >= 0) automated_.emplace_back(index, value);
 }
 
-std::vector<std::string> HostLog::events() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return events_;
-}
-
-std::vector<std::pair<int32_t, float>> HostLog::automated() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return automated_;
-}
-
 void HostLog::clear() {
     std::lock_guard<std::mutex> lock(mutex_);
     events_.clear();
     automated_.clear();
 }
-
-void HostLog::edit(const char* kind, uint32_t index) { add(kind + (" " + std::to_string(index))); }
 
 void HostLog::value(uint32_t index, double value, const std::string& suffix) {
     char text[64];
@@ -65,9 +53,8 @@ void expectOneGesture(const std::vector<std::string>& events, int32_t index) {
 // version that records automation, edit gestures and window size requests
 // in the EditorHost's log, and gives the editor's window the size it asks
 // for (the host window of the EditorHost alive now, unless it refuses).
-static vst::VstIntPtr hostCallback(vst::AEffect* effect, int32_t opcode, int32_t index,
-                            vst::VstIntPtr value, void* ptr, float opt) {
-    (void)ptr;
+static vst::VstIntPtr hostCallback(vst::AEffect* effect, int32_t opcode, int32_t index, vst::VstIntPtr value,
+                                   void*, float opt) {
     EditorHost* host = gCurrentHost;
     switch (opcode) {
         case vst::audioMasterVersion:
@@ -132,18 +119,9 @@ EditorHost::~EditorHost() {
     closeInstance();
 }
 
-DelayEditor* EditorHost::editor() const {
-    return effect_ ? static_cast<DelayEditor*>(effect_->getEditor()) : nullptr;
-}
-
 xcb_window_t EditorHost::editorWindow() const {
     DelayEditor* e = editor();
     return e && e->frame() ? e->frame()->windowId() : 0;
-}
-
-vst::VstIntPtr EditorHost::dispatch(int32_t opcode, int32_t index, vst::VstIntPtr value,
-                                    void* ptr, float opt) {
-    return aeffect_ ? aeffect_->dispatcher(aeffect_, opcode, index, value, ptr, opt) : 0;
 }
 
 gui::Rect EditorHost::editorRect() {
@@ -166,8 +144,6 @@ bool EditorHost::openEditor() {
     return ok;
 }
 
-void EditorHost::closeEditor() { dispatch(vst::effEditClose); }
-
 void EditorHost::settle(int rounds) {
     for (int i = 0; i < rounds; ++i) {
         dispatch(vst::effEditIdle);
@@ -187,10 +163,6 @@ Image EditorHost::grabEditor() {
 void EditorHost::click(gui::Point at, int button) {
     display_.click(editorWindow(), at.x, at.y, button);
     settle(1);
-}
-
-void EditorHost::drag(gui::Point from, gui::Point to) {
-    HostWindow::drag(editorWindow(), from, to, [this] { settle(1); });
 }
 
 void EditorHost::closeInstance() {

@@ -45,10 +45,16 @@ using gui::test::waitForMenus;
 class HostLog {
 public:
     void add(const std::string& event, int32_t index = -1, float value = 0.0f);
-    void edit(const char* kind, uint32_t index);
+    void edit(const char* kind, uint32_t index) { add(kind + (" " + std::to_string(index))); }
     void value(uint32_t index, double value, const std::string& suffix = std::string());
-    std::vector<std::string> events();
-    std::vector<std::pair<int32_t, float>> automated();
+    std::vector<std::string> events() {
+        std::lock_guard<std::mutex> lock(mutex_);
+        return events_;
+    }
+    std::vector<std::pair<int32_t, float>> automated() {
+        std::lock_guard<std::mutex> lock(mutex_);
+        return automated_;
+    }
     void clear();
 
 private:
@@ -108,11 +114,13 @@ public:
 
     vst::AEffect* aeffect() const { return aeffect_; }
     DelayEffect* effect() const { return effect_; }
-    DelayEditor* editor() const;
+    DelayEditor* editor() const { return effect_ ? static_cast<DelayEditor*>(effect_->getEditor()) : nullptr; }
     xcb_window_t editorWindow() const;
 
-    vst::VstIntPtr dispatch(int32_t opcode, int32_t index = 0, vst::VstIntPtr value = 0,
-                            void* ptr = nullptr, float opt = 0.0f);
+    vst::VstIntPtr dispatch(int32_t opcode, int32_t index = 0, vst::VstIntPtr value = 0, void* ptr = nullptr,
+                            float opt = 0.0f) {
+        return aeffect_ ? aeffect_->dispatcher(aeffect_, opcode, index, value, ptr, opt) : 0;
+    }
     // As hosts do: sizes the host window to effEditGetRect, then opens.
     bool openEditor();
     // The editor's rectangle from effEditGetRect (left, top, right, bottom).
@@ -121,7 +129,7 @@ public:
     void setGrantsResize(bool grants) { grantsResize_ = grants; }
     int32_t hostVersion() const { return hostVersion_; }
     bool resizeHostWindow(int width, int height);
-    void closeEditor();
+    void closeEditor() { dispatch(vst::effEditClose); }
     // Idles the editor a few times so that what changed is drawn.
     void settle(int rounds = 3);
     // The editor's whole window as shown.
@@ -129,7 +137,9 @@ public:
     // Synthetic mouse on the editor's window (its pixels: editor coordinates
     // times the editor's scale).
     void click(gui::Point at, int button = 1);
-    void drag(gui::Point from, gui::Point to);
+    void drag(gui::Point from, gui::Point to) {
+        HostWindow::drag(editorWindow(), from, to, [this] { settle(1); });
+    }
     // Closes the instance (effClose), which deletes the editor.
     void closeInstance();
 
