@@ -10,7 +10,6 @@
 #include "gui/Bitmap.h"
 #include "gui/DrawContext.h"
 #include "gui/Interaction.h"
-#include "gui/Platform.h"
 #include "persistence/PresetLibrary.h"
 
 namespace varitap::test {
@@ -266,7 +265,6 @@ TEST_F(DelayEditorTest, TypeOneShowsTheTableToggleAndLeavingItHidesBothAtOnceOrA
     // The curve is drawn: white in the top row of the last column, none in
     // the top row of the first.
     const Image drawn = host.grabEditor();
-    saveScreenshot(drawn, "editor-table.png");
     const int columnWidth = plot.width() / 8;
     EXPECT_GT(drawn.count(Rect(plot.right - columnWidth + 2, plot.top - 1, plot.right - 2, plot.top + 2),
                           255, 255, 255, 40),
@@ -404,7 +402,6 @@ TEST_F(DelayEditorTest, AtTheDisplaysTwoHundredPercentInputLandsWhereThingsAreDr
                         XCB_ATOM_RESOURCE_MANAGER, XCB_ATOM_STRING, 8, static_cast<uint32_t>(std::strlen(resources)),
                         resources);
     host.display().sync();
-    EXPECT_EQ(gui::displayScale(), 2.0);
     EXPECT_EQ(host.editorRect(), Rect(0, 0, 865, 400));
     host.log.clear();
     ASSERT_TRUE(host.openEditor());
@@ -459,7 +456,6 @@ TEST_F(DelayEditorTest, AtTheDisplaysTwoHundredPercentInputLandsWhereThingsAreDr
     EXPECT_EQ(popup.left, editorAt.x + 20);
     EXPECT_EQ(popup.top, editorAt.y + 400);
     EXPECT_EQ(popup.height(), 2 * gui::MenuLayout::totalHeight(topFlags));
-    saveScreenshot(lit, "editor-zoom-200-menu.png");
     ASSERT_EQ(lit.height, popup.height());
     const int width = lit.width - 4;
     EXPECT_GT(lit.count(Rect(2, aboutTop, 2 + width, aboutBottom), 50, 100, 200, 10), width * 24);
@@ -467,7 +463,6 @@ TEST_F(DelayEditorTest, AtTheDisplaysTwoHundredPercentInputLandsWhereThingsAreDr
     EXPECT_EQ(lit.count(Rect(0, aboutBottom, lit.width, lit.height), 50, 100, 200, 10), 0);
     ASSERT_TRUE(editor().aboutOverlay()->aboutShown());
     EXPECT_EQ(editor().bitmap(DelayEditor::kAboutBitmap)->scale(), 2.0);
-    saveScreenshot(host.grabEditor(), "editor-zoom-200-about.png");
     host.click({1200, 600});
     EXPECT_FALSE(editor().aboutOverlay()->aboutShown());
 
@@ -490,7 +485,6 @@ TEST_F(DelayEditorTest, AtTheDisplaysTwoHundredPercentInputLandsWhereThingsAreDr
     });
     EXPECT_TRUE(editor().carryOutChoice(menu, menu.presets.get(), addFolder));
     namer.join();
-    saveScreenshot(typed, "editor-zoom-200-dialog.png");
     EXPECT_EQ(dialogSize.width(), 800);
     EXPECT_EQ(dialogSize.height(), 280);
     // Dark ink inside the field (logical 40..380 x 50..66), none below it.
