@@ -103,8 +103,8 @@ protected:
 };
 
 // The options are written and take effect; then the whole tree shows the
-// folders and the stored options as they are now.
-TEST_F(EditorMenuTest, TreeShowsFoldersOptionsAndBackgroundsAsTheyAreNow) {
+// folders and the stored options as they are now; then the zoom steps.
+TEST_F(EditorMenuTest, TreeShowsFoldersOptionsAndBackgroundsAsTheyAreNowAndZoomIsCheckedStoredAndResizesTheOpenEditor) {
     ASSERT_TRUE(host.openEditor());
     const int tap = 5;
     hostSets(tapParameterIndex(tap, kTapSync), 0.0f);
@@ -129,41 +129,102 @@ TEST_F(EditorMenuTest, TreeShowsFoldersOptionsAndBackgroundsAsTheyAreNow) {
 
     PresetFolder* mine = userFolder("Mine", {"Warm", "Cold"});
     Preferences::current()->setNumber(kOptionDelayTimeInSamples, 1);
-    const ContextMenu menu = this->menu();
-    EXPECT_EQ(entries(*menu.top), (std::vector<std::string>{"Presets", "-", "Options", "-",
+    const ContextMenu tree = menu();
+    EXPECT_EQ(entries(*tree.top), (std::vector<std::string>{"Presets", "-", "Options", "-",
                                                             "Visit Homepage ...", "About ..."}));
-    EXPECT_EQ(menu.top->submenu(0), menu.presets.get());
-    EXPECT_EQ(menu.top->submenu(2), menu.options.get());
+    EXPECT_EQ(tree.top->submenu(0), tree.presets.get());
+    EXPECT_EQ(tree.top->submenu(2), tree.options.get());
 
     // Factory folders list their presets only; the user's folder can grow
     // and go. With no current preset the list ends with "Add Folder ...".
-    ASSERT_EQ(menu.folders.size(), library->folderCount());
+    ASSERT_EQ(tree.folders.size(), library->folderCount());
     for (uint32_t f = 0; f < factoryFolders; ++f) {
-        const OptionMenu& folderMenu = *menu.folders[f];
+        const OptionMenu& folderMenu = *tree.folders[f];
         EXPECT_EQ(folderMenu.tag(), static_cast<int32_t>(f));
         EXPECT_EQ(static_cast<uint32_t>(folderMenu.nbEntries()), library->folderAt(f)->presetCount());
         EXPECT_EQ(indexOf(folderMenu, "Add Preset ..."), -1);
         EXPECT_EQ(indexOf(folderMenu, "Remove Folder"), -1);
-        EXPECT_STREQ(menu.presets->entry(static_cast<int>(f)), library->folderAt(f)->getName().c_str());
+        EXPECT_STREQ(tree.presets->entry(static_cast<int>(f)), library->folderAt(f)->getName().c_str());
     }
-    const OptionMenu& mineMenu = *menu.folders[static_cast<size_t>(folderIndex(mine))];
+    const OptionMenu& mineMenu = *tree.folders[static_cast<size_t>(folderIndex(mine))];
     EXPECT_EQ(entries(mineMenu), (std::vector<std::string>{"Warm", "Cold", "-", "Add Preset ...",
                                                            "-", "Remove Folder"}));
-    EXPECT_STREQ(menu.presets->entry(menu.presets->nbEntries() - 1), "Add Folder ...");
+    EXPECT_STREQ(tree.presets->entry(tree.presets->nbEntries() - 1), "Add Folder ...");
 
     // Options: check marks from the stored options; the Background and Zoom menus.
-    EXPECT_EQ(entries(*menu.options), (std::vector<std::string>{"Resample (experimental)",
+    EXPECT_EQ(entries(*tree.options), (std::vector<std::string>{"Resample (experimental)",
                                                                 "Smooth Delay Time Changes",
                                                                 "Show Delay Time in Samples",
                                                                 "Background", "Zoom"}));
-    EXPECT_EQ(checked(*menu.options), "xxx..");
-    EXPECT_EQ(menu.options->submenu(3), menu.background.get());
-    EXPECT_EQ(menu.options->submenu(4), menu.zoom.get());
+    EXPECT_EQ(checked(*tree.options), "xxx..");
+    EXPECT_EQ(tree.options->submenu(3), tree.background.get());
+    EXPECT_EQ(tree.options->submenu(4), tree.zoom.get());
 
     // A current preset adds its removal at the end.
     host.effect()->lastUserPreset = RefPtr<Preset>(mine->presetAt(1));
-    const ContextMenu withPreset = this->menu();
+    const ContextMenu withPreset = menu();
     EXPECT_STREQ(withPreset.presets->entry(withPreset.presets->nbEntries() - 1), "Remove Preset 'Cold'");
+
+    // The Zoom menu.
+    auto windowSize = [&] { return host.display().geometry(host.editorWindow()); };
+    const std::string options = home.readOptions();
+    EXPECT_EQ(entries(*menu().zoom), (std::vector<std::string>{"100%", "125%", "150%", "175%", "200%"}));
+    EXPECT_EQ(checked(*menu().zoom), "x....");
+    EXPECT_EQ(home.readOptions(), options);  // nothing is written until the user picks
+
+    // 150 %: stored, the host asked for the size, the open editor resized.
+    host.log.clear();
+    EXPECT_TRUE(choose(editor(), kZoom, "150%"));
+    EXPECT_EQ(stored(kOptionEditorZoom), 150);
+    EXPECT_EQ(host.log.events(), std::vector<std::string>{"size 1298x600"});
+    EXPECT_EQ(editor().frame()->scale(), 1.5);
+    EXPECT_EQ(windowSize(), Rect(0, 0, 1298, 600));
+    EXPECT_EQ(host.editorRect(), Rect(0, 0, 1298, 600));
+    const Image zoomed = host.grabEditor();
+    saveScreenshot(zoomed, "editor-zoom-150.png");
+    EXPECT_EQ(zoomed.width, 1298);
+    // Not a blank window: the art fills it.
+    EXPECT_GT(differingFraction(zoomed, Image(1298, 600), 40), 0.5);
+    EXPECT_EQ(checked(*menu().zoom), "..x..");
+
+    // A host that keeps its window: the choice is stored and shown at the
+    // next opening, and in every later instance.
+    host.setGrantsResize(false);
+    choose(editor(), kZoom, "200%");
+    EXPECT_EQ(stored(kOptionEditorZoom), 200);
+    EXPECT_EQ(editor().frame()->scale(), 1.5);
+    EXPECT_EQ(windowSize(), Rect(0, 0, 1298, 600));
+    host.closeEditor();
+    EXPECT_EQ(host.editorRect(), Rect(0, 0, 1730, 800));
+    ASSERT_TRUE(host.openEditor());
+    EXPECT_EQ(windowSize(), Rect(0, 0, 1730, 800));
+    {
+        EditorHost other;
+        EXPECT_EQ(other.editorRect(), Rect(0, 0, 1730, 800));
+    }
+
+    // The host's own scale comes first and greys the choice; 0 gives it back.
+    editor().setScale(1.25);
+    EXPECT_EQ(windowSize(), Rect(0, 0, 1082, 500));
+    EXPECT_EQ(checked(*menu().zoom), ".x...");
+    EXPECT_TRUE(menu().zoom->entryFlags(4) & gui::kMenuDisabled);
+    editor().setScale(0.0);
+    EXPECT_EQ(windowSize(), Rect(0, 0, 1730, 800));
+    editor().setScale(9.0);
+    EXPECT_EQ(editor().scale(), DelayEditor::kMaxScale);
+    editor().setScale(0.0);
+    choose(editor(), kZoom, "100%");
+    EXPECT_EQ(stored(kOptionEditorZoom), 100);
+
+    // Stored values and display scales go to the nearest step.
+    const struct {
+        double scale, step;
+    } steps[] = {{0.5, 1.0}, {1.1, 1.0}, {1.125, 1.25}, {1.3, 1.25}, {1.5, 1.5},
+                 {1.6, 1.5}, {1.7, 1.75}, {1.9, 2.0}, {3.0, 2.0}, {std::nan(""), 1.0}};
+    for (const auto& s : steps) EXPECT_EQ(DelayEditor::nearestZoomStep(s.scale), s.step) << s.scale;
+    host.closeEditor();
+    Preferences::current()->setNumber(kOptionEditorZoom, 130);
+    EXPECT_EQ(editor().scale(), 1.25);
 }
 
 TEST_F(EditorMenuTest, CommandsAreMatchedByTextPresetsApplyAndNamesAreAsked) {
@@ -227,98 +288,27 @@ TEST_F(EditorMenuTest, CommandsAreMatchedByTextPresetsApplyAndNamesAreAsked) {
 }
 
 // Two instances in one process share the library. When the other instance's
-// menu removes the preset this one is using (with its folder, or as its own
-// current preset), this instance's menu no longer offers to remove it and
-// carries on working.
+// menu removes the folder of the preset this one is using, this instance's
+// menu no longer offers to remove it and carries on working.
 TEST_F(EditorMenuTest, PresetRemovedByAnotherInstanceLeavesThisMenuWhole) {
     EditorHost other;
     ASSERT_NE(other.editor(), nullptr);
     auto lastEntry = [](const OptionMenu& menu) { return std::string(menu.entry(menu.nbEntries() - 1)); };
-    for (const bool wholeFolder : {true, false}) {
-        SCOPED_TRACE(wholeFolder ? "Remove Folder" : "Remove Preset");
-        PresetFolder* shared = userFolder("Shared", {"Quarter"});
-        PresetFolder* kept = userFolder("Kept", {"Half"});
-        choose(editor(), menuOf(shared), "Quarter");
-        choose(*other.editor(), menuOf(shared), "Quarter");
-        ASSERT_EQ(lastEntry(*menu().presets), "Remove Preset 'Quarter'");
+    PresetFolder* shared = userFolder("Shared", {"Quarter"});
+    PresetFolder* kept = userFolder("Kept", {"Half"});
+    choose(editor(), menuOf(shared), "Quarter");
+    choose(*other.editor(), menuOf(shared), "Quarter");
+    ASSERT_EQ(lastEntry(*menu().presets), "Remove Preset 'Quarter'");
 
-        if (wholeFolder) {
-            choose(*other.editor(), menuOf(shared), "Remove Folder");
-        } else {
-            choose(*other.editor(), kPresets, "Remove Preset 'Quarter'");
-        }
-        EXPECT_EQ(lastEntry(*other.editor()->buildContextMenu(Point{}).presets), "Add Folder ...");
-
-        ContextMenu mine = menu();
-        EXPECT_EQ(indexOf(*mine.presets, "Remove Preset 'Quarter'"), -1);
-        EXPECT_EQ(lastEntry(*mine.presets), "Add Folder ...");
-        choose(editor(), menuOf(kept), "Half");
-        EXPECT_EQ(lastEntry(*menu().presets), "Remove Preset 'Half'");
-    }
+    choose(*other.editor(), menuOf(shared), "Remove Folder");
+    EXPECT_EQ(lastEntry(*other.editor()->buildContextMenu(Point{}).presets), "Add Folder ...");
+    ContextMenu mine = menu();
+    EXPECT_EQ(indexOf(*mine.presets, "Remove Preset 'Quarter'"), -1);
+    EXPECT_EQ(lastEntry(*mine.presets), "Add Folder ...");
+    choose(editor(), menuOf(kept), "Half");
+    EXPECT_EQ(lastEntry(*menu().presets), "Remove Preset 'Half'");
 }
 
-TEST_F(EditorMenuTest, ZoomIsCheckedStoredAndResizesTheOpenEditor) {
-    auto windowSize = [&] { return host.display().geometry(host.editorWindow()); };
-    ASSERT_TRUE(host.openEditor());
-    const std::string options = home.readOptions();
-    EXPECT_EQ(entries(*menu().zoom), (std::vector<std::string>{"100%", "125%", "150%", "175%", "200%"}));
-    EXPECT_EQ(checked(*menu().zoom), "x....");
-    EXPECT_EQ(home.readOptions(), options);  // nothing is written until the user picks
-
-    // 150 %: stored, the host asked for the size, the open editor resized.
-    host.log.clear();
-    EXPECT_TRUE(choose(editor(), kZoom, "150%"));
-    EXPECT_EQ(stored(kOptionEditorZoom), 150);
-    EXPECT_EQ(host.log.events(), std::vector<std::string>{"size 1298x600"});
-    EXPECT_EQ(editor().frame()->scale(), 1.5);
-    EXPECT_EQ(windowSize(), Rect(0, 0, 1298, 600));
-    EXPECT_EQ(host.editorRect(), Rect(0, 0, 1298, 600));
-    const Image zoomed = host.grabEditor();
-    saveScreenshot(zoomed, "editor-zoom-150.png");
-    EXPECT_EQ(zoomed.width, 1298);
-    // Not a blank window: the art fills it.
-    EXPECT_GT(differingFraction(zoomed, Image(1298, 600), 40), 0.5);
-    EXPECT_EQ(checked(*menu().zoom), "..x..");
-
-    // A host that keeps its window: the choice is stored and shown at the
-    // next opening, and in every later instance.
-    host.setGrantsResize(false);
-    choose(editor(), kZoom, "200%");
-    EXPECT_EQ(stored(kOptionEditorZoom), 200);
-    EXPECT_EQ(editor().frame()->scale(), 1.5);
-    EXPECT_EQ(windowSize(), Rect(0, 0, 1298, 600));
-    host.closeEditor();
-    EXPECT_EQ(host.editorRect(), Rect(0, 0, 1730, 800));
-    ASSERT_TRUE(host.openEditor());
-    EXPECT_EQ(windowSize(), Rect(0, 0, 1730, 800));
-    {
-        EditorHost other;
-        EXPECT_EQ(other.editorRect(), Rect(0, 0, 1730, 800));
-    }
-
-    // The host's own scale comes first and greys the choice; 0 gives it back.
-    editor().setScale(1.25);
-    EXPECT_EQ(windowSize(), Rect(0, 0, 1082, 500));
-    EXPECT_EQ(checked(*menu().zoom), ".x...");
-    EXPECT_TRUE(menu().zoom->entryFlags(4) & gui::kMenuDisabled);
-    editor().setScale(0.0);
-    EXPECT_EQ(windowSize(), Rect(0, 0, 1730, 800));
-    editor().setScale(9.0);
-    EXPECT_EQ(editor().scale(), DelayEditor::kMaxScale);
-    editor().setScale(0.0);
-    choose(editor(), kZoom, "100%");
-    EXPECT_EQ(stored(kOptionEditorZoom), 100);
-
-    // Stored values and display scales go to the nearest step.
-    const struct {
-        double scale, step;
-    } steps[] = {{0.5, 1.0}, {1.1, 1.0}, {1.125, 1.25}, {1.3, 1.25}, {1.5, 1.5},
-                 {1.6, 1.5}, {1.7, 1.75}, {1.9, 2.0}, {3.0, 2.0}, {std::nan(""), 1.0}};
-    for (const auto& s : steps) EXPECT_EQ(DelayEditor::nearestZoomStep(s.scale), s.step) << s.scale;
-    host.closeEditor();
-    Preferences::current()->setNumber(kOptionEditorZoom, 130);
-    EXPECT_EQ(editor().scale(), 1.25);
-}
 
 TEST_F(EditorMenuTest, NameDialogIsATransientModalWindowThatAnswersOkCancelAndClose) {
     ASSERT_TRUE(host.openEditor());

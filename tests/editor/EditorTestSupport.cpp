@@ -119,11 +119,6 @@ EditorHost::~EditorHost() {
     closeInstance();
 }
 
-xcb_window_t EditorHost::editorWindow() const {
-    DelayEditor* e = editor();
-    return e && e->frame() ? e->frame()->windowId() : 0;
-}
-
 gui::Rect EditorHost::editorRect() {
     vst::ERect* rect = nullptr;
     if (dispatch(vst::effEditGetRect, 0, 0, &rect) != 1 || !rect) return gui::Rect();

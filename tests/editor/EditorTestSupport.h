@@ -115,7 +115,9 @@ public:
     vst::AEffect* aeffect() const { return aeffect_; }
     DelayEffect* effect() const { return effect_; }
     DelayEditor* editor() const { return effect_ ? static_cast<DelayEditor*>(effect_->getEditor()) : nullptr; }
-    xcb_window_t editorWindow() const;
+    xcb_window_t editorWindow() const {
+        return editor() && editor()->frame() ? editor()->frame()->windowId() : 0;
+    }
 
     vst::VstIntPtr dispatch(int32_t opcode, int32_t index = 0, vst::VstIntPtr value = 0, void* ptr = nullptr,
                             float opt = 0.0f) {
