@@ -183,7 +183,7 @@ TEST_F(DelayEditorTest, RoutingMenusKeepAbsentChannelsListedButDisabled) {
     editor().valueChanged(nullptr, &input);
     EXPECT_FLOAT_EQ(parameter(0), 21.0f / 44.0f);
     EXPECT_EQ(host.effect()->engine().inputSelector(0), 21);
-    EXPECT_EQ(host.log.automated().back().first, 0);
+    EXPECT_EQ(host.log.lastValue().first, 0);
 
     // A wider configuration from the host enables more entries at once.
     vst::VstSpeakerArrangement in{}, out{};
@@ -225,9 +225,7 @@ TEST_F(DelayEditorTest, TempoNoteMenuTakesClicksOnlyAfterTheUserSwitchesSyncOn) 
     EXPECT_FLOAT_EQ(host.effect()->program().values[delayIndex], expected);
     EXPECT_FLOAT_EQ(editor().delayKnob(tap)->value(), expected);
     EXPECT_EQ(editor().delayText(tap), noteValueName(chosen));
-    const auto automated = host.log.automated();
-    ASSERT_FALSE(automated.empty());
-    EXPECT_EQ(automated.back().first, delayIndex);
+    EXPECT_EQ(host.log.lastValue().first, delayIndex);
     // Only parameter numbers reach the host's edit notifications.
     for (const std::string& e : host.log.events()) EXPECT_EQ(e.find("3000"), std::string::npos) << e;
 
@@ -432,7 +430,7 @@ TEST_F(DelayEditorTest, AtTheDisplaysTwoHundredPercentInputLandsWhereThingsAreDr
     host.drag(knob, {knob.x, knob.y - 60});
     EXPECT_NEAR(parameter(feedback), 0.4f, 1e-4f);
     expectOneGesture(host.log.events(), feedback);
-    EXPECT_FLOAT_EQ(host.log.automated().back().second, parameter(feedback));
+    EXPECT_FLOAT_EQ(host.log.lastValue().second, parameter(feedback));
     EXPECT_FLOAT_EQ(editor().feedbackKnob(0)->value(), parameter(feedback));
 
     // The context menu opens where the menu strip was clicked, twice the

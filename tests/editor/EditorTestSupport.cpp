@@ -26,13 +26,13 @@ vst::VstTimeInfo gTime = [] {
 void HostLog::add(const std::string& event, int32_t index, float value) {
     std::lock_guard<std::mutex> lock(mutex_);
     events_.push_back(event);
-    if (index >= 0) automated_.emplace_back(index, value);
+    if (index >= 0) lastValue_ = {index, value};
 }
 
 void HostLog::clear() {
     std::lock_guard<std::mutex> lock(mutex_);
     events_.clear();
-    automated_.clear();
+    lastValue_ = {-1, 0.0f};
 }
 
 void HostLog::value(uint32_t index, double value, const std::string& suffix) {

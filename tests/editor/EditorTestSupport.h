@@ -40,8 +40,7 @@ using gui::test::waitForMenus;
 
 // What the plug-in told the host, in order, in one form for every format:
 // "begin 23", "value 23 0.5", "end 23", and the host-specific calls
-// ("size 1730x800", "resize 865 400", "timer 1", "fd 7"); and the values
-// of the "value" entries.
+// ("size 1730x800", "resize 865 400", "timer 1", "fd 7").
 class HostLog {
 public:
     void add(const std::string& event, int32_t index = -1, float value = 0.0f);
@@ -51,16 +50,17 @@ public:
         std::lock_guard<std::mutex> lock(mutex_);
         return events_;
     }
-    std::vector<std::pair<int32_t, float>> automated() {
+    // The parameter and value of the last "value" entry ({-1, 0} for none).
+    std::pair<int32_t, float> lastValue() {
         std::lock_guard<std::mutex> lock(mutex_);
-        return automated_;
+        return lastValue_;
     }
     void clear();
 
 private:
     std::mutex mutex_;
     std::vector<std::string> events_;
-    std::vector<std::pair<int32_t, float>> automated_;
+    std::pair<int32_t, float> lastValue_{-1, 0.0f};
 };
 
 // The edits of one gesture on a parameter: begin, values only, end.
@@ -73,8 +73,6 @@ class HostWindow {
 public:
     explicit HostWindow(const std::string& resources = std::string());
     ~HostWindow();
-    HostWindow(const HostWindow&) = delete;
-    HostWindow& operator=(const HostWindow&) = delete;
 
     HostDisplay& display() { return display_; }
     xcb_window_t hostWindow() const { return window_; }
