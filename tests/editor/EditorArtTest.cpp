@@ -5,9 +5,6 @@
 // VSTPluginMain), looks like a stored reference picture.
 #include <dlfcn.h>
 
-#include <algorithm>
-#include <cstdlib>
-#include <filesystem>
 
 #include "EditorTestSupport.h"
 #include "editor/BackgroundEntry.h"
@@ -18,8 +15,6 @@
 
 namespace varitap::test {
 namespace {
-
-namespace fs = std::filesystem;
 
 using gui::Rect;
 
@@ -173,19 +168,10 @@ TEST_F(EditorArtTest, BackgroundsAreFullSizeAndOpaque) {
 
 constexpr const char* kReference = VARITAP_TEST_DATA_DIR "/editor/editor-default.png";
 
-std::string bundleLibrary() {
-    std::error_code ec;
-    for (const auto& dir : fs::directory_iterator(VARITAP_BUNDLE_DIR "/Contents", ec)) {
-        const fs::path so = dir.path() / "Varitap.so";
-        if (fs::exists(so)) return so.string();
-    }
-    return {};
-}
-
 TEST(BundleEditorTest, DefaultEditorLooksLikeTheReference) {
     if (!gui::test::haveDisplay()) GTEST_SKIP() << "no X server";
     ConfigHome home;  // no stored background: "default.png"
-    void* module = dlopen(bundleLibrary().c_str(), RTLD_NOW | RTLD_LOCAL);
+    void* module = dlopen(VARITAP_BUNDLE_DIR "/Contents/" VARITAP_ARCH_DIR "/Varitap.so", RTLD_NOW | RTLD_LOCAL);
     ASSERT_NE(module, nullptr) << dlerror();
     const auto entry = reinterpret_cast<EditorHost::Entry>(dlsym(module, "VSTPluginMain"));
     ASSERT_NE(entry, nullptr);

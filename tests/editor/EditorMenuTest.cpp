@@ -3,7 +3,6 @@
 #include <sys/stat.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <fstream>
 
 #include "EditorTestSupport.h"
@@ -313,10 +312,8 @@ TEST_F(EditorMenuTest, PresetRemovedByAnotherInstanceLeavesThisMenuWhole) {
 TEST_F(EditorMenuTest, NameDialogIsATransientModalWindowThatAnswersOkCancelAndClose) {
     ASSERT_TRUE(host.openEditor());
     HostDisplay& d = host.display();
-    auto keys = [](std::vector<uint32_t> list) {
-        return [list](HostDisplay& d, xcb_window_t w) {
-            for (uint32_t k : list) d.key(w, k);
-        };
+    auto press = [](uint32_t key) {
+        return [key](HostDisplay& d, xcb_window_t w) { d.key(w, key); };
     };
     const xcb_window_t owner = host.editorWindow();
     const struct {
@@ -327,10 +324,10 @@ TEST_F(EditorMenuTest, NameDialogIsATransientModalWindowThatAnswersOkCancelAndCl
         xcb_window_t owner;
     } cases[] = {
         // Pre-filled text is confirmed as it is, terminated.
-        {"Tape Echo", keys({XKB_KEY_Return}), true, "Tape Echo", owner},
+        {"Tape Echo", press(XKB_KEY_Return), true, "Tape Echo", owner},
         // Escape, the Cancel button and the window manager's close cancel
         // and leave the buffer alone.
-        {"Tape Echo", keys({XKB_KEY_Escape}), false, "unchanged", owner},
+        {"Tape Echo", press(XKB_KEY_Escape), false, "unchanged", owner},
         {"abc", [](HostDisplay& d, xcb_window_t w) { d.click(w, 250, 110); }, false, "unchanged", owner},
         {"abc",
          [](HostDisplay& d, xcb_window_t w) {
@@ -346,7 +343,7 @@ TEST_F(EditorMenuTest, NameDialogIsATransientModalWindowThatAnswersOkCancelAndCl
          false, "unchanged", owner},
         // Return on an empty field confirms an empty name; with no owner the
         // dialog is centred on the screen.
-        {nullptr, keys({XKB_KEY_Return}), true, "", 0},
+        {nullptr, press(XKB_KEY_Return), true, "", 0},
         // Typed, selected and typed over, edited in the middle and at the end.
         {nullptr,
          [](HostDisplay& d, xcb_window_t w) {

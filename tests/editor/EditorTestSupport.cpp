@@ -1,7 +1,5 @@
 #include "EditorTestSupport.h"
 
-#include <stdlib.h>
-
 #include <cstdio>
 
 #include "gui/Bitmap.h"

@@ -228,7 +228,6 @@ TEST(Lv2Ui, WidgetsFollowTheHostAndTheModulatorsMoveTheHostsPortsAndTakeTheHosts
 
     // The host's ui:scaleFactor sizes the editor; a host without the option
     // hands the choice back.
-    host.log.clear();
     ASSERT_TRUE(host.openUi(2.0f));
     EXPECT_EQ(host.editor()->scale(), 2.0);
     host.closeUi();
