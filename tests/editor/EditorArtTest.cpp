@@ -1,26 +1,15 @@
-// The editor art against the open editor: every bitmap in the bundle is the
-// painter's drawing, the wells and fields the art draws lie under the
-// editor's own widgets, stacked states are whole, the states of a button are
-// told apart at a glance, and where the toolkit draws white text or white
-// knob pointers every background stays dark.
-#include <gtest/gtest.h>
+// The editor art against the open editor and the bundle: every bitmap in
+// the bundle has the painter's size at any scale, the wells and fields the art draws lie
+// under the editor's own widgets, the backgrounds fill the editor, and the
+// built bundle's editor, loaded the way a host loads it (dlopen,
+// VSTPluginMain), looks like a stored reference picture.
+#include <dlfcn.h>
 
-#include <algorithm>
-#include <cmath>
-#include <string>
-#include <vector>
 
 #include "EditorTestSupport.h"
 #include "editor/BackgroundEntry.h"
-#include "editor/DelayEditor.h"
-#include "editor/EditorDialogs.h"
-#include "editor/EditorViews.h"
 #include "gui/Bitmap.h"
 #include "gui/BitmapView.h"
-#include "gui/Buttons.h"
-#include "gui/Knob.h"
-#include "gui/OptionMenu.h"
-#include "gui/Slider.h"
 #include "resources/art/Art.h"
 #include "resources/art/ArtLayout.h"
 
@@ -31,75 +20,6 @@ using gui::Rect;
 
 Rect fromArt(const art::Rect& r) { return Rect(r.left, r.top, r.right, r.bottom); }
 
-struct Colour {
-    double r, g, b, a;  // straight (not premultiplied), 0..1
-};
-
-Colour pixelAt(const Image& image, int x, int y) {
-    const gui::test::Pixel p = image.at(x, y);
-    const double a = p.a / 255.0;
-    if (a == 0) return {0, 0, 0, 0};
-    return {p.r / 255.0 / a, p.g / 255.0 / a, p.b / 255.0 / a, a};
-}
-
-// Relative luminance, 0 (black) to 1 (white).
-double luminance(const Colour& p) {
-    auto linear = [](double c) { return c <= 0.04045 ? c / 12.92 : std::pow((c + 0.055) / 1.055, 2.4); };
-    return 0.2126 * linear(p.r) + 0.7152 * linear(p.g) + 0.0722 * linear(p.b);
-}
-
-// Contrast of white text over a backdrop of that luminance (1 to 21).
-double whiteContrast(double l) { return 1.05 / (l + 0.05); }
-
-// Over the mostly opaque pixels of an area: mean and brightest luminance,
-// and mean chroma (max - min channel, 0 for greys).
-struct Stats {
-    double mean = 0, max = 0, chroma = 0;
-};
-
-Stats stats(const Image& s, const Rect& r) {
-    Stats result;
-    int n = 0;
-    for (int y = r.top; y < r.bottom; ++y) {
-        for (int x = r.left; x < r.right; ++x) {
-            const Colour p = pixelAt(s, x, y);
-            if (p.a < 0.5) continue;
-            const double l = luminance(p);
-            result.mean += l;
-            result.max = std::max(result.max, l);
-            result.chroma += std::max({p.r, p.g, p.b}) - std::min({p.r, p.g, p.b});
-            ++n;
-        }
-    }
-    if (n) {
-        result.mean /= n;
-        result.chroma /= n;
-    }
-    return result;
-}
-
-// White text and knob pointers need a contrast of at least 7:1 on average
-// and 3:1 at the brightest pixel.
-bool readable(const Image& s, const Rect& r) {
-    const Stats st = stats(s, r);
-    return whiteContrast(st.mean) >= 7.0 && whiteContrast(st.max) >= 3.0;
-}
-
-// Mean absolute difference per channel (premultiplied) between two areas of
-// a picture, 0 (same) to 1.
-double difference(const Image& s, const Rect& a, const Rect& b) {
-    double sum = 0;
-    for (int y = 0; y < a.height(); ++y) {
-        for (int x = 0; x < a.width(); ++x) {
-            const Colour p = pixelAt(s, a.left + x, a.top + y);
-            const Colour q = pixelAt(s, b.left + x, b.top + y);
-            sum += std::fabs(p.r * p.a - q.r * q.a) + std::fabs(p.g * p.a - q.g * q.a) +
-                   std::fabs(p.b * p.a - q.b * q.a);
-        }
-    }
-    return a.width() > 0 && a.height() > 0 ? sum / (3.0 * a.width() * a.height()) : 0;
-}
-
 // The first child of a container that is a T.
 template <typename T>
 T* childOf(const gui::ViewContainer& container) {
@@ -109,74 +29,52 @@ T* childOf(const gui::ViewContainer& container) {
     return nullptr;
 }
 
-// Hides every view but the bitmaps, so that the frame draws the art alone.
-void showOnlyArt(gui::ViewContainer& container) {
-    for (int k = 0; k < container.viewCount(); ++k) {
-        gui::View* view = container.viewAt(k);
-        if (auto* inner = dynamic_cast<gui::ViewContainer*>(view)) {
-            showOnlyArt(*inner);
-        } else if (!dynamic_cast<gui::BitmapView*>(view)) {
-            view->setVisible(false);
-        }
-    }
-}
-
 // A widget of the open editor (its rectangle in its strip or panel) and the
 // place the art drew for it.
 struct Placed {
     const char* name;
     const gui::View* view;
     art::Rect art;
-    enum { kPlain, kWhiteText, kKnob } ink;
 };
 
-class EditorArtTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        if (!gui::test::haveDisplay() || !host.display().ok()) GTEST_SKIP() << "no X server";
-        ASSERT_TRUE(host.openEditor());
-        ASSERT_EQ(editor().scale(), 1.0);
-    }
-    DelayEditor& editor() { return *host.editor(); }
-    static std::string bitmapFile(int number) {
-        char name[32];
-        std::snprintf(name, sizeof name, "/bmp%05d.png", number);
-        return VARITAP_BUNDLE_DIR "/Contents/Resources" + std::string(name);
-    }
-    std::vector<Placed> stripWidgets(int i) {
-        DelayEditor& e = editor();
-        return {{"title", childOf<StaticTextView>(*e.tapStrip(i)), art::kTitle, Placed::kWhiteText},
-                {"input menu", e.inputMenu(i), art::kInputMenu, Placed::kWhiteText},
-                {"output menu", e.outputMenu(i), art::kOutputMenu, Placed::kWhiteText},
-                {"delay knob", e.delayKnob(i), art::kDelayKnob, Placed::kKnob},
-                {"feedback knob", e.feedbackKnob(i), art::kFeedbackKnob, Placed::kKnob},
-                {"volume knob", e.volumeKnob(i), art::kVolumeKnob, Placed::kKnob},
-                {"sync", e.tapSyncButton(i), art::kTapSync, Placed::kPlain},
-                {"delay display", e.delayDisplay(i), art::kDelayDisplay, Placed::kWhiteText},
-                {"feedback display", e.feedbackDisplay(i), art::kFeedbackDisplay, Placed::kWhiteText},
-                {"volume display", e.volumeDisplay(i), art::kVolumeDisplay, Placed::kWhiteText},
-                {"filter menu", e.filterMenu(i), art::kFilterMenu, Placed::kWhiteText},
-                {"cutoff slider", e.cutoffSlider(i), art::kCutoffSlider, Placed::kPlain},
-                {"resonance slider", e.resonanceSlider(i), art::kResonanceSlider, Placed::kPlain}};
-    }
-    std::vector<Placed> panelWidgets(int m) {
-        DelayEditor& e = editor();
-        return {{"power", e.powerButton(m), art::kPower, Placed::kPlain},
-                {"type", e.typeSwitch(m), art::kType, Placed::kPlain},
-                {"table toggle", e.tableToggle(m), art::kTableToggle, Placed::kPlain},
-                {"index menu", e.indexMenu(m), art::kIndexMenu, Placed::kWhiteText},
-                {"speed knob", e.speedKnob(m), art::kSpeedKnob, Placed::kKnob},
-                {"speed display", e.speedDisplay(m), art::kSpeedDisplay, Placed::kWhiteText},
-                {"sync", e.modulatorSyncButton(m), art::kModSync, Placed::kPlain},
-                {"min slider", e.minSlider(m), art::kMinSlider, Placed::kPlain},
-                {"max slider", e.maxSlider(m), art::kMaxSlider, Placed::kPlain}};
-    }
+std::string bitmapFile(int number) {
+    char name[32];
+    std::snprintf(name, sizeof name, "/bmp%05d.png", number);
+    return VARITAP_BUNDLE_DIR "/Contents/Resources" + std::string(name);
+}
 
-    ConfigHome home;
-    EditorHost host;
-};
+std::vector<Placed> stripWidgets(DelayEditor& e, int i) {
+    return {{"title", childOf<StaticTextView>(*e.tapStrip(i)), art::kTitle},
+            {"input menu", e.inputMenu(i), art::kInputMenu},
+            {"output menu", e.outputMenu(i), art::kOutputMenu},
+            {"delay knob", e.delayKnob(i), art::kDelayKnob},
+            {"feedback knob", e.feedbackKnob(i), art::kFeedbackKnob},
+            {"volume knob", e.volumeKnob(i), art::kVolumeKnob},
+            {"sync", e.tapSyncButton(i), art::kTapSync},
+            {"delay display", e.delayDisplay(i), art::kDelayDisplay},
+            {"feedback display", e.feedbackDisplay(i), art::kFeedbackDisplay},
+            {"volume display", e.volumeDisplay(i), art::kVolumeDisplay},
+            {"filter menu", e.filterMenu(i), art::kFilterMenu},
+            {"cutoff slider", e.cutoffSlider(i), art::kCutoffSlider},
+            {"resonance slider", e.resonanceSlider(i), art::kResonanceSlider}};
+}
+std::vector<Placed> panelWidgets(DelayEditor& e, int m) {
+    return {{"power", e.powerButton(m), art::kPower},
+            {"type", e.typeSwitch(m), art::kType},
+            {"table toggle", e.tableToggle(m), art::kTableToggle},
+            {"index menu", e.indexMenu(m), art::kIndexMenu},
+            {"speed knob", e.speedKnob(m), art::kSpeedKnob},
+            {"speed display", e.speedDisplay(m), art::kSpeedDisplay},
+            {"sync", e.modulatorSyncButton(m), art::kModSync},
+            {"min slider", e.minSlider(m), art::kMinSlider},
+            {"max slider", e.maxSlider(m), art::kMaxSlider}};
+}
+
+using EditorArtTest = EditorTest;
 
 TEST_F(EditorArtTest, ArtLinesUpWithTheEditorsWidgetsWhichDoNotCollide) {
+    ASSERT_TRUE(host.openEditor());
+    ASSERT_EQ(editor().scale(), 1.0);
     for (int i = 0; i < kTapCount; ++i) {
         SCOPED_TRACE("strip " + std::to_string(i));
         const Rect strip = Rect::fromSize(art::kMenuStrip.right + i * art::kStripPitch, 1,
@@ -188,8 +86,8 @@ TEST_F(EditorArtTest, ArtLinesUpWithTheEditorsWidgetsWhichDoNotCollide) {
         // Only the tempo note menu over the delay display and the table view
         // over the speed knob and sliders overlap on purpose, and are not listed.
         for (const auto& [widgets, area] :
-             {std::pair{stripWidgets(i), Rect(0, 0, art::kStripWidth, art::kStripCardBottom)},
-              std::pair{panelWidgets(i), Rect(0, 0, art::kStripWidth, art::kPanelHeight)}}) {
+             {std::pair{stripWidgets(editor(), i), Rect(0, 0, art::kStripWidth, art::kStripCardBottom)},
+              std::pair{panelWidgets(editor(), i), Rect(0, 0, art::kStripWidth, art::kPanelHeight)}}) {
             for (auto a = widgets.begin(); a != widgets.end(); ++a) {
                 ASSERT_NE(a->view, nullptr) << a->name;
                 const Rect r = a->view->viewSize();
@@ -232,7 +130,7 @@ TEST_F(EditorArtTest, ArtLinesUpWithTheEditorsWidgetsWhichDoNotCollide) {
     }
 }
 
-TEST_F(EditorArtTest, BundleBitmapsAreThePaintersDrawingWhichDrawsAtAnyScale) {
+TEST_F(EditorArtTest, BundleBitmapsHaveThePaintersSizesAtAnyScale) {
     ASSERT_EQ(art::editorBitmaps().size(), static_cast<size_t>(DelayEditor::kBitmapCount));
     for (int slot = 0; slot < DelayEditor::kBitmapCount; ++slot) {
         const int number = DelayEditor::bitmapResource(static_cast<DelayEditor::BitmapSlot>(slot));
@@ -242,80 +140,17 @@ TEST_F(EditorArtTest, BundleBitmapsAreThePaintersDrawingWhichDrawsAtAnyScale) {
         const Image file = Image::readPng(bitmapFile(number));
         EXPECT_EQ(file.width, art->width);
         EXPECT_EQ(file.height, art->height);
-        // At 100 % the editor shows the bundle's PNG: pixel for pixel what the
-        // painter draws at scale 1.
-        const Image drawn = Image::adopt(art->draw(1.0));
-        const std::string copy = home.path() + "/drawn.png";
-        ASSERT_TRUE(drawn.writePng(copy));
-        EXPECT_TRUE(Image::readPng(copy).words == file.words);
-        // At other scales the same picture, drawn for more pixels: the size
-        // rounded up, and at 200 % each 2 x 2 block is close to its pixel at 100 %.
+        // At other scales drawn for more pixels, the size rounded up (the
+        // picture at 200 % is compared with 100 % in DelayEditorTest).
         const Image odd = Image::adopt(art->draw(1.75));
         EXPECT_EQ(odd.width, static_cast<int>(std::ceil(1.75 * art->width)));
         EXPECT_EQ(odd.height, static_cast<int>(std::ceil(1.75 * art->height)));
-        const Image twice = Image::adopt(art->draw(2.0));
-        ASSERT_EQ(twice.width, 2 * art->width);
-        ASSERT_EQ(twice.height, 2 * art->height);
-        double sum = 0;
-        for (int y = 0; y < art->height; ++y) {
-            for (int x = 0; x < art->width; ++x) {
-                const Colour one = pixelAt(drawn, x, y);
-                double block = 0;
-                for (int k = 0; k < 4; ++k) {
-                    const Colour p = pixelAt(twice, 2 * x + k % 2, 2 * y + k / 2);
-                    block += (p.r + p.g + p.b) * p.a / 4;
-                }
-                sum += std::fabs(block - (one.r + one.g + one.b) * one.a) / 3;
-            }
-        }
-        EXPECT_LT(sum / (art->width * art->height), 0.03);
     }
 }
 
-TEST_F(EditorArtTest, ButtonStatesReadAtAGlance) {
-    // On/off bitmaps: off on top, on below. "On" lights up in the accent
-    // colour: brighter than "off" and strongly coloured where "off" is grey.
-    for (int number : {101, 201, 301}) {
-        const Image b = Image::readPng(bitmapFile(number));
-        ASSERT_EQ(b.height % 2, 0) << number;
-        const int half = b.height / 2;
-        const Rect off(0, 0, b.width, half), on(0, half, b.width, 2 * half);
-        EXPECT_GT(difference(b, off, on), 0.08) << number;
-        const Stats lookOff = stats(b, off), lookOn = stats(b, on);
-        EXPECT_GT(lookOn.mean, 1.2 * lookOff.mean) << number;
-        EXPECT_GT(lookOn.chroma, lookOff.chroma + 0.25) << number;
-    }
-    // The four Type positions each look different from the others.
-    const Image type = Image::readPng(bitmapFile(202));
-    ASSERT_EQ(type.height % 4, 0);
-    const int q = type.height / 4;
-    for (int a = 0; a < 4; ++a) {
-        for (int b = a + 1; b < 4; ++b) {
-            EXPECT_GT(difference(type, Rect(0, a * q, type.width, (a + 1) * q),
-                                 Rect(0, b * q, type.width, (b + 1) * q)),
-                      0.015)
-                << a << " / " << b;
-        }
-    }
-}
-
-TEST_F(EditorArtTest, BackgroundsAreFullSizeAndKeepWhiteTextReadable) {
-    // Where white text or a knob pointer goes, in the frame's coordinates. The
-    // pointer runs from a knob's centre to 3 pixels short of its edge: the
-    // square inside that circle.
-    std::vector<std::pair<std::string, Rect>> inked;
-    auto add = [&](const Placed& p, const gui::View& container, int i) {
-        const Rect at = p.view->viewSize().offsetBy(container.viewSize().left, container.viewSize().top);
-        if (p.ink == Placed::kWhiteText) inked.emplace_back(p.name + (" " + std::to_string(i)), at);
-        if (p.ink == Placed::kKnob) inked.emplace_back(p.name + (" " + std::to_string(i)), at.insetBy(6, 6));
-    };
-    for (int i = 0; i < kTapCount; ++i) {
-        for (const Placed& p : stripWidgets(i)) add(p, *editor().tapStrip(i), i);
-        for (const Placed& p : panelWidgets(i)) add(p, *editor().modulatorPanel(i), i);
-    }
-    inked.emplace_back("wet/dry knob", editor().wetDryKnob()->viewSize().insetBy(6, 6));
-    showOnlyArt(*editor().frame());
-
+// The shipped backgrounds, "default.png" among them, fill the editor and are
+// opaque: the frame draws nothing under its background.
+TEST_F(EditorArtTest, BackgroundsAreFullSizeAndOpaque) {
     const ObjectList& backgrounds = editor().backgrounds();
     ASSERT_GE(backgrounds.count(), 3u);
     bool haveDefault = false;
@@ -326,20 +161,43 @@ TEST_F(EditorArtTest, BackgroundsAreFullSizeAndKeepWhiteTextReadable) {
         const Image picture = Image::readPng(entry->path());
         EXPECT_EQ(picture.width, DelayEditor::kWidth);
         EXPECT_EQ(picture.height, DelayEditor::kHeight);
-        // Opaque: the frame draws nothing under its background.
         for (uint32_t word : picture.words) ASSERT_EQ(word >> 24, 0xffu);
-        ASSERT_TRUE(editor().chooseBackground(static_cast<int>(k)));
-        const Image shown = gui::test::renderOffscreen(*editor().frame());
-        for (const auto& [what, r] : inked) EXPECT_TRUE(readable(shown, r)) << what;
     }
     EXPECT_TRUE(haveDefault);
+}
 
-    // The about box: the version and date in white, the link in yellow
-    // (luminance 0.93), all with black shadows.
-    const Image about = Image::readPng(bitmapFile(2));
-    for (int k = 0; k < editor().aboutOverlay()->viewCount(); ++k) {
-        EXPECT_TRUE(readable(about, editor().aboutOverlay()->viewAt(k)->viewSize())) << k;
+constexpr const char* kReference = VARITAP_TEST_DATA_DIR "/editor/editor-default.png";
+
+TEST(BundleEditorTest, DefaultEditorLooksLikeTheReference) {
+    if (!gui::test::haveDisplay()) GTEST_SKIP() << "no X server";
+    ConfigHome home;  // no stored background: "default.png"
+    void* module = dlopen(VARITAP_BUNDLE_DIR "/Contents/" VARITAP_ARCH_DIR "/Varitap.so", RTLD_NOW | RTLD_LOCAL);
+    ASSERT_NE(module, nullptr) << dlerror();
+    const auto entry = reinterpret_cast<EditorHost::Entry>(dlsym(module, "VSTPluginMain"));
+    ASSERT_NE(entry, nullptr);
+    Image shown;
+    {
+        EditorHost host(std::string(), 2400, entry);
+        ASSERT_NE(host.aeffect(), nullptr);
+        EXPECT_TRUE(host.aeffect()->flags & vst::effFlagsHasEditor);
+        ASSERT_TRUE(host.openEditor());
+        host.settle(5);
+        shown = host.display().grab(host.hostWindow(), gui::Rect(0, 0, 865, 400));
     }
+    dlclose(module);
+
+    saveScreenshot(shown, "editor-default.png");
+    if (getenv("VARITAP_UPDATE_EDITOR_REFERENCE")) {
+        ASSERT_TRUE(shown.writePng(kReference));
+    }
+    const Image reference = Image::readPng(kReference);
+    ASSERT_EQ(reference.width, 865);
+    ASSERT_EQ(reference.height, 400);
+    // Same fonts, same pixels: a widget moved by one pixel changes hundreds
+    // of them; a few edge pixels of font rasterisation may differ.
+    EXPECT_LT(differingFraction(shown, reference, 40), 0.0001);
+    // Not a blank picture: the strips' art is there.
+    EXPECT_GT(differingFraction(shown, Image(865, 400), 40), 0.5);
 }
 
 }  // namespace

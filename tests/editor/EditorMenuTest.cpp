@@ -1,22 +1,11 @@
 // The context menu and its commands, the name-entry dialog and the about
 // box, with the real preset library, options file and popup windows.
-#include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <xkbcommon/xkbcommon-keysyms.h>
 
 #include <cstdio>
-#include <cstdlib>
-#include <cmath>
-#include <cstring>
-#include <functional>
 #include <fstream>
-#include <thread>
 
 #include "EditorTestSupport.h"
-#include "editor/DelayEditor.h"
-#include "editor/EditorDialogs.h"
-#include "gui/OptionMenu.h"
-#include "host/DelayEffect.h"
 #include "persistence/Preferences.h"
 #include "persistence/PresetLibrary.h"
 
@@ -52,20 +41,34 @@ bool choose(DelayEditor& editor, const MenuOf& which, const std::string& text) {
 }
 const MenuOf kPresets = [](ContextMenu& menu) { return menu.presets.get(); };
 const MenuOf kOptions = [](ContextMenu& menu) { return menu.options.get(); };
+const MenuOf kZoom = [](ContextMenu& menu) { return menu.zoom.get(); };
 
-class EditorMenuTest : public ::testing::Test {
+// The check marks of a menu: "x.." is the first of three checked.
+std::string checked(const OptionMenu& menu) {
+    std::string marks;
+    for (int i = 0; i < menu.nbEntries(); ++i) marks += menu.isCheckEntry(i) ? "x" : ".";
+    return marks;
+}
+
+long stored(const char* key) {
+    long number = -1;
+    Preferences::current()->getNumber(key, &number, 0);
+    return number;
+}
+
+class EditorMenuTest : public EditorTest {
 protected:
     void SetUp() override {
-        if (!gui::test::haveDisplay() || !host.display().ok()) GTEST_SKIP() << "no X server";
+        EditorTest::SetUp();
+        if (IsSkipped() || HasFatalFailure()) return;
         library = PresetLibrary::current();
         ASSERT_NE(library, nullptr);
         ASSERT_TRUE(library->loadFile(VARITAP_BUNDLE_DIR "/Contents/Resources/varitap.factory.presets.xml",
                                       true));
         factoryFolders = library->folderCount();
         ASSERT_GT(factoryFolders, 0u);
-        hostLog().clear();
     }
-    DelayEditor& editor() { return *host.editor(); }
+    ContextMenu menu() { return editor().buildContextMenu(Point{10, 100}); }
     // A user folder with presets of the given names, made from the state.
     PresetFolder* userFolder(const char* name, std::vector<const char*> presets) {
         PresetFolder* folder = library->addFolder(name);
@@ -89,194 +92,90 @@ protected:
     // Opens the menu with a click in the menu strip; `user` plays the popup.
     bool clickMenuStrip(const std::function<void()>& user) {
         std::thread t(user);
-        host.click(10, 200);
+        host.click({10, 200});
         t.join();
         return editor().aboutOverlay()->aboutShown();
     }
 
-    ConfigHome home;
-    EditorHost host;
     PresetLibrary* library = nullptr;
     uint32_t factoryFolders = 0;
 };
 
-TEST_F(EditorMenuTest, TreeShowsFoldersOptionsAndBackgroundsAsTheyAreNow) {
-    PresetFolder* mine = userFolder("Mine", {"Warm", "Cold"});
-    Preferences::current()->setNumber(kOptionDelayTimeResample, 1);
-    Preferences::current()->setNumber(kOptionDelayTimeInSamples, 1);
-    ContextMenu menu = editor().buildContextMenu(Point{10, 100});
-
-    EXPECT_EQ(entries(*menu.top), (std::vector<std::string>{"Presets", "-", "Options", "-",
-                                                            "Visit Homepage ...", "About ..."}));
-    EXPECT_EQ(menu.top->submenu(0), menu.presets.get());
-    EXPECT_EQ(menu.top->submenu(2), menu.options.get());
-
-    // Factory folders list their presets only; the user's folder can grow
-    // and go. With no current preset the list ends with "Add Folder ...".
-    ASSERT_EQ(menu.folders.size(), library->folderCount());
-    for (uint32_t f = 0; f < factoryFolders; ++f) {
-        const OptionMenu& folderMenu = *menu.folders[f];
-        EXPECT_EQ(folderMenu.tag(), static_cast<int32_t>(f));
-        EXPECT_EQ(static_cast<uint32_t>(folderMenu.nbEntries()), library->folderAt(f)->presetCount());
-        EXPECT_EQ(indexOf(folderMenu, "Add Preset ..."), -1);
-        EXPECT_EQ(indexOf(folderMenu, "Remove Folder"), -1);
-        EXPECT_STREQ(menu.presets->entry(static_cast<int>(f)), library->folderAt(f)->getName().c_str());
-    }
-    const OptionMenu& mineMenu = *menu.folders[static_cast<size_t>(folderIndex(mine))];
-    EXPECT_EQ(entries(mineMenu), (std::vector<std::string>{"Warm", "Cold", "-", "Add Preset ...",
-                                                           "-", "Remove Folder"}));
-    EXPECT_STREQ(menu.presets->entry(menu.presets->nbEntries() - 1), "Add Folder ...");
-
-    // Options: check marks from the stored options; the Background and Zoom menus.
-    EXPECT_EQ(entries(*menu.options), (std::vector<std::string>{"Resample (experimental)",
-                                                                "Smooth Delay Time Changes",
-                                                                "Show Delay Time in Samples",
-                                                                "Background", "Zoom"}));
-    EXPECT_TRUE(menu.options->isCheckEntry(0));
-    EXPECT_FALSE(menu.options->isCheckEntry(1));
-    EXPECT_TRUE(menu.options->isCheckEntry(2));
-    EXPECT_EQ(menu.options->submenu(3), menu.background.get());
-    EXPECT_EQ(menu.options->submenu(4), menu.zoom.get());
-
-    // A current preset adds its removal at the end.
-    host.effect()->lastUserPreset = RefPtr<Preset>(mine->presetAt(1));
-    ContextMenu withPreset = editor().buildContextMenu(Point{10, 100});
-    EXPECT_STREQ(withPreset.presets->entry(withPreset.presets->nbEntries() - 1),
-                 "Remove Preset 'Cold'");
-}
-
-TEST_F(EditorMenuTest, CommandsAreMatchedByTextAndPresetsApply) {
-    const int32_t delay = tapParameterIndex(3, kTapDelay);
-    host.aeffect()->setParameter(host.aeffect(), delay, 0.25f);
-    PresetFolder* mine = userFolder("Mine", {"Quarter", "Remove Folder"});
-    PresetFolder* other = userFolder("Other", {"Add Preset ..."});
-    host.aeffect()->setParameter(host.aeffect(), delay, 0.75f);
-    const uint32_t before = library->folderCount();
-
-    // An ordinary preset is applied and becomes the current one.
-    EXPECT_TRUE(choose(editor(), menuOf(mine), "Quarter"));
-    EXPECT_EQ(host.effect()->lastUserPreset.get(), mine->presetAt(0));
-    EXPECT_NEAR(host.effect()->program().values[delay], 0.25f, 1e-6f);
-
-    // A preset named like a command carries out the command instead.
-    ContextMenu again = editor().buildContextMenu(Point{10, 100});
-    OptionMenu* otherMenu = again.folders[static_cast<size_t>(folderIndex(other))].get();
-    EXPECT_TRUE(editor().carryOutChoice(again, again.folders[static_cast<size_t>(folderIndex(mine))].get(),
-                                        1));  // "Remove Folder"
-    EXPECT_EQ(library->folderCount(), before - 1);
-    EXPECT_EQ(folderIndex(mine), -1);
-    // The current preset went with its folder and is no longer current.
-    EXPECT_EQ(host.effect()->lastUserPreset.get(), nullptr);
-    EXPECT_EQ(indexOf(*editor().buildContextMenu(Point{}).presets, "Remove Preset 'Quarter'"), -1);
-    // "Add Preset ..." opens the name dialog: cancelled, nothing is added.
-    std::thread user = answerDialog(host.display(), nullptr, XKB_KEY_Escape);
-    EXPECT_TRUE(editor().carryOutChoice(again, otherMenu, 0));
-    user.join();
-    EXPECT_EQ(other->presetCount(), 1u);
-
-    // Removing the current preset looks only in writable folders.
-    host.effect()->lastUserPreset = RefPtr<Preset>(other->presetAt(0));
-    EXPECT_TRUE(choose(editor(), kPresets, "Remove Preset 'Add Preset ...'"));
-    EXPECT_EQ(other->presetCount(), 0u);
-    EXPECT_EQ(host.effect()->lastUserPreset.get(), nullptr);
-
-    Preset* factoryPreset = library->folderAt(0)->presetAt(0);
-    ASSERT_NE(factoryPreset, nullptr);
-    host.effect()->lastUserPreset = RefPtr<Preset>(factoryPreset);
-    ContextMenu fourth = editor().buildContextMenu(Point{10, 100});
-    const uint32_t factoryCount = library->folderAt(0)->presetCount();
-    editor().carryOutChoice(fourth, fourth.presets.get(), fourth.presets->nbEntries() - 1);
-    EXPECT_EQ(library->folderAt(0)->presetCount(), factoryCount);
-    EXPECT_EQ(library->folderAt(0)->presetAt(0), factoryPreset);
-}
-
-// Two instances in one process share the library. When the other instance's
-// menu removes the preset this one is using (with its folder, or as its own
-// current preset), this instance's menu no longer offers to remove it and
-// carries on working.
-TEST_F(EditorMenuTest, PresetRemovedByAnotherInstanceLeavesThisMenuWhole) {
-    EditorHost other;
-    ASSERT_NE(other.editor(), nullptr);
-    auto lastEntry = [](const OptionMenu& menu) { return std::string(menu.entry(menu.nbEntries() - 1)); };
-    for (const bool wholeFolder : {true, false}) {
-        SCOPED_TRACE(wholeFolder ? "Remove Folder" : "Remove Preset");
-        PresetFolder* shared = userFolder("Shared", {"Quarter"});
-        PresetFolder* kept = userFolder("Kept", {"Half"});
-        choose(editor(), menuOf(shared), "Quarter");
-        choose(*other.editor(), menuOf(shared), "Quarter");
-        ASSERT_EQ(lastEntry(*editor().buildContextMenu(Point{}).presets), "Remove Preset 'Quarter'");
-
-        if (wholeFolder) {
-            choose(*other.editor(), menuOf(shared), "Remove Folder");
-        } else {
-            choose(*other.editor(), kPresets, "Remove Preset 'Quarter'");
-        }
-        EXPECT_EQ(lastEntry(*other.editor()->buildContextMenu(Point{}).presets), "Add Folder ...");
-
-        ContextMenu mine = editor().buildContextMenu(Point{10, 100});
-        EXPECT_EQ(indexOf(*mine.presets, "Remove Preset 'Quarter'"), -1);
-        EXPECT_EQ(lastEntry(*mine.presets), "Add Folder ...");
-        choose(editor(), menuOf(kept), "Half");
-        EXPECT_EQ(lastEntry(*editor().buildContextMenu(Point{}).presets), "Remove Preset 'Half'");
-    }
-}
-
-TEST_F(EditorMenuTest, OptionsAreWrittenAndTakeEffect) {
+// The options are written and take effect; then the whole tree shows the
+// folders and the stored options as they are now; then the zoom steps.
+TEST_F(EditorMenuTest, TreeShowsFoldersOptionsAndBackgroundsAsTheyAreNowAndZoomIsCheckedStoredAndResizesTheOpenEditor) {
     ASSERT_TRUE(host.openEditor());
     const int tap = 5;
-    host.aeffect()->setParameter(host.aeffect(), tapParameterIndex(tap, kTapSync), 0.0f);
-    host.aeffect()->setParameter(host.aeffect(), tapParameterIndex(tap, kTapDelay), 0.5f);
+    hostSets(tapParameterIndex(tap, kTapSync), 0.0f);
+    hostSets(tapParameterIndex(tap, kTapDelay), 0.5f);
     const std::string milliseconds = editor().delayText(tap);
 
-    auto stored = [](const auto& key) {
-        long number = -1;
-        Preferences::current()->getNumber(key, &number, 0);
-        return number;
-    };
     choose(editor(), kOptions, "Show Delay Time in Samples");
     EXPECT_EQ(stored(kOptionDelayTimeInSamples), 1);
     EXPECT_NE(editor().delayText(tap), milliseconds);
     EXPECT_EQ(editor().delayText(tap).find('.'), std::string::npos);  // whole samples
 
-    ContextMenu again = editor().buildContextMenu(Point{10, 100});
-    EXPECT_TRUE(again.options->isCheckEntry(2));
-    editor().carryOutChoice(again, again.options.get(), 2);
+    EXPECT_EQ(checked(*menu().options), "..x..");
+    choose(editor(), kOptions, "Show Delay Time in Samples");
     EXPECT_EQ(stored(kOptionDelayTimeInSamples), 0);
     EXPECT_EQ(editor().delayText(tap), milliseconds);
-    editor().carryOutChoice(again, again.options.get(), 0);  // Resample, unchecked before
+    choose(editor(), kOptions, "Resample (experimental)");
     EXPECT_EQ(stored(kOptionDelayTimeResample), 1);
     EXPECT_TRUE(host.effect()->engine().tap(tap).isResampling());
-    editor().carryOutChoice(again, again.options.get(), 1);  // Smooth Delay Time Changes
+    choose(editor(), kOptions, "Smooth Delay Time Changes");
     EXPECT_EQ(stored(kOptionSmoothDelayTimeChanges), 1);
     EXPECT_TRUE(host.effect()->engine().tap(tap).smoothsDelayChanges());
-    EXPECT_TRUE(editor().buildContextMenu(Point{10, 100}).options->isCheckEntry(1));
-}
 
-TEST_F(EditorMenuTest, ZoomIsCheckedStoredAndResizesTheOpenEditor) {
-    auto stored = [] {
-        long number = -1;
-        Preferences::current()->getNumber(kOptionEditorZoom, &number, 0);
-        return number;
-    };
-    auto checked = [](const OptionMenu& menu) {
-        std::string marks;
-        for (int i = 0; i < menu.nbEntries(); ++i) marks += menu.isCheckEntry(i) ? "x" : ".";
-        return marks;
-    };
+    PresetFolder* mine = userFolder("Mine", {"Warm", "Cold"});
+    Preferences::current()->setNumber(kOptionDelayTimeInSamples, 1);
+    const ContextMenu tree = menu();
+    EXPECT_EQ(entries(*tree.top), (std::vector<std::string>{"Presets", "-", "Options", "-",
+                                                            "Visit Homepage ...", "About ..."}));
+    EXPECT_EQ(tree.top->submenu(0), tree.presets.get());
+    EXPECT_EQ(tree.top->submenu(2), tree.options.get());
+
+    // Factory folders list their presets only; the user's folder can grow
+    // and go. With no current preset the list ends with "Add Folder ...".
+    ASSERT_EQ(tree.folders.size(), library->folderCount());
+    for (uint32_t f = 0; f < factoryFolders; ++f) {
+        const OptionMenu& folderMenu = *tree.folders[f];
+        EXPECT_EQ(folderMenu.tag(), static_cast<int32_t>(f));
+        EXPECT_EQ(static_cast<uint32_t>(folderMenu.nbEntries()), library->folderAt(f)->presetCount());
+        EXPECT_EQ(indexOf(folderMenu, "Add Preset ..."), -1);
+        EXPECT_EQ(indexOf(folderMenu, "Remove Folder"), -1);
+        EXPECT_STREQ(tree.presets->entry(static_cast<int>(f)), library->folderAt(f)->getName().c_str());
+    }
+    const OptionMenu& mineMenu = *tree.folders[static_cast<size_t>(folderIndex(mine))];
+    EXPECT_EQ(entries(mineMenu), (std::vector<std::string>{"Warm", "Cold", "-", "Add Preset ...",
+                                                           "-", "Remove Folder"}));
+    EXPECT_STREQ(tree.presets->entry(tree.presets->nbEntries() - 1), "Add Folder ...");
+
+    // Options: check marks from the stored options; the Background and Zoom menus.
+    EXPECT_EQ(entries(*tree.options), (std::vector<std::string>{"Resample (experimental)",
+                                                                "Smooth Delay Time Changes",
+                                                                "Show Delay Time in Samples",
+                                                                "Background", "Zoom"}));
+    EXPECT_EQ(checked(*tree.options), "xxx..");
+    EXPECT_EQ(tree.options->submenu(3), tree.background.get());
+    EXPECT_EQ(tree.options->submenu(4), tree.zoom.get());
+
+    // A current preset adds its removal at the end.
+    host.effect()->lastUserPreset = RefPtr<Preset>(mine->presetAt(1));
+    const ContextMenu withPreset = menu();
+    EXPECT_STREQ(withPreset.presets->entry(withPreset.presets->nbEntries() - 1), "Remove Preset 'Cold'");
+
+    // The Zoom menu.
     auto windowSize = [&] { return host.display().geometry(host.editorWindow()); };
-    ASSERT_TRUE(host.openEditor());
     const std::string options = home.readOptions();
-    ContextMenu menu = editor().buildContextMenu(Point{10, 100});
-    EXPECT_EQ(entries(*menu.zoom),
-              (std::vector<std::string>{"100%", "125%", "150%", "175%", "200%"}));
-    EXPECT_EQ(checked(*menu.zoom), "x....");
+    EXPECT_EQ(entries(*menu().zoom), (std::vector<std::string>{"100%", "125%", "150%", "175%", "200%"}));
+    EXPECT_EQ(checked(*menu().zoom), "x....");
     EXPECT_EQ(home.readOptions(), options);  // nothing is written until the user picks
 
     // 150 %: stored, the host asked for the size, the open editor resized.
-    hostLog().clear();
-    EXPECT_TRUE(editor().carryOutChoice(menu, menu.zoom.get(), 2));
-    EXPECT_EQ(stored(), 150);
-    EXPECT_EQ(hostLog().events(), std::vector<std::string>{"size 1298x600"});
+    host.log.clear();
+    EXPECT_TRUE(choose(editor(), kZoom, "150%"));
+    EXPECT_EQ(stored(kOptionEditorZoom), 150);
+    EXPECT_EQ(host.log.events(), std::vector<std::string>{"size 1298x600"});
     EXPECT_EQ(editor().frame()->scale(), 1.5);
     EXPECT_EQ(windowSize(), Rect(0, 0, 1298, 600));
     EXPECT_EQ(host.editorRect(), Rect(0, 0, 1298, 600));
@@ -285,14 +184,13 @@ TEST_F(EditorMenuTest, ZoomIsCheckedStoredAndResizesTheOpenEditor) {
     EXPECT_EQ(zoomed.width, 1298);
     // Not a blank window: the art fills it.
     EXPECT_GT(differingFraction(zoomed, Image(1298, 600), 40), 0.5);
-    EXPECT_EQ(checked(*editor().buildContextMenu(Point{10, 100}).zoom), "..x..");
+    EXPECT_EQ(checked(*menu().zoom), "..x..");
 
     // A host that keeps its window: the choice is stored and shown at the
     // next opening, and in every later instance.
     host.setGrantsResize(false);
-    ContextMenu again = editor().buildContextMenu(Point{10, 100});
-    editor().carryOutChoice(again, again.zoom.get(), 4);
-    EXPECT_EQ(stored(), 200);
+    choose(editor(), kZoom, "200%");
+    EXPECT_EQ(stored(kOptionEditorZoom), 200);
     EXPECT_EQ(editor().frame()->scale(), 1.5);
     EXPECT_EQ(windowSize(), Rect(0, 0, 1298, 600));
     host.closeEditor();
@@ -307,17 +205,15 @@ TEST_F(EditorMenuTest, ZoomIsCheckedStoredAndResizesTheOpenEditor) {
     // The host's own scale comes first and greys the choice; 0 gives it back.
     editor().setScale(1.25);
     EXPECT_EQ(windowSize(), Rect(0, 0, 1082, 500));
-    ContextMenu hosted = editor().buildContextMenu(Point{10, 100});
-    EXPECT_EQ(checked(*hosted.zoom), ".x...");
-    EXPECT_TRUE(hosted.zoom->entryFlags(4) & gui::kMenuDisabled);
+    EXPECT_EQ(checked(*menu().zoom), ".x...");
+    EXPECT_TRUE(menu().zoom->entryFlags(4) & gui::kMenuDisabled);
     editor().setScale(0.0);
     EXPECT_EQ(windowSize(), Rect(0, 0, 1730, 800));
     editor().setScale(9.0);
     EXPECT_EQ(editor().scale(), DelayEditor::kMaxScale);
     editor().setScale(0.0);
-    ContextMenu back = editor().buildContextMenu(Point{10, 100});
-    editor().carryOutChoice(back, back.zoom.get(), 0);  // and back to 100 %
-    EXPECT_EQ(stored(), 100);
+    choose(editor(), kZoom, "100%");
+    EXPECT_EQ(stored(kOptionEditorZoom), 100);
 
     // Stored values and display scales go to the nearest step.
     const struct {
@@ -330,85 +226,109 @@ TEST_F(EditorMenuTest, ZoomIsCheckedStoredAndResizesTheOpenEditor) {
     EXPECT_EQ(editor().scale(), 1.25);
 }
 
-TEST_F(EditorMenuTest, DismissedMenuChangesNothing) {
-    ASSERT_TRUE(host.openEditor());
-    userFolder("Mine", {"One"});
+TEST_F(EditorMenuTest, CommandsAreMatchedByTextPresetsApplyAndNamesAreAsked) {
+    const int32_t delay = tapParameterIndex(3, kTapDelay);
+    hostSets(delay, 0.25f);
+    PresetFolder* mine = userFolder("Mine", {"Quarter", "Remove Folder"});
+    PresetFolder* other = userFolder("Other", {"Add Preset ..."});
+    hostSets(delay, 0.75f);
+    const uint32_t before = library->folderCount();
+
+    // An ordinary preset is applied and becomes the current one.
+    EXPECT_TRUE(choose(editor(), menuOf(mine), "Quarter"));
+    EXPECT_EQ(host.effect()->lastUserPreset.get(), mine->presetAt(0));
+    EXPECT_NEAR(host.effect()->program().values[delay], 0.25f, 1e-6f);
+
+    // A preset named like a command carries out the command instead.
+    ContextMenu again = menu();
+    OptionMenu* otherMenu = again.folders[static_cast<size_t>(folderIndex(other))].get();
+    EXPECT_TRUE(editor().carryOutChoice(again, again.folders[static_cast<size_t>(folderIndex(mine))].get(),
+                                        1));  // "Remove Folder"
+    EXPECT_EQ(library->folderCount(), before - 1);
+    EXPECT_EQ(folderIndex(mine), -1);
+    // The current preset went with its folder and is no longer current.
+    EXPECT_EQ(host.effect()->lastUserPreset.get(), nullptr);
+    EXPECT_EQ(indexOf(*menu().presets, "Remove Preset 'Quarter'"), -1);
+    // "Add Preset ..." opens the name dialog: cancelled, nothing is added.
+    EXPECT_TRUE(answeringDialog(host.display(), nullptr, XKB_KEY_Escape,
+                                [&] { return editor().carryOutChoice(again, otherMenu, 0); }));
+    EXPECT_EQ(other->presetCount(), 1u);
+
+    // Removing the current preset looks only in writable folders.
+    host.effect()->lastUserPreset = RefPtr<Preset>(other->presetAt(0));
+    EXPECT_TRUE(choose(editor(), kPresets, "Remove Preset 'Add Preset ...'"));
+    EXPECT_EQ(other->presetCount(), 0u);
+    EXPECT_EQ(host.effect()->lastUserPreset.get(), nullptr);
+
+    Preset* factoryPreset = library->folderAt(0)->presetAt(0);
+    ASSERT_NE(factoryPreset, nullptr);
+    host.effect()->lastUserPreset = RefPtr<Preset>(factoryPreset);
+    ContextMenu fourth = menu();
+    const uint32_t factoryCount = library->folderAt(0)->presetCount();
+    editor().carryOutChoice(fourth, fourth.presets.get(), fourth.presets->nbEntries() - 1);
+    EXPECT_EQ(library->folderAt(0)->presetCount(), factoryCount);
+    EXPECT_EQ(library->folderAt(0)->presetAt(0), factoryPreset);
+
+    // An empty confirmed folder name adds nothing; one letter is a name.
+    // (Adding a folder through the dialog at 200 % is checked in DelayEditorTest.)
     const uint32_t folders = library->folderCount();
-    const std::string options = home.readOptions();
-    const int views = editor().frame()->viewCount();
-    Image menuShot;
-    const bool about = clickMenuStrip([&] {
-        const xcb_window_t top = waitForMenus(host.display(), 1);
-        if (!top) return;
-        pressKey(host.display(), top, XKB_KEY_Down);   // Presets
-        pressKey(host.display(), top, XKB_KEY_Right);  // its folders
-        if (!waitForMenus(host.display(), 2)) return;
-        pressKey(host.display(), top, XKB_KEY_Right);  // the first folder
-        if (!waitForMenus(host.display(), 3)) return;
-        gui::test::waitFor([] { return false; }, 150);
-        const Point at = host.display().rootPosition(host.hostWindow());
-        menuShot = host.display().grab(host.display().root(), Rect(at.x, at.y, at.x + 865, at.y + 400));
-        pressKey(host.display(), top, XKB_KEY_Escape);
-    });
-    EXPECT_FALSE(about);
-    EXPECT_TRUE(host.display().popupWindows().empty());
+    auto addFolder = [&] { return choose(editor(), kPresets, "Add Folder ..."); };
+    answeringDialog(host.display(), nullptr, XKB_KEY_Return, addFolder);
     EXPECT_EQ(library->folderCount(), folders);
-    EXPECT_EQ(home.readOptions(), options);
-    EXPECT_TRUE(hostLog().events().empty());
-    EXPECT_EQ(editor().frame()->viewCount(), views);  // the menu left the frame
-    // The menus were on screen over the editor.
-    ASSERT_EQ(menuShot.width, 865);
-    saveScreenshot(menuShot, "editor-presets-menu.png");
-    const Image editorOnly = host.grabEditor();
-    EXPECT_GT(differingFraction(menuShot, editorOnly, 30), 0.01);
-}
-
-// Adding a folder through the dialog at 200 % is checked in DelayEditorTest.
-TEST_F(EditorMenuTest, EmptyNamesAddNothingAndPresetsAreAddedByName) {
-    ASSERT_TRUE(host.openEditor());
-    const uint32_t folders = library->folderCount();
-    PresetFolder* added = userFolder("Dub Echoes", {});
-    // An empty confirmed name adds nothing.
-    std::thread empty = answerDialog(host.display(), nullptr, XKB_KEY_Return);
-    choose(editor(), kPresets, "Add Folder ...");
-    empty.join();
-    EXPECT_EQ(library->folderCount(), folders + 1);
-    EXPECT_EQ(library->folderAt(folders), added);
-    std::thread letter = answerDialog(host.display(), "X", XKB_KEY_Return);  // one letter is a name
-    choose(editor(), kPresets, "Add Folder ...");
-    letter.join();
-    EXPECT_EQ(library->folderCount(), folders + 2);
-
+    answeringDialog(host.display(), "X", XKB_KEY_Return, addFolder);
+    ASSERT_EQ(library->folderCount(), folders + 1);
     // "Add Preset ..." in the new folder stores the current state by name.
-    host.aeffect()->setParameter(host.aeffect(), 20, 0.125f);
-    std::thread named = answerDialog(host.display(), "Slapback", XKB_KEY_Return);
-    choose(editor(), menuOf(added), "Add Preset ...");
-    named.join();
+    PresetFolder* added = library->folderAt(folders);
+    hostSets(20, 0.125f);
+    answeringDialog(host.display(), "Slapback", XKB_KEY_Return, [&] { return choose(editor(), menuOf(added), "Add Preset ..."); });
     ASSERT_EQ(added->presetCount(), 1u);
     EXPECT_EQ(added->presetAt(0)->getName(), "Slapback");
     EXPECT_EQ(added->presetAt(0)->retainCount(), 1);  // the folder's reference only
 }
 
+// Two instances in one process share the library. When the other instance's
+// menu removes the folder of the preset this one is using, this instance's
+// menu no longer offers to remove it and carries on working.
+TEST_F(EditorMenuTest, PresetRemovedByAnotherInstanceLeavesThisMenuWhole) {
+    EditorHost other;
+    ASSERT_NE(other.editor(), nullptr);
+    auto lastEntry = [](const OptionMenu& menu) { return std::string(menu.entry(menu.nbEntries() - 1)); };
+    PresetFolder* shared = userFolder("Shared", {"Quarter"});
+    PresetFolder* kept = userFolder("Kept", {"Half"});
+    choose(editor(), menuOf(shared), "Quarter");
+    choose(*other.editor(), menuOf(shared), "Quarter");
+    ASSERT_EQ(lastEntry(*menu().presets), "Remove Preset 'Quarter'");
+
+    choose(*other.editor(), menuOf(shared), "Remove Folder");
+    EXPECT_EQ(lastEntry(*other.editor()->buildContextMenu(Point{}).presets), "Add Folder ...");
+    ContextMenu mine = menu();
+    EXPECT_EQ(indexOf(*mine.presets, "Remove Preset 'Quarter'"), -1);
+    EXPECT_EQ(lastEntry(*mine.presets), "Add Folder ...");
+    choose(editor(), menuOf(kept), "Half");
+    EXPECT_EQ(lastEntry(*menu().presets), "Remove Preset 'Half'");
+}
+
+
 TEST_F(EditorMenuTest, NameDialogIsATransientModalWindowThatAnswersOkCancelAndClose) {
     ASSERT_TRUE(host.openEditor());
     HostDisplay& d = host.display();
-    auto keys = [](std::vector<uint32_t> list) {
-        return [list](HostDisplay& d, xcb_window_t w) {
-            for (uint32_t k : list) d.key(w, k);
-        };
+    auto press = [](uint32_t key) {
+        return [key](HostDisplay& d, xcb_window_t w) { d.key(w, key); };
     };
+    const xcb_window_t owner = host.editorWindow();
     const struct {
         const char* defaultText;
         std::function<void(HostDisplay&, xcb_window_t)> user;
         bool confirmed;
         const char* result;
+        xcb_window_t owner;
     } cases[] = {
         // Pre-filled text is confirmed as it is, terminated.
-        {"Tape Echo", keys({XKB_KEY_Return}), true, "Tape Echo"},
+        {"Tape Echo", press(XKB_KEY_Return), true, "Tape Echo", owner},
         // Escape, the Cancel button and the window manager's close cancel
         // and leave the buffer alone.
-        {"Tape Echo", keys({XKB_KEY_Escape}), false, "unchanged"},
-        {"abc", [](HostDisplay& d, xcb_window_t w) { d.click(w, 250, 110); }, false, "unchanged"},
+        {"Tape Echo", press(XKB_KEY_Escape), false, "unchanged", owner},
+        {"abc", [](HostDisplay& d, xcb_window_t w) { d.click(w, 250, 110); }, false, "unchanged", owner},
         {"abc",
          [](HostDisplay& d, xcb_window_t w) {
              xcb_client_message_event_t e{};
@@ -420,9 +340,10 @@ TEST_F(EditorMenuTest, NameDialogIsATransientModalWindowThatAnswersOkCancelAndCl
              xcb_send_event(d.connection(), 0, w, XCB_EVENT_MASK_NO_EVENT, reinterpret_cast<const char*>(&e));
              d.sync();
          },
-         false, "unchanged"},
-        // Return on an empty field confirms an empty name.
-        {nullptr, keys({XKB_KEY_Return}), true, ""},
+         false, "unchanged", owner},
+        // Return on an empty field confirms an empty name; with no owner the
+        // dialog is centred on the screen.
+        {nullptr, press(XKB_KEY_Return), true, "", 0},
         // Typed, selected and typed over, edited in the middle and at the end.
         {nullptr,
          [](HostDisplay& d, xcb_window_t w) {
@@ -435,7 +356,7 @@ TEST_F(EditorMenuTest, NameDialogIsATransientModalWindowThatAnswersOkCancelAndCl
              d.typeText(w, " Echo");
              d.key(w, XKB_KEY_Return);
          },
-         true, "Name Echo"},
+         true, "Name Echo", owner},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.result);
@@ -451,37 +372,27 @@ TEST_F(EditorMenuTest, NameDialogIsATransientModalWindowThatAnswersOkCancelAndCl
             placed = d.geometry(w);
             c.user(d, w);
         });
-        EXPECT_EQ(runNameDialog("Varitap", "Name:", c.defaultText, result, host.editorWindow()), c.confirmed);
+        EXPECT_EQ(runNameDialog("Varitap", "Name:", c.defaultText, result, c.owner), c.confirmed);
         user.join();
         EXPECT_STREQ(result, c.result);
         // A real top-level dialog: transient for the host's top-level window
         // (the editor's window is its child), of dialog type, modal, centred
         // on the owner.
-        EXPECT_EQ(transient, std::vector<uint32_t>{host.hostWindow()});
         EXPECT_EQ(type, std::vector<uint32_t>{d.atom("_NET_WM_WINDOW_TYPE_DIALOG")});
         EXPECT_EQ(state, std::vector<uint32_t>{d.atom("_NET_WM_STATE_MODAL")});
-        EXPECT_EQ(placed, Rect::fromSize(10 + (865 - 400) / 2, 10 + (400 - 140) / 2, 400, 140));
+        if (c.owner) {
+            EXPECT_EQ(transient, std::vector<uint32_t>{host.hostWindow()});
+            EXPECT_EQ(placed, Rect::fromSize(10 + (865 - 400) / 2, 10 + (400 - 140) / 2, 400, 140));
+        } else {
+            EXPECT_TRUE(transient.empty());
+            EXPECT_EQ(placed.left, (1920 - 400) / 2);
+        }
     }
-    // No owner: centred on the screen.
-    Rect placed;
-    std::vector<uint32_t> transient{1};
-    std::thread user([&] {
-        const xcb_window_t w = waitForDialog(d);
-        if (!w) return;
-        placed = d.geometry(w);
-        transient = d.property32(w, "WM_TRANSIENT_FOR");
-        d.key(w, XKB_KEY_Return);
-    });
-    char result[kNameBufferSize];
-    EXPECT_TRUE(runNameDialog("Varitap", "Name:", nullptr, result, 0));
-    user.join();
-    EXPECT_TRUE(transient.empty());
-    EXPECT_EQ(placed.left, (1920 - 400) / 2);
     // No buffer: nothing to fill, no window.
     EXPECT_FALSE(runNameDialog("Varitap", "Name:", nullptr, nullptr, 0));
 }
 
-TEST_F(EditorMenuTest, AboutBoxAndHomepageHandTheAddressToTheBrowser) {
+TEST_F(EditorMenuTest, DismissedMenuChangesNothingAndAboutBoxAndHomepageHandTheAddressToTheBrowser) {
     // A stand-in xdg-open that writes the address it is given.
     gui::test::TempDir tools;
     const std::string urlFile = tools.path() + "/opened.txt";
@@ -497,7 +408,7 @@ TEST_F(EditorMenuTest, AboutBoxAndHomepageHandTheAddressToTheBrowser) {
         return text;
     };
 
-    ContextMenu menu = editor().buildContextMenu(Point{10, 100});
+    ContextMenu menu = this->menu();
     EXPECT_TRUE(editor().carryOutChoice(menu, menu.top.get(), 4));  // "Visit Homepage ..."
     EXPECT_EQ(opened(), std::string(kHomePageAddress) + "\n");
     // "About ..." is the one choice that answers false.
@@ -506,13 +417,42 @@ TEST_F(EditorMenuTest, AboutBoxAndHomepageHandTheAddressToTheBrowser) {
     EXPECT_TRUE(editor().carryOutChoice(menu, nullptr, -1));
     EXPECT_TRUE(editor().carryOutChoice(menu, menu.background.get(), 99));
 
+    // A menu dismissed three levels deep changes nothing and leaves the frame.
     ASSERT_TRUE(host.openEditor());
+    userFolder("Mine", {"One"});
+    const uint32_t folders = library->folderCount();
+    const std::string options = home.readOptions();
+    const int views = editor().frame()->viewCount();
     const Image before = host.grabEditor();
+    Image menuShot;
+    EXPECT_FALSE(clickMenuStrip([&] {
+        const xcb_window_t top = waitForMenus(host.display(), 1);
+        if (!top) return;
+        host.display().key(top, XKB_KEY_Down);   // Presets
+        host.display().key(top, XKB_KEY_Right);  // its folders
+        if (!waitForMenus(host.display(), 2)) return;
+        host.display().key(top, XKB_KEY_Right);  // the first folder
+        if (!waitForMenus(host.display(), 3)) return;
+        gui::test::waitFor([] { return false; }, 150);
+        const Point at = host.display().rootPosition(host.hostWindow());
+        menuShot = host.display().grab(host.display().root(), Rect(at.x, at.y, at.x + 865, at.y + 400));
+        host.display().key(top, XKB_KEY_Escape);
+    }));
+    EXPECT_TRUE(host.display().popupWindows().empty());
+    EXPECT_EQ(library->folderCount(), folders);
+    EXPECT_EQ(home.readOptions(), options);
+    EXPECT_TRUE(host.log.events().empty());
+    EXPECT_EQ(editor().frame()->viewCount(), views);
+    // The menus were on screen over the editor.
+    ASSERT_EQ(menuShot.width, 865);
+    saveScreenshot(menuShot, "editor-presets-menu.png");
+    EXPECT_GT(differingFraction(menuShot, before, 30), 0.01);
+
     const bool shown = clickMenuStrip([&] {
         const xcb_window_t top = waitForMenus(host.display(), 1);
         if (!top) return;
-        pressKey(host.display(), top, XKB_KEY_Up);  // wraps to the last: "About ..."
-        pressKey(host.display(), top, XKB_KEY_Return);
+        host.display().key(top, XKB_KEY_Up);  // wraps to the last: "About ..."
+        host.display().key(top, XKB_KEY_Return);
     });
     ASSERT_TRUE(shown);
     EXPECT_EQ(editor().aboutOverlay()->mouseRect(), Rect(0, 0, 865, 400));
@@ -524,16 +464,16 @@ TEST_F(EditorMenuTest, AboutBoxAndHomepageHandTheAddressToTheBrowser) {
     EXPECT_STREQ(editor().aboutOverlay()->link()->address(), kHomePageAddress);
 
     // A click on the link opens the page and leaves the box up.
-    host.click(432, 162);
+    host.click({432, 162});
     EXPECT_EQ(opened(), std::string(kHomePageAddress) + "\n");
     EXPECT_TRUE(editor().aboutOverlay()->aboutShown());
     // A click anywhere else closes it; the editor shows again.
-    host.click(600, 300);
+    host.click({600, 300});
     EXPECT_FALSE(editor().aboutOverlay()->aboutShown());
     EXPECT_EQ(editor().aboutOverlay()->mouseRect(), DelayEditor::menuStripRect());
     EXPECT_LT(differingFraction(host.grabEditor(), before, 30), 0.01);
     // While hidden, a press outside the menu strip does not reach the overlay.
-    host.click(600, 300);
+    host.click({600, 300});
     EXPECT_FALSE(editor().aboutOverlay()->aboutShown());
     setenv("PATH", oldPath.c_str(), 1);
 }

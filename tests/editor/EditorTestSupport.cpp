@@ -1,14 +1,7 @@
 #include "EditorTestSupport.h"
 
-#include <stdlib.h>
-#include <xkbcommon/xkbcommon-keysyms.h>
+#include <cstdio>
 
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <cstring>
-
-#include "editor/DelayEditor.h"
 #include "gui/Bitmap.h"
 #include "host/vst2/Vst2Effect.h"
 
@@ -31,110 +24,97 @@ vst::VstTimeInfo gTime = [] {
 void HostLog::add(const std::string& event, int32_t index, float value) {
     std::lock_guard<std::mutex> lock(mutex_);
     events_.push_back(event);
-    if (index >= 0) automated_.emplace_back(index, value);
-}
-
-std::vector<std::string> HostLog::events() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return events_;
-}
-
-std::vector<std::pair<int32_t, float>> HostLog::automated() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return automated_;
+    if (index >= 0) lastValue_ = {index, value};
 }
 
 void HostLog::clear() {
     std::lock_guard<std::mutex> lock(mutex_);
     events_.clear();
-    automated_.clear();
+    lastValue_ = {-1, 0.0f};
 }
 
-HostLog& hostLog() {
-    static HostLog log;
-    return log;
+void HostLog::value(uint32_t index, double value, const std::string& suffix) {
+    char text[64];
+    std::snprintf(text, sizeof text, "value %u %g", index, value);
+    add(text + suffix, static_cast<int32_t>(index), static_cast<float>(value));
 }
 
-vst::VstIntPtr hostCallback(vst::AEffect* effect, int32_t opcode, int32_t index,
-                            vst::VstIntPtr value, void* ptr, float opt) {
-    (void)ptr;
-    HostLog& log = hostLog();
+void expectOneGesture(const std::vector<std::string>& events, int32_t index) {
+    const std::string n = std::to_string(index);
+    ASSERT_GE(events.size(), 3u);
+    EXPECT_EQ(events.front(), "begin " + n);
+    EXPECT_EQ(events.back(), "end " + n);
+    for (size_t i = 1; i + 1 < events.size(); ++i) EXPECT_EQ(events[i].rfind("value " + n + " ", 0), 0u) << events[i];
+}
+
+// The callback of every instance made here: a host of the EditorHost's VST
+// version that records automation, edit gestures and window size requests
+// in the EditorHost's log, and gives the editor's window the size it asks
+// for (the host window of the EditorHost alive now, unless it refuses).
+static vst::VstIntPtr hostCallback(vst::AEffect* effect, int32_t opcode, int32_t index, vst::VstIntPtr value,
+                                   void*, float opt) {
+    EditorHost* host = gCurrentHost;
     switch (opcode) {
         case vst::audioMasterVersion:
-            return gCurrentHost ? gCurrentHost->hostVersion() : 2400;
+            return host ? host->hostVersion() : 2400;
         case vst::audioMasterAutomate:
-            log.add("auto " + std::to_string(index), index, opt);
-            if (gCurrentHost && effect && index == gCurrentHost->writesBackIndex) {
-                effect->setParameter(effect, index, gCurrentHost->writesBackValue);
+            if (host) host->log.value(static_cast<uint32_t>(index), opt);
+            if (host && effect && index == host->writesBackIndex) {
+                effect->setParameter(effect, index, host->writesBackValue);
             }
             return 0;
         case vst::audioMasterBeginEdit:
-            log.add("begin " + std::to_string(index));
-            return 1;
         case vst::audioMasterEndEdit:
-            log.add("end " + std::to_string(index));
+            if (host) host->log.edit(opcode == vst::audioMasterBeginEdit ? "begin" : "end", static_cast<uint32_t>(index));
             return 1;
         case vst::audioMasterGetTime:
             return reinterpret_cast<vst::VstIntPtr>(&gTime);
         case vst::audioMasterSizeWindow:
-            log.add("size " + std::to_string(index) + "x" + std::to_string(value));
-            return gCurrentHost && gCurrentHost->resizeHostWindow(index, static_cast<int>(value))
-                       ? 1
-                       : 0;
+            if (host) host->log.add("size " + std::to_string(index) + "x" + std::to_string(value));
+            return host && host->resizeHostWindow(index, static_cast<int>(value)) ? 1 : 0;
         default:
             return 0;
     }
 }
 
-ConfigHome::ConfigHome() {
-    if (const char* old = getenv("XDG_CONFIG_HOME")) {
-        old_ = old;
-        hadOld_ = true;
-    }
-    setenv("XDG_CONFIG_HOME", dir_.path().c_str(), 1);
-}
-
-ConfigHome::~ConfigHome() {
-    if (hadOld_) {
-        setenv("XDG_CONFIG_HOME", old_.c_str(), 1);
-    } else {
-        unsetenv("XDG_CONFIG_HOME");
-    }
-}
-
-EditorHost::EditorHost(const std::string& resources, int32_t hostVersion)
-    : hostVersion_(hostVersion) {
-    gui::Bitmap::setResourceDirectory(resources.empty()
-                                          ? std::string(VARITAP_BUNDLE_DIR "/Contents/Resources")
-                                          : resources);
+HostWindow::HostWindow(const std::string& resources) {
+    gui::Bitmap::setResourceDirectory(resources.empty() ? std::string(VARITAP_BUNDLE_DIR "/Contents/Resources")
+                                                        : resources);
     setEditorFactory(&createDelayEditor);
-    previousHost_ = gCurrentHost;
-    gCurrentHost = this;
-    aeffect_ = createDelayEffect(&hostCallback);
-    if (aeffect_) effect_ = &Vst2Effect::fromRecord(aeffect_)->core();
     if (display_.ok()) window_ = display_.createWindow(865, 400);
 }
 
-EditorHost::~EditorHost() {
-    gCurrentHost = previousHost_;
-    closeInstance();
+HostWindow::~HostWindow() {
     if (window_) display_.destroyWindow(window_);
     setEditorFactory(nullptr);
     gui::Bitmap::setResourceDirectory(std::string());
 }
 
-DelayEditor* EditorHost::editor() const {
-    return effect_ ? static_cast<DelayEditor*>(effect_->getEditor()) : nullptr;
+void HostWindow::drag(xcb_window_t w, gui::Point from, gui::Point to, const std::function<void()>& settle) {
+    display_.button(w, from.x, from.y, 1, true);
+    settle();
+    const int steps = 4;
+    for (int s = 1; s <= steps; ++s) {
+        display_.motion(w, from.x + (to.x - from.x) * s / steps, from.y + (to.y - from.y) * s / steps,
+                        XCB_BUTTON_MASK_1);
+        settle();
+    }
+    display_.button(w, to.x, to.y, 1, false, XCB_BUTTON_MASK_1);
+    settle();
 }
 
-xcb_window_t EditorHost::editorWindow() const {
-    DelayEditor* e = editor();
-    return e && e->frame() ? e->frame()->windowId() : 0;
+EditorHost::EditorHost(const std::string& resources, int32_t hostVersion, Entry entry)
+    : HostWindow(resources), hostVersion_(hostVersion) {
+    previousHost_ = gCurrentHost;
+    gCurrentHost = this;
+    aeffect_ = (entry ? entry : &createDelayEffect)(&hostCallback);
+    // An instance of another module has no editor this program can reach.
+    if (aeffect_ && !entry) effect_ = &Vst2Effect::fromRecord(aeffect_)->core();
 }
 
-vst::VstIntPtr EditorHost::dispatch(int32_t opcode, int32_t index, vst::VstIntPtr value,
-                                    void* ptr, float opt) {
-    return aeffect_ ? aeffect_->dispatcher(aeffect_, opcode, index, value, ptr, opt) : 0;
+EditorHost::~EditorHost() {
+    gCurrentHost = previousHost_;
+    closeInstance();
 }
 
 gui::Rect EditorHost::editorRect() {
@@ -152,13 +132,10 @@ bool EditorHost::resizeHostWindow(int width, int height) {
 bool EditorHost::openEditor() {
     const gui::Rect r = editorRect();
     if (window_ && !r.isEmpty()) display_.resizeWindow(window_, r.width(), r.height());
-    const bool ok = dispatch(vst::effEditOpen, 0, 0,
-                             reinterpret_cast<void*>(static_cast<uintptr_t>(window_))) == 1;
+    const bool ok = dispatch(vst::effEditOpen, 0, 0, parent()) == 1;
     if (ok) settle();
     return ok;
 }
-
-void EditorHost::closeEditor() { dispatch(vst::effEditClose); }
 
 void EditorHost::settle(int rounds) {
     for (int i = 0; i < rounds; ++i) {
@@ -176,22 +153,8 @@ Image EditorHost::grabEditor() {
     return display_.grab(editorWindow(), gui::Rect(0, 0, size.width(), size.height()));
 }
 
-void EditorHost::click(int x, int y, int button) {
-    display_.click(editorWindow(), x, y, button);
-    settle(1);
-}
-
-void EditorHost::drag(int x0, int y0, int x1, int y1) {
-    const xcb_window_t w = editorWindow();
-    display_.button(w, x0, y0, 1, true);
-    settle(1);
-    const int steps = 4;
-    for (int s = 1; s <= steps; ++s) {
-        display_.motion(w, x0 + (x1 - x0) * s / steps, y0 + (y1 - y0) * s / steps,
-                        XCB_BUTTON_MASK_1);
-        settle(1);
-    }
-    display_.button(w, x1, y1, 1, false, XCB_BUTTON_MASK_1);
+void EditorHost::click(gui::Point at, int button) {
+    display_.click(editorWindow(), at.x, at.y, button);
     settle(1);
 }
 
@@ -217,40 +180,16 @@ xcb_window_t waitForDialog(HostDisplay& display, int ms) {
     return found;
 }
 
-void pressKey(HostDisplay& display, xcb_window_t w, uint32_t keysym, int times) {
-    for (int i = 0; i < times; ++i) display.key(w, keysym);
-}
-
-std::thread answerDialog(HostDisplay& display, const char* text, uint32_t keysym) {
-    return std::thread([&display, text, keysym] {
+bool answeringDialog(HostDisplay& display, const char* text, uint32_t keysym, const std::function<bool()>& run) {
+    std::thread user([&display, text, keysym] {
         const xcb_window_t dialog = waitForDialog(display);
         if (!dialog) return;
         if (text) display.typeText(dialog, text);
-        pressKey(display, dialog, keysym);
+        display.key(dialog, keysym);
     });
-}
-
-void openAndCloseAHundredTimes(HostDisplay& display, xcb_window_t hostWindow, const std::function<bool()>& open,
-                               const std::function<void()>& close, const std::function<void()>& block) {
-    ASSERT_TRUE(open());
-    close();
-    const int descriptors = gui::test::openDescriptors();
-    std::atomic<bool> stop{false};
-    std::atomic<long> blocks{0};
-    std::thread audio([&] {
-        for (; !stop; ++blocks) block();
-    });
-    for (int round = 0; round < 100; ++round) {
-        const bool opened = open();
-        close();
-        EXPECT_TRUE(opened) << "round " << round;
-    }
-    stop = true;
-    audio.join();
-    EXPECT_GT(blocks.load(), 100);
-    EXPECT_TRUE(gui::test::waitFor([&] { return display.children(hostWindow).empty(); }));
-    EXPECT_TRUE(display.popupWindows().empty());
-    EXPECT_EQ(gui::test::openDescriptors(), descriptors);
+    const bool answer = run();
+    user.join();
+    return answer;
 }
 
 void saveScreenshot(const Image& image, const char* name) {
