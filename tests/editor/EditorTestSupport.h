@@ -178,7 +178,9 @@ inline gui::Point centerOf(const gui::View* view) {
     return gui::Point{(r.left + r.right) / 2, (r.top + r.bottom) / 2};
 }
 // The first mapped top-level dialog window (_NET_WM_WINDOW_TYPE_DIALOG), or 0.
-xcb_window_t waitForDialog(HostDisplay& display, int ms = 3000);
+// The wait is long because a modal dialog nobody answers never returns: on a
+// loaded machine a short wait would turn a slow server into a hung test.
+xcb_window_t waitForDialog(HostDisplay& display, int ms = 30000);
 // Runs `run` while the user, on a thread, types text (unless null) into the
 // next dialog and presses a key; run's answer.
 bool answeringDialog(HostDisplay& display, const char* text, uint32_t keysym, const std::function<bool()>& run);
