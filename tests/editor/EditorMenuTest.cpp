@@ -241,7 +241,6 @@ TEST_F(EditorMenuTest, CommandsAreMatchedByTextPresetsApplyAndNamesAreAsked) {
 
     // A preset named like a command carries out the command instead.
     ContextMenu again = menu();
-    OptionMenu* otherMenu = again.folders[static_cast<size_t>(folderIndex(other))].get();
     EXPECT_TRUE(editor().carryOutChoice(again, again.folders[static_cast<size_t>(folderIndex(mine))].get(),
                                         1));  // "Remove Folder"
     EXPECT_EQ(library->folderCount(), before - 1);
@@ -250,8 +249,10 @@ TEST_F(EditorMenuTest, CommandsAreMatchedByTextPresetsApplyAndNamesAreAsked) {
     EXPECT_EQ(host.effect()->lastUserPreset.get(), nullptr);
     EXPECT_EQ(indexOf(*menu().presets, "Remove Preset 'Quarter'"), -1);
     // "Add Preset ..." opens the name dialog: cancelled, nothing is added.
+    ContextMenu third = menu();
+    OptionMenu* otherMenu = third.folders[static_cast<size_t>(folderIndex(other))].get();
     EXPECT_TRUE(answeringDialog(host.display(), nullptr, XKB_KEY_Escape,
-                                [&] { return editor().carryOutChoice(again, otherMenu, 0); }));
+                                [&] { return editor().carryOutChoice(third, otherMenu, 0); }));
     EXPECT_EQ(other->presetCount(), 1u);
 
     // Removing the current preset looks only in writable folders.

@@ -183,7 +183,10 @@ xcb_window_t waitForDialog(HostDisplay& display, int ms) {
 bool answeringDialog(HostDisplay& display, const char* text, uint32_t keysym, const std::function<bool()>& run) {
     std::thread user([&display, text, keysym] {
         const xcb_window_t dialog = waitForDialog(display);
-        if (!dialog) return;
+        if (!dialog) {
+            ADD_FAILURE() << "no dialog to answer";
+            return;
+        }
         if (text) display.typeText(dialog, text);
         display.key(dialog, keysym);
     });

@@ -182,7 +182,7 @@ inline gui::Point centerOf(const gui::View* view) {
 // loaded machine a short wait would turn a slow server into a hung test.
 xcb_window_t waitForDialog(HostDisplay& display, int ms = 30000);
 // Runs `run` while the user, on a thread, types text (unless null) into the
-// next dialog and presses a key; run's answer.
+// next dialog and presses a key (a failure when no dialog comes); run's answer.
 bool answeringDialog(HostDisplay& display, const char* text, uint32_t keysym, const std::function<bool()>& run);
 
 // When VARITAP_SCREENSHOT_DIR is set, saves the image there under name.
