@@ -155,61 +155,47 @@ TEST_P(DelayTapTest, GrownLineIsSilenceAndGuardSamplesExist) {
     EXPECT_EQ(tap.line()[99], 0.75f);
 }
 
-TEST_P(DelayTapTest, ResampleStretchesTheStoredSignalWhenTheLengthDoubles) {
-    for (bool resample : {true, false}) {
-        DelayTap tap(1000);
-        // Write 1..1200: in playback order from the head the line holds
-        // 201..1200.
-        fill(tap, 1000, resample, 1200, 400);
-        ASSERT_EQ(tap.position(), 200u);
-        EXPECT_EQ(tap.previousLength(), resample ? 1000u : 0u);
-
-        tap.setDelaySamples(2000);
-        const std::vector<float> output = runTap(tap, std::vector<float>(2000, 0.0f), 400);
-        EXPECT_EQ(output[0], 201.0f);
-        if (resample) {
-            // The 800 samples ahead of the head (201..1000) are played over
-            // 1600, every value about twice, in order, reaching the middle
-            // halfway. Behind them the grown part is silence until the head
-            // wraps onto the rest (1001..1200).
-            for (size_t i = 1; i < 1600; ++i) ASSERT_GE(output[i], output[i - 1]) << i;
-            for (size_t i = 2; i < 1600; ++i) ASSERT_LE(output[i] - output[i - 2], 2.0f) << i;
-            EXPECT_EQ(output[1], 201.0f);
-            EXPECT_NEAR(output[800], 600.0f, 4.0f);
-            EXPECT_NEAR(output[1599], 1000.0f, 4.0f);
-            EXPECT_EQ(output[1700], 0.0f);
-            EXPECT_EQ(output[1800], 1001.0f);
-            EXPECT_EQ(output[1999], 1200.0f);
-            EXPECT_FALSE(tap.isResamplePending());
-            EXPECT_EQ(tap.previousLength(), 2000u);
-        } else {
-            // The head jumps: the old signal ends after 800 samples and the
-            // grown part is silence.
-            EXPECT_EQ(output[799], 1000.0f);
-            EXPECT_EQ(output[1000], 0.0f);
+// Resample on: the samples ahead of the head are played over the new
+// length's share, in order (each about twice when the length doubles, every
+// other one when it halves; the stretch ends once a block crosses the end of
+// the line), the grown part is silence, then the head wraps onto the newest
+// samples. Off: the head jumps, the old signal ends and the grown part is
+// silence. Written are 1..1.2 lengths: in playback order from the head the
+// line holds 201..1200 (401..2400).
+TEST_P(DelayTapTest, ResampleStretchesOrSqueezesTheStoredSignal) {
+    struct Sample {
+        size_t at;
+        float value, tolerance;
+    };
+    const struct Row {
+        uint32_t from, to, block;
+        bool resample;
+        size_t span;  // over which the played samples rise by minRise .. maxRise
+        float minRise, maxRise;
+        std::vector<Sample> samples;
+    } rows[] = {
+        {1000, 2000, 400, true, 1600, 0.0f, 1.0f,
+         {{0, 201, 0}, {1, 201, 0}, {800, 600, 4}, {1599, 1000, 4}, {1700, 0, 0}, {1800, 1001, 0}, {1999, 1200, 0}}},
+        {1000, 2000, 400, false, 0, 0.0f, 0.0f, {{0, 201, 0}, {799, 1000, 0}, {1000, 0, 0}}},
+        {2000, 1000, 256, true, 600, 0.5f, 3.0f, {{0, 401, 0}, {599, 1600, 4}, {600, 2001, 0}, {999, 2400, 0}}},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(testing::Message() << row.from << " to " << row.to << " resample " << row.resample);
+        DelayTap tap(row.from);
+        fill(tap, row.from, row.resample, row.from * 6 / 5, row.block);
+        ASSERT_EQ(tap.position(), row.from / 5);
+        EXPECT_EQ(tap.previousLength(), row.resample ? row.from : 0u);
+        tap.setDelaySamples(row.to);
+        const std::vector<float> output = runTap(tap, std::vector<float>(row.to, 0.0f), row.block);
+        for (size_t i = 1; i < row.span; ++i) {
+            ASSERT_GE(output[i] - output[i - 1], row.minRise) << i;
+            ASSERT_LE(output[i] - output[i - 1], row.maxRise) << i;
         }
+        for (const Sample& sample : row.samples)
+            EXPECT_NEAR(output[sample.at], sample.value, sample.tolerance) << sample.at;
+        EXPECT_FALSE(tap.isResamplePending());
+        EXPECT_EQ(tap.previousLength(), row.resample ? row.to : 0u);
     }
-}
-
-TEST_P(DelayTapTest, ResampleSqueezesTheStoredSignalWhenTheLengthHalves) {
-    DelayTap tap(2000);
-    fill(tap, 2000, true, 2400, 300);
-    ASSERT_EQ(tap.position(), 400u);
-    ASSERT_EQ(tap.previousLength(), 2000u);
-    tap.setDelaySamples(1000);
-    // Blocks that end before the line does (the stretch ends once a block
-    // crosses the end of the line). Ahead of the head, 1200 stored samples
-    // are played in 600: every other one, in order; then the head wraps onto
-    // the newest samples.
-    const std::vector<float> output = runTap(tap, std::vector<float>(1000, 0.0f), 256);
-    EXPECT_EQ(output[0], 401.0f);
-    for (size_t i = 1; i < 600; ++i) {
-        ASSERT_GT(output[i], output[i - 1]) << i;
-        ASSERT_LE(output[i] - output[i - 1], 3.0f) << i;
-    }
-    EXPECT_NEAR(output[599], 1600.0f, 4.0f);
-    EXPECT_EQ(output[600], 2001.0f);
-    EXPECT_EQ(output[999], 2400.0f);
 }
 
 // Texts the plug-in tests do not reach, the option for samples, and bad
