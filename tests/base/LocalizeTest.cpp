@@ -2,10 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include <clocale>
 #include <cstdlib>
 #include <cstring>
-#include <string>
 
 #include "ProbeBundle.h"
 

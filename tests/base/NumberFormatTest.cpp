@@ -4,12 +4,10 @@
 
 #include <charconv>
 #include <climits>
-#include <clocale>
 #include <cmath>
 #include <cstring>
 #include <limits>
 #include <random>
-#include <string>
 
 #include "TestSupport.h"
 

@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
-#include <string>
 #include <thread>
 
 #include "TestSupport.h"

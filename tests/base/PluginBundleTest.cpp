@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <filesystem>
-#include <string>
 #include <vector>
 
 #include "ProbeBundle.h"

@@ -1,7 +1,6 @@
 // Counts every heap allocation of the process (operator new and, outside
 // sanitizer builds, the malloc family) while the engine tests run a scenario
 // in steady state.
-#include <gtest/gtest.h>
 
 // This file is the allocator: its operator delete frees what its operator new
 // took from malloc.
@@ -14,13 +13,9 @@
 #include <lv2/atom/forge.h>
 #include <lv2/time/time.h>
 
-#include <algorithm>
 #include <memory>
-#include <string>
-#include <vector>
 
 #include "EngineFixture.h"
-#include "engine/DelayEngine.h"
 #include "host/lv2/Lv2Effect.h"
 
 namespace {

@@ -1,14 +1,10 @@
 #include "engine/DelayEngine.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <memory>
 #include <random>
 #include <utility>
-#include <vector>
 
 #include "EngineFixture.h"
 #include "engine/FloatMode.h"

@@ -1,13 +1,9 @@
 #include "engine/DelayTap.h"
 
-#include <gtest/gtest.h>
-
 #include <climits>
 #include <cmath>
 #include <cstdlib>
 #include <numeric>
-#include <string>
-#include <vector>
 
 #include "../base/TestSupport.h"
 #include "EngineFixture.h"

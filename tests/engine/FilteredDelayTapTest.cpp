@@ -1,9 +1,6 @@
 #include "modulation/FilteredDelayTap.h"
 
-#include <gtest/gtest.h>
-
 #include <cmath>
-#include <vector>
 
 #include "EngineFixture.h"
 

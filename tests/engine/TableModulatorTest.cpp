@@ -1,7 +1,5 @@
 #include "modulation/TableModulator.h"
 
-#include <gtest/gtest.h>
-
 #include <cmath>
 #include <utility>
 
@@ -94,28 +92,24 @@ TEST_F(TableModulatorTest, SmoothFactorQuantisesTheWrites) {
     EXPECT_EQ(writes(1, 1), 0);
 }
 
+// Off, at speed 0, or synchronised without a usable tempo: no period, so
+// no movement and nothing written, whatever the wave. An infinite phase
+// starts again at 0.
 TEST_F(TableModulatorTest, StandsStillWhenOffOrWithoutPeriod) {
-    freeRunning(0.0f);
-    block(512);
-    EXPECT_EQ(modulator.phase(), 0.0f);
-    EXPECT_EQ(host.plainWrites, 0);
-    modulator.setSpeed(0.5f);
-    modulator.setPower(false);
-    block(512);
-    EXPECT_EQ(modulator.phase(), 0.0f);
-    // Synchronised without a tempo (none, 0, negative, infinite, NaN): no
-    // period, so no movement and nothing written.
-    modulator.setPower(true);
-    modulator.setSync(true);
-    for (double tempo : {0.0, -120.0, HUGE_VAL, std::nan("")}) {
+    const struct { float speed; bool power, sync; double tempo; } rows[] = {
+        {0.0f, true, false, 120.0}, {0.5f, false, false, 120.0},   {0.5f, true, true, 0.0},
+        {0.5f, true, true, -120.0}, {0.5f, true, true, HUGE_VAL}, {0.5f, true, true, std::nan("")}};
+    for (const auto& row : rows) {
         for (int type = 0; type <= 4; ++type) {
             modulator.setType(type);
-            block(512, tempo);
+            modulator.setSpeed(row.speed);
+            modulator.setPower(row.power);
+            modulator.setSync(row.sync);
+            block(512, row.tempo);
+            ASSERT_EQ(modulator.phase(), 0.0f) << row.speed << " " << row.power << " " << row.tempo << " " << type;
         }
     }
-    EXPECT_EQ(modulator.phase(), 0.0f);
     EXPECT_EQ(host.plainWrites, 0);
-    // An infinite phase starts again at 0.
     modulator.setType(0);
     modulator.process(120.0, HUGE_VAL, 512, true, false);
     EXPECT_EQ(modulator.phase(), 0.0f);

@@ -2,9 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdint>
-#include <vector>
-
 #include "KernelChecks.h"
 #include "persistence/SystemInfo.h"
 
