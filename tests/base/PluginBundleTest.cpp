@@ -1,18 +1,55 @@
+// The bundle lookup and localize, seen from inside a bundle: a temporary
+// bundle laid out like Varitap.vst holds a copy of the probe library (a small
+// .so linked with the base layer) and a string table.
 #include "persistence/PluginBundle.h"
 
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cstdlib>
+#include <cstring>
 #include <vector>
 
-#include "ProbeBundle.h"
+#include "TestSupport.h"
+#include "persistence/Localize.h"
 
 namespace varitap {
 namespace {
 
-using test::LoadedProbe;
-using test::ProbeBundle;
 using test::TempDir;
+
+// Makes <root>/<name>.vst with the probe at Contents/<arch>-linux/<name>.so.
+struct ProbeBundle {
+    ProbeBundle(const std::string& root, const std::string& name)
+        : bundle(root + "/" + name + ".vst"), library(bundle + "/Contents/" VARITAP_ARCH_DIR "/" + name + ".so") {
+        const std::string messages = bundle + "/Contents/Resources/locale/de/LC_MESSAGES";
+        std::filesystem::create_directories(bundle + "/Contents/" VARITAP_ARCH_DIR);
+        std::filesystem::create_directories(messages);
+        std::filesystem::copy_file(VARITAP_PROBE_LIBRARY, library);
+        std::filesystem::copy_file(VARITAP_PROBE_CATALOGUE, messages + "/varitap.mo");
+    }
+    std::string bundle;
+    std::string library;
+};
+
+// The probe loaded from one path; unloaded again at the end of the scope.
+struct LoadedProbe {
+    explicit LoadedProbe(const std::string& path) : handle(::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL)) {
+        if (handle) bundle = reinterpret_cast<const char* (*)()>(::dlsym(handle, "varitapProbeBundle"));
+        if (handle) localize = reinterpret_cast<const char* (*)(const char*)>(::dlsym(handle, "varitapProbeLocalize"));
+    }
+    ~LoadedProbe() {
+        if (handle) ::dlclose(handle);
+    }
+    LoadedProbe(const LoadedProbe&) = delete;
+    LoadedProbe& operator=(const LoadedProbe&) = delete;
+    bool ok() const { return bundle && localize; }
+
+    void* handle;
+    const char* (*bundle)() = nullptr;
+    const char* (*localize)(const char*) = nullptr;
+};
 
 // The bundle is where the library really lives, however the host reached
 // it: directly, through a symlinked .so in a plug-in folder, through a
@@ -79,6 +116,47 @@ TEST(PluginBundleTest, ResourcesByNameAndByTypeInAFolder) {
     EXPECT_TRUE(bundleResources(bundle, "png", "Missing").empty());
     EXPECT_TRUE(bundleResources("", "png", "Backgrounds").empty());
     EXPECT_TRUE(bundleResources(root / "none.vst", "png", "Backgrounds").empty());
+}
+
+// localize() runs inside the probe library, placed in a bundle whose string
+// table translates "Delay" and "#%d Input Channel" into German.
+TEST(LocalizeTest, WordsComeFromTheBundlesTableUnderAGermanLocaleOnly) {
+    TempDir root;
+    ProbeBundle bundle(root.path(), "Words");
+    LoadedProbe probe(bundle.library);
+    ASSERT_TRUE(probe.ok()) << dlerror();
+
+    // As a host that calls setlocale(LC_ALL, "") under LC_ALL=C; LANGUAGE is
+    // then ignored by gettext, so even a German preference changes nothing.
+    ::setenv("LC_ALL", "C", 1);
+    ::setenv("LANGUAGE", "de", 1);
+    ASSERT_NE(std::setlocale(LC_ALL, ""), nullptr);
+    for (const char* word : {"Delay", "#%d Input Channel", "Volume"}) EXPECT_STREQ(probe.localize(word), word);
+
+    // Results share one buffer of 1024 bytes: the next call overwrites the
+    // last result, the input is never returned itself, and a long text is
+    // cut to fit, never inside a UTF-8 character (1022 letters and a
+    // two-byte letter keep only the 1022).
+    const char* first = probe.localize("Delay");
+    EXPECT_EQ(probe.localize("Feedback"), first);
+    EXPECT_STREQ(first, "Feedback");
+    const std::string word = "Resonance";
+    EXPECT_NE(probe.localize(word.c_str()), word.c_str());
+    EXPECT_EQ(std::strlen(probe.localize(std::string(3000, 'x').c_str())), 1023u);
+    const std::string accented = std::string(1022, 'a') + "ü" + "tail";
+    EXPECT_EQ(std::string(probe.localize(accented.c_str())), std::string(1022, 'a'));
+
+    ::unsetenv("LANGUAGE");
+    ::unsetenv("LC_ALL");
+    if (!test::useGermanLocale()) GTEST_SKIP() << "the de_DE.UTF-8 locale could not be built here";
+    EXPECT_STREQ(probe.localize("Delay"), "Verzögerung");
+    EXPECT_STREQ(probe.localize("#%d Input Channel"), "#%d Eingangskanal");
+    EXPECT_STREQ(probe.localize("Volume"), "Volume");  // not in the table
+    // The empty word is never looked up (gettext would answer with the
+    // table's header).
+    EXPECT_STREQ(probe.localize(""), "");
+    EXPECT_STREQ(probe.localize(nullptr), "");
+    std::setlocale(LC_ALL, "C");
 }
 
 }  // namespace

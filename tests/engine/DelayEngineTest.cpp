@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "EngineFixture.h"
+#include "KernelChecks.h"
 #include "engine/FloatMode.h"
 #include "engine/VectorOps.h"
 
@@ -433,12 +434,11 @@ TEST(DelayEngineVectorTest, ScalarVectorAndInPlaceBlocksAreEqualAndAllocateNothi
 // inputs that chained taps under full feedback would build past it (the
 // buses' cleaning), and filter states that ran away. In every kernel set the
 // processor has, each against the scalar plain form.
-class RandomPatch {
-public:
-    explicit RandomPatch(unsigned seed) : random_(seed) {}
+struct RandomPatch {
+    std::mt19937 generator;
 
-    float unit() { return std::uniform_real_distribution<float>(0.0f, 1.0f)(random_); }
-    int below(int n) { return std::uniform_int_distribution<int>(0, n - 1)(random_); }
+    float unit() { return std::uniform_real_distribution<float>(0.0f, 1.0f)(generator); }
+    int below(int n) { return std::uniform_int_distribution<int>(0, n - 1)(generator); }
     bool chance(float p) { return unit() < p; }
 
     // A value for parameter index, biased towards the interesting ones.
@@ -469,7 +469,6 @@ public:
         }
     }
 
-    std::mt19937 random_;
 };
 
 TEST(DelayEngineWavesTest, WavesMatchThePlainFormInEveryKernelSet) {
@@ -486,7 +485,7 @@ TEST(DelayEngineWavesTest, WavesMatchThePlainFormInEveryKernelSet) {
     const size_t count = forms.size();
     for (unsigned state = 0; state < 300; ++state) {
         SCOPED_TRACE("state " + std::to_string(state));
-        RandomPatch patch(state);
+        RandomPatch patch{std::mt19937(state)};
         std::vector<std::unique_ptr<EngineRig>> rigs(count);
         // Tempo (slow ones grow synchronised lines), transport, pins.
         const double tempo = patch.chance(0.3f) ? 20.0 + 30.0 * patch.unit() : 60.0 + 120.0 * patch.unit();
@@ -573,6 +572,42 @@ TEST(DelayEngineWavesTest, WavesMatchThePlainFormInEveryKernelSet) {
             }
         }
     }
+}
+
+// The sets whose kernels must equal the scalar set's (the tap's own 4-lane
+// routine checked with them): SSE2 (or NEON) and, where the processor has
+// it, AVX2.
+TEST(VectorOpsTest, EveryKernelSetMatchesTheScalarSet) {
+    std::vector<const Kernels*> sets = {&vectorKernels()};
+    if (avx2Kernels()) sets.push_back(avx2Kernels());
+    for (const Kernels* set : sets) EXPECT_EQ(kernelSetDifference(*set), "") << "lane width " << set->laneWidth;
+}
+
+// The scalar set when the flag forces it, else AVX2 where the processor has
+// it and the switch allows it, else SSE2 (or NEON). The flag is the vector
+// unit's answer too: an instance made later does not undo it, and it
+// outlives the last instance (loops keep asking).
+TEST(VectorOpsTest, KernelsFollowTheVectorUnitFlag) {
+    SystemInfo* info = SystemInfo::acquire();
+#if defined(__x86_64__) || defined(__aarch64__)
+    // SSE2 belongs to every x86-64 processor; Advanced SIMD to every Linux aarch64 one.
+    EXPECT_TRUE(info->hasVectorUnit());
+#endif
+    const bool native = hasVectorUnit();
+    forceScalarForTesting(true);
+    SystemInfo* again = SystemInfo::acquire();
+    EXPECT_FALSE(info->hasVectorUnit() || hasVectorUnit());
+    EXPECT_EQ(&kernels(), &scalarKernels());
+    EXPECT_EQ(kernels().sanitize, sanitizeScalar);
+    forceScalarForTesting(false);
+    again->release();
+    info->release();
+    EXPECT_EQ(hasVectorUnit(), native);
+    const Kernels* vector = hasVectorUnit() ? &vectorKernels() : &scalarKernels();
+    EXPECT_EQ(&kernels(), hasVectorUnit() && avx2Kernels() ? avx2Kernels() : vector);
+    allowAvx2ForTesting(false);
+    EXPECT_EQ(&kernels(), vector);
+    allowAvx2ForTesting(true);
 }
 
 }  // namespace

@@ -1,13 +1,17 @@
+// The delay tap, its filter, and the two together.
 #include "engine/DelayTap.h"
 
 #include <climits>
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
 #include <numeric>
 
 #include "../base/TestSupport.h"
 #include "EngineFixture.h"
 #include "engine/NoteValueTable.h"
+#include "modulation/FilteredDelayTap.h"
+#include "modulation/TapFilter.h"
 #include "persistence/Preferences.h"
 
 namespace varitap {
@@ -18,18 +22,6 @@ using test::runTap;
 
 class DelayTapTest : public testing::TestWithParam<bool> {
 protected:
-    // A tap of length samples at full volume, no feedback, that has taken in
-    // 1..written in blocks of block.
-    static void fill(DelayTap& tap, uint32_t length, bool resample, size_t written, uint32_t block) {
-        tap.setDelaySamples(length);
-        tap.setFeedback(0.0f);
-        tap.setVolume(1.0f);
-        tap.setResample(resample);
-        std::vector<float> ramp(written);
-        std::iota(ramp.begin(), ramp.end(), 1.0f);
-        runTap(tap, ramp, block);
-    }
-
     RefPtr<ScratchPool> pool_ = test::holdScratchPool();
     test::ScalarScope scalar_{GetParam()};
 };
@@ -178,7 +170,13 @@ TEST_P(DelayTapTest, ResampleStretchesOrSqueezesTheStoredSignal) {
     for (const Row& row : rows) {
         SCOPED_TRACE(testing::Message() << row.from << " to " << row.to << " resample " << row.resample);
         DelayTap tap(row.from);
-        fill(tap, row.from, row.resample, row.from * 6 / 5, row.block);
+        tap.setDelaySamples(row.from);
+        tap.setFeedback(0.0f);
+        tap.setVolume(1.0f);
+        tap.setResample(row.resample);
+        std::vector<float> written(row.from * 6 / 5);
+        std::iota(written.begin(), written.end(), 1.0f);
+        runTap(tap, written, row.block);
         ASSERT_EQ(tap.position(), row.from / 5);
         EXPECT_EQ(tap.previousLength(), row.resample ? row.from : 0u);
         tap.setDelaySamples(row.to);
@@ -228,7 +226,177 @@ TEST_P(DelayTapTest, ParameterTexts) {
     EXPECT_EQ(tap.volume(), 1.0f);
 }
 
+// A tap of 300 samples fed back by 0.7 through a resonant "LowPass".
+void filteredPatch(DelayTap& tap, TapFilter& filter) {
+    tap.setDelaySamples(300);
+    tap.setFeedback(0.7f);
+    filter.setParameter(TapFilter::kType, 0.5f);
+    filter.setParameter(TapFilter::kCutoff, 0.2f);
+    filter.setParameter(TapFilter::kResonance, 0.5f);
+}
+
+TEST_P(DelayTapTest, FiltersTheDelayedSignalAfterTheLine) {
+    // The same delay as a plain tap, then the same filter: equal to the bit.
+    FilteredDelayTap tap;
+    DelayTap plain(44100);
+    TapFilter filter(44100.0f);
+    filteredPatch(tap, tap.filter());
+    filteredPatch(plain, filter);
+    const std::vector<float> input = test::noise(4096, 7);
+    std::vector<float> expected = runTap(plain, input, 512);
+    for (size_t at = 0; at < input.size(); at += 512) filter.processInPlace(expected.data() + at, 512);
+    EXPECT_EQ(runTap(tap, input, 512), expected);
+    EXPECT_NE(expected[400], 0.0f);
+
+    // Type "***" leaves the delayed signal as it is, before or after the line.
+    for (bool filterFirst : {false, true}) {
+        FilteredDelayTap off;
+        off.setFilterFirst(filterFirst);
+        off.setDelaySamples(8);
+        off.setFeedback(0.0f);
+        off.setParameter(kTapFilterType, 0.0f);
+        EXPECT_EQ(runTap(off, test::impulse(32, 1, 1.0f), 32), test::impulse(32, 9, 0.5f)) << filterFirst;
+    }
+
+    // The filter rows reach the filter, quantised and cleaned.
+    tap.setParameter(kTapFilterType, 0.74f);  // quantised to "LowPass"
+    EXPECT_EQ(tap.getParameter(kTapFilterType), 0.5f);
+    EXPECT_EQ(test::display(tap, kTapFilterType), "LowPass");
+    tap.setParameter(kTapCutoff, 0.3f);
+    tap.setParameter(kTapResonance, std::nanf(""));
+    EXPECT_EQ(tap.filter().getParameter(TapFilter::kCutoff), 0.3f);
+    EXPECT_EQ(tap.getParameter(kTapResonance), 0.0f);
+    EXPECT_EQ(tap.getParameter(7), 0.0f);
+    char text[16] = "untouched";
+    tap.getParameterName(7, text);
+    EXPECT_STREQ(text, "untouched");
+}
+
+// A filter state out of every signal's range (NaN, infinite, or past the
+// runaway level, as a fault upstream could leave it) is caught at the end of
+// its block: the tap adds nothing for that block and then sounds as a new
+// tap, before or after its line. Without the catch, NaN would stay for ever.
+TEST_P(DelayTapTest, ARunawayFilterStartsAgainFromSilence) {
+    for (bool filterFirst : {false, true}) {
+        for (double state : {std::nan(""), HUGE_VAL, 1e100}) {
+            SCOPED_TRACE(testing::Message() << "filter first " << filterFirst << " state " << state);
+            FilteredDelayTap tap, fresh;
+            for (FilteredDelayTap* t : {&tap, &fresh}) {
+                t->setFilterFirst(filterFirst);
+                filteredPatch(*t, t->filter());
+            }
+            runTap(tap, test::noise(512, 3), 512);
+            tap.filter().setState({state, 0.0, 0.0, state});
+            EXPECT_EQ(runTap(tap, test::noise(512, 3), 512), std::vector<float>(512, 0.0f));
+            EXPECT_EQ(tap.filter().state().band, 0.0);
+            for (int b = 0; b < 4; ++b)
+                ASSERT_EQ(runTap(tap, test::noise(512, 10 + b), 512), runTap(fresh, test::noise(512, 10 + b), 512))
+                    << "block " << b;
+        }
+    }
+}
+
 INSTANTIATE_TEST_SUITE_P(ScalarAndVector, DelayTapTest, testing::Values(true, false), test::scalarOrVector);
+
+// The filter's steady-state gain for a sine at hz: peak of the last second
+// over a second of settling.
+double measureGain(int type, float cutoff, float resonance, double hz, float rate = 44100.0f) {
+    TapFilter filter(rate);
+    filter.setParameter(TapFilter::kType, float(type) / 4.0f);
+    filter.setParameter(TapFilter::kCutoff, cutoff);
+    filter.setParameter(TapFilter::kResonance, resonance);
+    const int n = int(rate);
+    std::vector<float> signal(n);
+    double peak = 0.0;
+    for (int pass = 0; pass < 2; ++pass) {
+        for (int i = 0; i < n; ++i) signal[i] = float(std::sin(2.0 * M_PI * hz * (i + pass * n + 0.25) / rate));
+        filter.processInPlace(signal.data(), n);
+        if (pass == 1)
+            for (float x : signal) peak = std::max(peak, double(std::fabs(x)));
+    }
+    return peak;
+}
+
+TEST(TapFilterTest, CornerFrequenciesAndCoefficients) {
+    const struct { int type; double cutoff, hz; } corners[] = {
+        {TapFilter::kLowPass, 1.0, 7160.0},  {TapFilter::kHighPass, 0.0, 1.0}, {TapFilter::kNotch, 0.0, 20.0},
+        {TapFilter::kBandPass, 0.5, 2660.0}, {TapFilter::kOff, 1.0, 88140.0},  {9, 0.0, 40.0}};
+    for (const auto& c : corners) EXPECT_DOUBLE_EQ(TapFilter::cornerFrequency(c.type, c.cutoff), c.hz) << c.type;
+
+    // Coefficients exist from construction: "Notch" at cutoff 0 (20 Hz),
+    // resonance 0.
+    TapFilter filter(44100.0f);
+    EXPECT_EQ(filter.type(), TapFilter::kNotch);
+    TapFilter::Coefficients c = filter.coefficients();
+    EXPECT_DOUBLE_EQ(c.frequency, 2.0 * std::sin(M_PI * 20.0 / 88200.0));
+    EXPECT_DOUBLE_EQ(c.damping, 2.0);
+    EXPECT_EQ(c.drive, 0.0);
+
+    filter.setParameter(TapFilter::kType, 0.5f);  // "LowPass"
+    filter.setParameter(TapFilter::kCutoff, 1.0f);
+    c = filter.coefficients();
+    EXPECT_DOUBLE_EQ(c.frequency, 2.0 * std::sin(M_PI * 7160.0 / 88200.0));
+    // Resonance 0: q is 2 unless the stability bound is lower.
+    EXPECT_DOUBLE_EQ(c.damping, std::min(2.0, 2.0 / c.frequency - c.frequency / 2.0));
+    filter.setParameter(TapFilter::kResonance, 1.0f);
+    EXPECT_EQ(filter.coefficients().damping, 0.0);
+    filter.setParameter(TapFilter::kResonance, 0.0625f);  // 2 (1 - 0.5) = 1
+    EXPECT_DOUBLE_EQ(filter.coefficients().damping, 1.0);
+    filter.setParameter(TapFilter::kDrive, 0.5f);  // a tenth of the parameter
+    EXPECT_DOUBLE_EQ(filter.coefficients().drive, double(0.5f / 10.0f));
+
+    // At 8000 Hz "***" at full cutoff is far above a quarter of the doubled
+    // rate: the clamp holds f at sqrt 2 and q at the stability bound.
+    TapFilter fast(8000.0f);
+    fast.setParameter(TapFilter::kType, 0.0f);
+    fast.setParameter(TapFilter::kCutoff, 1.0f);
+    c = fast.coefficients();
+    EXPECT_NEAR(c.frequency, std::sqrt(2.0), 1e-15);
+    EXPECT_NEAR(c.damping, 2.0 / std::sqrt(2.0) - std::sqrt(2.0) / 2.0, 1e-15);
+    // A sample rate of 0 never yields infinite coefficients.
+    fast.setSampleRate(0.0f);
+    EXPECT_TRUE(std::isfinite(fast.coefficients().frequency));
+    EXPECT_TRUE(std::isfinite(fast.coefficients().damping));
+}
+
+// Cutoffs chosen for a 1000 Hz corner; with q = 2 each output has gain
+// 1/q = 0.5 there (the notch has none). Rows with a tolerance expect about
+// gain, the others less than gain.
+TEST(TapFilterTest, MeasuredGainsAtTheCorners) {
+    const float lowCut = (1000.0f - 160.0f) / 7000.0f, highCut = (1000.0f - 1.0f) / 5000.0f;
+    const float bandCut = (1000.0f - 160.0f) / 5000.0f, notchCut = (1000.0f - 20.0f) / 7000.0f;
+    const struct { int type; float cutoff; double hz, gain, tolerance; } rows[] = {
+        {TapFilter::kLowPass, lowCut, 100.0, 1.0, 0.02},    {TapFilter::kLowPass, lowCut, 1000.0, 0.5, 0.02},
+        {TapFilter::kLowPass, lowCut, 10000.0, 0.015, 0.0}, {TapFilter::kHighPass, highCut, 10000.0, 1.0, 0.08},
+        {TapFilter::kHighPass, highCut, 1000.0, 0.5, 0.02}, {TapFilter::kHighPass, highCut, 100.0, 0.015, 0.0},
+        {TapFilter::kBandPass, bandCut, 1000.0, 0.5, 0.02}, {TapFilter::kBandPass, bandCut, 50.0, 0.05, 0.0},
+        {TapFilter::kNotch, notchCut, 1000.0, 0.01, 0.0},   {TapFilter::kNotch, notchCut, 50.0, 1.0, 0.02}};
+    for (const auto& r : rows) {
+        const double gain = measureGain(r.type, r.cutoff, 0.0f, r.hz);
+        if (r.tolerance > 0.0)
+            EXPECT_NEAR(gain, r.gain, r.tolerance) << r.type << " at " << r.hz;
+        else
+            EXPECT_LT(gain, r.gain) << r.type << " at " << r.hz;
+    }
+    // Resonance raises the low-pass peak at the corner.
+    EXPECT_GT(measureGain(TapFilter::kLowPass, lowCut, 0.9f, 1000.0), 2.0);
+}
+
+// Exact zeros change nothing and write nothing.
+TEST(TapFilterTest, SilenceKeepsTheState) {
+    TapFilter filter(44100.0f);
+    std::vector<float> in = {0.1f, -0.5f, 0.25f, 1.0f}, out(4, 9.0f);
+    filter.setParameter(TapFilter::kType, 0.5f);
+    filter.setParameter(TapFilter::kCutoff, 0.3f);
+    filter.process(in.data(), out.data(), 4);
+    const TapFilter::State before = filter.state();
+    EXPECT_NE(before.low, 0.0);
+    std::vector<float> zeros(64, 0.0f), untouched(64, 7.0f);
+    filter.process(zeros.data(), untouched.data(), 64);
+    const TapFilter::State after = filter.state();
+    EXPECT_EQ(std::memcmp(&after, &before, sizeof after), 0);
+    for (float x : untouched) EXPECT_EQ(x, 7.0f);
+}
 
 }  // namespace
 }  // namespace varitap

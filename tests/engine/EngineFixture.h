@@ -121,24 +121,19 @@ std::string display(T& object, int index) {
     return text;
 }
 
-// Host channel arrays. Copies get their own pointers; set() copies samples
-// in, so the pointers handed to the engine stay valid.
+// Host channel arrays. get() points the host's array at the samples each
+// time, so that copies hand over their own; set() copies samples in.
 struct Channels {
-    Channels(int count, uint32_t frames, float fill = 0.0f)
-        : data(count, std::vector<float>(frames, fill)) {
-        point();
+    Channels(int count, uint32_t frames, float fill = 0.0f) : data(count, std::vector<float>(frames, fill)) {}
+    float** get() {
+        pointers.clear();
+        for (auto& channel : data) pointers.push_back(channel.data());
+        return pointers.data();
     }
-    Channels(const Channels& other) : data(other.data) { point(); }
-    Channels& operator=(const Channels&) = delete;
-    float** get() { return pointers.data(); }
     std::vector<float>& operator[](int i) { return data[i]; }
     void set(int i, const std::vector<float>& samples) {
         std::copy(samples.begin(), samples.begin() + std::min(samples.size(), data[i].size()),
                   data[i].begin());
-    }
-    void point() {
-        pointers.clear();
-        for (auto& channel : data) pointers.push_back(channel.data());
     }
     std::vector<std::vector<float>> data;
     std::vector<float*> pointers;
