@@ -159,10 +159,7 @@ TEST_F(PreferencesTest, ConcurrentWritersInSeveralProcessesLoseNothing) {
             _exit(0);
         }
     }
-    for (pid_t child : children) {
-        int status = 0;
-        ASSERT_EQ(waitpid(child, &status, 0), child);
-    }
+    for (pid_t child : children) ASSERT_EQ(waitpid(child, nullptr, 0), child);
     Preferences preferences;
     for (int p = 0; p < kProcesses; ++p)
         for (int k = 0; k < kKeysEach; ++k) EXPECT_EQ(number(preferences, key(p, k).c_str()), Found(true, p * 1000 + k));

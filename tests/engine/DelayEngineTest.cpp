@@ -18,10 +18,13 @@ using namespace test;
 
 class DelayEngineTest : public testing::TestWithParam<bool>, protected EngineRig {
 protected:
-    // One block of n frames into arrays that held fill.
-    Channels run(Channels in, uint32_t n, float fill = 0.0f) {
+    // One block of n frames into arrays that held fill, replacing or adding.
+    Channels run(Channels in, uint32_t n, float fill = 0.0f, bool adding = false) {
         Channels out(2, n, fill);
-        engine.processReplacing(in.get(), out.get(), int32_t(n));
+        if (adding)
+            engine.process(in.get(), out.get(), int32_t(n));
+        else
+            engine.processReplacing(in.get(), out.get(), int32_t(n));
         return out;
     }
     ScalarScope scalar{GetParam()};
@@ -40,19 +43,16 @@ TEST_P(DelayEngineTest, EchoAndWetDryMix) {
     EXPECT_EQ(run(in, 512).data, in.data);
 
     // A quarter dry: both shares; the accumulating form adds only the wet
-    // one. Fresh inputs every block: the vector form of the replacing mix
-    // scales the host's input array in place.
+    // one. Two replacing blocks, then an adding one, each from an empty line
+    // and with fresh inputs: the vector form of the replacing mix scales the
+    // host's input array in place.
     engine.setWetDry(0.25f);
     engine.tap(0).setDelaySamples(2);
-    Channels mixed(2, 16), added(2, 16, 2.0f);
-    for (int run = 0; run < 3; ++run) {
-        Channels ones(2, 16, 1.0f);
-        if (run < 2)
-            engine.processReplacing(ones.get(), mixed.get(), 16);
-        else
-            engine.process(ones.get(), added.get(), 16);
+    Channels mixed(2, 16), added(2, 16);
+    for (int b = 0; b < 3; ++b) {
         engine.tap(0).resetPosition();
         engine.tap(0).clearBuffer();
+        (b < 2 ? mixed : added) = run(Channels(2, 16, 1.0f), 16, 2.0f, b == 2);
     }
     EXPECT_EQ(mixed[0][0], 0.25f);  // dry only before the echo
     EXPECT_EQ(mixed[0][2], 0.5f * 0.75f + 0.25f);
@@ -165,19 +165,15 @@ TEST_P(DelayEngineTest, TimeInformationSetsTheBeatAlignsHeadsAndRecordsModulator
     EXPECT_EQ(engine.tap(0).position(), 1000u + 256u);
 }
 
-// Equal blocks from two engines fed the same blocks (fresh copies: the mix
-// may scale the arrays it is given).
-void expectSameBlocks(DelayEngine& engine, DelayEngine& reference, Channels& in, Channels& referenceIn,
-                      int blocks) {
+// Equal blocks from two engines fed in and referenceIn, then the same noise
+// (fresh copies every block: the mix may scale the arrays it is given).
+void expectSameBlocks(DelayEngine& engine, DelayEngine& reference, Channels in, Channels referenceIn, int blocks) {
     for (int b = 0; b < blocks; ++b) {
-        Channels a = in, c = referenceIn, outA(2, 512, 7.0f), outC(2, 512, 7.0f);
-        engine.processReplacing(a.get(), outA.get(), 512);
-        reference.processReplacing(c.get(), outC.get(), 512);
-        ASSERT_EQ(outA.data, outC.data) << "block " << b;
-        for (int ch = 0; ch < 2; ++ch) {
-            in.set(ch, noise(512, 100 + 2 * b + ch));
-            referenceIn.set(ch, noise(512, 100 + 2 * b + ch));
-        }
+        Channels out(2, 512, 7.0f), referenceOut(2, 512, 7.0f);
+        engine.processReplacing(Channels(in).get(), out.get(), 512);
+        reference.processReplacing(Channels(referenceIn).get(), referenceOut.get(), 512);
+        ASSERT_EQ(out.data, referenceOut.data) << "block " << b;
+        in = referenceIn = noiseChannels(512, 100 + 2 * b, 101 + 2 * b);
     }
 }
 
@@ -217,8 +213,7 @@ TEST_P(DelayEngineTest, SuspendAndResumeLeaveNothingOfThePast) {
     Channels in(2, 512);
     in[0][3] = 1.0f;
     in[1][9] = -0.5f;
-    Channels referenceIn = in;
-    expectSameBlocks(engine, fresh.engine, in, referenceIn, 12);
+    expectSameBlocks(engine, fresh.engine, in, in, 12);
 
     host.sampleRate = 96000.0f;
     engine.setSampleRate(96000.0f);
