@@ -94,8 +94,7 @@ TEST_F(PreferencesTest, DefaultsAndGetStringBufferRules) {
     EXPECT_FALSE(fileExists(file()));
     // A default that does not fit is copied cut, with no terminator, and
     // nothing beyond size is touched.
-    char small[8];
-    std::memset(small, '#', sizeof(small));
+    char small[9] = "########";
     EXPECT_FALSE(preferences.getString(kOptionBackgroundBitmap, small, 4, "default.png"));
     EXPECT_EQ(std::string(small, 8), "defa####");
 
@@ -207,8 +206,7 @@ TEST_F(PreferencesTest, TheFolderIsMadeWhenMissingAndFollowsTheXdgRules) {
         preferences.setNumber(kOptionDelayTimeResample, 1);
         EXPECT_TRUE(fileExists(nested + "/brelmo.varitap.conf"));
     }
-    const char* oldHome = std::getenv("HOME");
-    const std::string savedHome = oldHome ? oldHome : "";
+    const std::string savedHome = std::getenv("HOME") ? std::getenv("HOME") : "";
     const std::string home = config_ / "home";
     ::setenv("HOME", home.c_str(), 1);
     ::unsetenv("XDG_CONFIG_HOME");
@@ -245,8 +243,7 @@ TEST(OpenUrlTest, HandsOnlyAPlainAddressOverAsOneArgumentWithoutWaiting) {
     const std::string address =
         "https://example.org/a?b=1&c='2'\"x\";$(touch${IFS}" + pwned + ")`touch${IFS}" + pwned + "`#frag";
     openURL(address.c_str());
-    int status = 0;
-    EXPECT_TRUE(::waitpid(-1, &status, WNOHANG) == -1 && errno == ECHILD);
+    EXPECT_TRUE(::waitpid(-1, nullptr, WNOHANG) == -1 && errno == ECHILD);
     EXPECT_FALSE(fileExists(record));
     EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
     ::setenv("PATH", savedPath.c_str(), 1);

@@ -472,10 +472,9 @@ TEST(DelayEngineWavesTest, WavesMatchThePlainFormInEveryKernelSet) {
         bool scalar, avx2;
         Schedule schedule;
     };
-    std::vector<Form> forms = {{true, false, Schedule::kSequential},
-                               {true, false, Schedule::kWaves},
-                               {false, false, Schedule::kSequential},
-                               {false, false, Schedule::kWaves}};
+    std::vector<Form> forms;
+    for (bool scalar : {true, false})
+        for (Schedule schedule : {Schedule::kSequential, Schedule::kWaves}) forms.push_back({scalar, false, schedule});
     if (avx2Kernels()) forms.push_back({false, true, Schedule::kWaves});
     const size_t count = forms.size();
     for (unsigned state = 0; state < 300; ++state) {

@@ -20,12 +20,20 @@
 namespace varitap {
 namespace {
 
-using test::display;
 using test::runTap;
+
+// A parameter text read through a buffer prefilled with "untouched".
+template <class T>
+std::string display(T& object, int index) {
+    char text[64] = "untouched";
+    object.getParameterDisplay(index, text);
+    return text;
+}
 
 class DelayTapTest : public testing::TestWithParam<bool> {
 protected:
-    RefPtr<ScratchPool> pool_ = test::holdScratchPool();
+    // The shared scratch pool, held as an engine holds it.
+    RefPtr<ScratchPool> pool_ = RefPtr<ScratchPool>::adopt(ScratchPool::acquire());
     test::ScalarScope scalar_{GetParam()};
 };
 
@@ -264,7 +272,7 @@ TEST_P(DelayTapTest, FiltersTheDelayedSignalAfterTheLine) {
     // The filter rows reach the filter, quantised and cleaned.
     tap.setParameter(kTapFilterType, 0.74f);  // quantised to "LowPass"
     EXPECT_EQ(tap.getParameter(kTapFilterType), 0.5f);
-    EXPECT_EQ(test::display(tap, kTapFilterType), "LowPass");
+    EXPECT_EQ(display(tap, kTapFilterType), "LowPass");
     tap.setParameter(kTapCutoff, 0.3f);
     tap.setParameter(kTapResonance, std::nanf(""));
     EXPECT_EQ(tap.filter().getParameter(TapFilter::kCutoff), 0.3f);

@@ -85,9 +85,6 @@ struct EngineRig {
     DelayEngine engine{host};
 };
 
-// The shared scratch pool, held as an engine holds it, for taps run alone.
-inline RefPtr<ScratchPool> holdScratchPool() { return RefPtr<ScratchPool>::adopt(ScratchPool::acquire()); }
-
 // Runs a tap over a signal in blocks and collects what it adds to silence;
 // with a song position, the transport plays from there in every block.
 template <class Tap>
@@ -111,14 +108,6 @@ public:
 // Names the instances of a suite parameterised on "scalar loops forced".
 inline std::string scalarOrVector(const testing::TestParamInfo<bool>& info) {
     return info.param ? "Scalar" : "Vector";
-}
-
-// A parameter text read through a buffer prefilled with "untouched".
-template <class T>
-std::string display(T& object, int index) {
-    char text[64] = "untouched";
-    object.getParameterDisplay(index, text);
-    return text;
 }
 
 // Host channel arrays. get() points the host's array at the samples each
