@@ -1,3 +1,5 @@
+// The desktop services: options in the XDG configuration folder, addresses
+// handed to xdg-open.
 #include "persistence/Preferences.h"
 
 #include <gtest/gtest.h>
@@ -6,14 +8,16 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
-#include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
 #include "TestSupport.h"
+#include "persistence/OpenUrl.h"
 
 namespace varitap {
 namespace {
@@ -34,13 +38,11 @@ protected:
     std::string file() const { return config_ / "brelmo.varitap.conf"; }
     std::string backup() const { return config_ / "brelmo.varitap.conf.bak"; }
 
-    // Names in the configuration folder, to spot left-over temporary files.
-    std::vector<std::string> folderEntries() const {
-        std::vector<std::string> names;
-        for (const auto& entry : std::filesystem::directory_iterator(config_.path()))
-            names.push_back(entry.path().filename());
-        std::sort(names.begin(), names.end());
-        return names;
+    // The configuration file is all the folder holds: no temporary file and
+    // no backup are left behind.
+    void expectOnlyTheFile() const {
+        EXPECT_TRUE(fileExists(file()));
+        EXPECT_EQ(std::distance(std::filesystem::directory_iterator(config_.path()), {}), 1);
     }
 
     // What a read answers, and what it leaves in a number that held -1 or in
@@ -92,8 +94,7 @@ TEST_F(PreferencesTest, DefaultsAndGetStringBufferRules) {
     EXPECT_FALSE(fileExists(file()));
     // A default that does not fit is copied cut, with no terminator, and
     // nothing beyond size is touched.
-    char small[8];
-    std::memset(small, '#', sizeof(small));
+    char small[9] = "########";
     EXPECT_FALSE(preferences.getString(kOptionBackgroundBitmap, small, 4, "default.png"));
     EXPECT_EQ(std::string(small, 8), "defa####");
 
@@ -157,14 +158,11 @@ TEST_F(PreferencesTest, ConcurrentWritersInSeveralProcessesLoseNothing) {
             _exit(0);
         }
     }
-    for (pid_t child : children) {
-        int status = 0;
-        ASSERT_EQ(waitpid(child, &status, 0), child);
-    }
+    for (pid_t child : children) ASSERT_EQ(waitpid(child, nullptr, 0), child);
     Preferences preferences;
     for (int p = 0; p < kProcesses; ++p)
         for (int k = 0; k < kKeysEach; ++k) EXPECT_EQ(number(preferences, key(p, k).c_str()), Found(true, p * 1000 + k));
-    EXPECT_EQ(folderEntries(), std::vector<std::string>{"brelmo.varitap.conf"});
+    expectOnlyTheFile();
 }
 
 // A write replaces the file atomically and keeps what others wrote; an
@@ -182,8 +180,7 @@ TEST_F(PreferencesTest, WritesReplaceTheFileAtomicallyAndKeepWhatOthersWrote) {
     for (const char* kept : {"# written by hand", "Background Bitmap=green.png", "Future Option=kept",
                              "[another group]", "x=1", "Delay Time Resample=1"})
         EXPECT_NE(contents.find(kept), std::string::npos) << kept;
-    // No temporary file and no backup of a good file are left behind.
-    EXPECT_EQ(folderEntries(), std::vector<std::string>{"brelmo.varitap.conf"});
+    expectOnlyTheFile();
 
     const std::string broken = "this is not a key file\n[[[\n\x01\x02";
     ASSERT_TRUE(writeFile(file(), broken));
@@ -209,8 +206,7 @@ TEST_F(PreferencesTest, TheFolderIsMadeWhenMissingAndFollowsTheXdgRules) {
         preferences.setNumber(kOptionDelayTimeResample, 1);
         EXPECT_TRUE(fileExists(nested + "/brelmo.varitap.conf"));
     }
-    const char* oldHome = std::getenv("HOME");
-    const std::string savedHome = oldHome ? oldHome : "";
+    const std::string savedHome = std::getenv("HOME") ? std::getenv("HOME") : "";
     const std::string home = config_ / "home";
     ::setenv("HOME", home.c_str(), 1);
     ::unsetenv("XDG_CONFIG_HOME");
@@ -221,6 +217,42 @@ TEST_F(PreferencesTest, TheFolderIsMadeWhenMissingAndFollowsTheXdgRules) {
         EXPECT_EQ(userConfigDirectory(), home + "/.config") << ignored;
     }
     ::setenv("HOME", savedHome.c_str(), 1);
+}
+
+// A stand-in xdg-open first on PATH waits (up to five seconds) until the
+// test lets it go, then records how many arguments it got and the first one,
+// one line per call. Nothing is recorded while openURL runs: it does not wait
+// for the handler, and it leaves no child behind (the shell is reaped; the
+// handler is not ours). Whatever is not a plain address is refused, silently.
+TEST(OpenUrlTest, HandsOnlyAPlainAddressOverAsOneArgumentWithoutWaiting) {
+    test::TempDir folder;
+    const std::string record = folder / "record", go = folder / "go", pwned = folder / "pwned";
+    const std::string script = folder / "xdg-open";
+    ASSERT_TRUE(test::writeFile(script, "#!/bin/sh\nfor i in $(seq 50); do [ -e '" + go +
+                                            "' ] && break; sleep 0.1; done\nprintf '%s %s\\n' \"$#\" \"$1\" >> '" +
+                                            record + "'\n"));
+    ASSERT_EQ(::chmod(script.c_str(), 0755), 0);
+    const std::string savedPath = std::getenv("PATH") ? std::getenv("PATH") : "/usr/bin:/bin";
+    ::setenv("PATH", (folder.path() + ":" + savedPath).c_str(), 1);
+
+    ::testing::internal::CaptureStderr();
+    for (const char* bad : {static_cast<const char*>(nullptr), "", "--help", "-x", "with space", "tab\there",
+                            "line\nbreak", "https://ex\xc3\xa4mple.org/"})
+        openURL(bad);
+    // Shell syntax in an address is only text: quotes, $( ), backquotes.
+    const std::string address =
+        "https://example.org/a?b=1&c='2'\"x\";$(touch${IFS}" + pwned + ")`touch${IFS}" + pwned + "`#frag";
+    openURL(address.c_str());
+    EXPECT_TRUE(::waitpid(-1, nullptr, WNOHANG) == -1 && errno == ECHILD);
+    EXPECT_FALSE(fileExists(record));
+    EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
+    ::setenv("PATH", savedPath.c_str(), 1);
+
+    ASSERT_TRUE(test::writeFile(go, ""));
+    for (int i = 0; i < 500 && !fileExists(record); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));  // for any other call
+    EXPECT_EQ(readFile(record), "1 " + address + "\n");
+    EXPECT_FALSE(fileExists(pwned));
 }
 
 }  // namespace

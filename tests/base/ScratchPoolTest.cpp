@@ -1,31 +1,86 @@
-#include "modulation/ScratchPool.h"
+// The locks and the scratch pool, also run under ThreadSanitizer.
+#include "modulation/RecursiveMutex.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <atomic>
 #include <cstring>
+#include <future>
 #include <thread>
 #include <vector>
+
+#include "modulation/ScratchPool.h"
 
 namespace varitap {
 namespace {
 
+// Whether another thread could take the mutex right now (tryLock, and give
+// it back at once when it succeeded).
+bool freeForAnotherThread(RecursiveMutex& mutex) {
+    return std::async(std::launch::async, [&mutex] {
+               const bool taken = mutex.tryLock();
+               if (taken) mutex.unlock();
+               return taken;
+           }).get();
+}
+
+// Held by another thread, a try fails and unlocks nothing; taken, it is
+// recursive and free for another thread only after the last unlock.
+TEST(RecursiveMutexTest, TryLockFromAnotherThreadFailsUntilTheLastUnlock) {
+    RecursiveMutex mutex;
+    ASSERT_TRUE(mutex.isValid());
+    std::promise<void> held, done;
+    std::thread holder([&] {
+        mutex.lock();
+        held.set_value();
+        done.get_future().wait();
+        mutex.unlock();
+    });
+    held.get_future().wait();
+    {
+        ScopedTryLock attempt(mutex);
+        EXPECT_FALSE(attempt.locked() || attempt);
+    }
+    EXPECT_FALSE(freeForAnotherThread(mutex));
+    done.set_value();
+    holder.join();
+    EXPECT_TRUE(freeForAnotherThread(mutex));
+
+    {
+        ScopedTryLock attempt(mutex);
+        EXPECT_TRUE(attempt.locked() && attempt);
+        {
+            ScopedLock nested(mutex);
+            EXPECT_TRUE(mutex.tryLock());  // the holder takes it again without waiting
+            mutex.lock();
+            mutex.unlock();
+            mutex.unlock();
+            EXPECT_FALSE(freeForAnotherThread(mutex));
+        }
+        EXPECT_FALSE(freeForAnotherThread(mutex));  // still held once
+    }
+    EXPECT_TRUE(freeForAnotherThread(mutex));
+}
+
 TEST(ScratchPoolTest, ReusesTheFirstFreeBlockLargeEnoughAndNeverShrinks) {
     ScratchPool* pool = ScratchPool::acquire();
-    EXPECT_EQ(pool->blockCount(), 1u);
-    EXPECT_EQ(pool->totalBytes(), 44100u);
-    // The whole initial block is usable without growing the pool.
+    const uint32_t bytes512 = 512 * sizeof(float);
+    auto expectBlocks = [pool](uint32_t count, uint32_t bytes) {
+        EXPECT_EQ(pool->blockCount(), count);
+        EXPECT_EQ(pool->totalBytes(), bytes);
+    };
+    expectBlocks(1, 44100);
+    // The whole initial block is usable without growing the pool; the next
+    // request needs a block of its own.
     void* initial = pool->allocate(44100);
     ASSERT_NE(initial, nullptr);
     std::memset(initial, 0x5a, 44100);
-    EXPECT_EQ(pool->blockCount(), 1u);
-    const uint32_t bytes512 = 512 * sizeof(float);
-    void* second = pool->allocate(bytes512);  // needs a block of its own
+    expectBlocks(1, 44100);
+    void* second = pool->allocate(bytes512);
     ASSERT_NE(second, nullptr);
     EXPECT_NE(initial, second);
-    EXPECT_EQ(pool->blockCount(), 2u);
-    EXPECT_EQ(pool->totalBytes(), 44100u + bytes512);
+    expectBlocks(2, 44100 + bytes512);
 
     pool->release(initial);
     // First fit in list order: the released 44100-byte block comes first.
@@ -36,25 +91,23 @@ TEST(ScratchPoolTest, ReusesTheFirstFreeBlockLargeEnoughAndNeverShrinks) {
     // A request no free block fits makes a block of exactly that size ...
     void* big = pool->allocate(100000);
     ASSERT_NE(big, nullptr);
-    EXPECT_EQ(pool->blockCount(), 3u);
-    EXPECT_EQ(pool->totalBytes(), 44100u + bytes512 + 100000u);
+    expectBlocks(3, 44100 + bytes512 + 100000);
     // ... and releasing everything gives nothing back to the system.
     for (void* block : {initial, second, big}) pool->release(block);
-    EXPECT_EQ(pool->blockCount(), 3u);
-    EXPECT_EQ(pool->totalBytes(), 44100u + bytes512 + 100000u);
+    expectBlocks(3, 44100 + bytes512 + 100000);
 
     // A small request skips no block it fits in; a 50000-byte one skips the
     // two smaller blocks and reuses the big one.
     EXPECT_EQ(pool->allocate(50000), big);
     EXPECT_EQ(pool->allocate(1), initial);
     EXPECT_EQ(pool->allocate(1), second);
-    EXPECT_EQ(pool->blockCount(), 3u);
+    expectBlocks(3, 44100 + bytes512 + 100000);
 
     // Unknown pointers are ignored; a block released twice is simply free.
     int local = 0;
     for (void* block : {static_cast<void*>(&local), static_cast<void*>(nullptr), big, big}) pool->release(block);
     EXPECT_EQ(pool->allocate(60000), big);
-    EXPECT_EQ(pool->blockCount(), 3u);
+    expectBlocks(3, 44100 + bytes512 + 100000);
     for (void* block : {initial, second, big}) pool->release(block);
 
     // A scratch block borrows for one scope: the first free block while the

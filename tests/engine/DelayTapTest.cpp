@@ -1,40 +1,39 @@
+// The engine's parts run alone: the delay tap, its filter, the two
+// together, and the table modulator.
 #include "engine/DelayTap.h"
-
-#include <gtest/gtest.h>
 
 #include <climits>
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
 #include <numeric>
-#include <string>
-#include <vector>
+#include <utility>
 
 #include "../base/TestSupport.h"
 #include "EngineFixture.h"
 #include "engine/NoteValueTable.h"
+#include "modulation/FilteredDelayTap.h"
+#include "modulation/TableModulator.h"
+#include "modulation/TapFilter.h"
 #include "persistence/Preferences.h"
 
 namespace varitap {
 namespace {
 
-using test::display;
 using test::runTap;
+
+// A parameter text read through a buffer prefilled with "untouched".
+template <class T>
+std::string display(T& object, int index) {
+    char text[64] = "untouched";
+    object.getParameterDisplay(index, text);
+    return text;
+}
 
 class DelayTapTest : public testing::TestWithParam<bool> {
 protected:
-    // A tap of length samples at full volume, no feedback, that has taken in
-    // 1..written in blocks of block.
-    static void fill(DelayTap& tap, uint32_t length, bool resample, size_t written, uint32_t block) {
-        tap.setDelaySamples(length);
-        tap.setFeedback(0.0f);
-        tap.setVolume(1.0f);
-        tap.setResample(resample);
-        std::vector<float> ramp(written);
-        std::iota(ramp.begin(), ramp.end(), 1.0f);
-        runTap(tap, ramp, block);
-    }
-
-    RefPtr<ScratchPool> pool_ = test::holdScratchPool();
+    // The shared scratch pool, held as an engine holds it.
+    RefPtr<ScratchPool> pool_ = RefPtr<ScratchPool>::adopt(ScratchPool::acquire());
     test::ScalarScope scalar_{GetParam()};
 };
 
@@ -155,61 +154,53 @@ TEST_P(DelayTapTest, GrownLineIsSilenceAndGuardSamplesExist) {
     EXPECT_EQ(tap.line()[99], 0.75f);
 }
 
-TEST_P(DelayTapTest, ResampleStretchesTheStoredSignalWhenTheLengthDoubles) {
-    for (bool resample : {true, false}) {
-        DelayTap tap(1000);
-        // Write 1..1200: in playback order from the head the line holds
-        // 201..1200.
-        fill(tap, 1000, resample, 1200, 400);
-        ASSERT_EQ(tap.position(), 200u);
-        EXPECT_EQ(tap.previousLength(), resample ? 1000u : 0u);
-
-        tap.setDelaySamples(2000);
-        const std::vector<float> output = runTap(tap, std::vector<float>(2000, 0.0f), 400);
-        EXPECT_EQ(output[0], 201.0f);
-        if (resample) {
-            // The 800 samples ahead of the head (201..1000) are played over
-            // 1600, every value about twice, in order, reaching the middle
-            // halfway. Behind them the grown part is silence until the head
-            // wraps onto the rest (1001..1200).
-            for (size_t i = 1; i < 1600; ++i) ASSERT_GE(output[i], output[i - 1]) << i;
-            for (size_t i = 2; i < 1600; ++i) ASSERT_LE(output[i] - output[i - 2], 2.0f) << i;
-            EXPECT_EQ(output[1], 201.0f);
-            EXPECT_NEAR(output[800], 600.0f, 4.0f);
-            EXPECT_NEAR(output[1599], 1000.0f, 4.0f);
-            EXPECT_EQ(output[1700], 0.0f);
-            EXPECT_EQ(output[1800], 1001.0f);
-            EXPECT_EQ(output[1999], 1200.0f);
-            EXPECT_FALSE(tap.isResamplePending());
-            EXPECT_EQ(tap.previousLength(), 2000u);
-        } else {
-            // The head jumps: the old signal ends after 800 samples and the
-            // grown part is silence.
-            EXPECT_EQ(output[799], 1000.0f);
-            EXPECT_EQ(output[1000], 0.0f);
+// Resample on: the samples ahead of the head are played over the new
+// length's share, in order (each about twice when the length doubles, every
+// other one when it halves; the stretch ends once a block crosses the end of
+// the line), the grown part is silence, then the head wraps onto the newest
+// samples. Off: the head jumps, the old signal ends and the grown part is
+// silence. Written are 1..1.2 lengths: in playback order from the head the
+// line holds 201..1200 (401..2400).
+TEST_P(DelayTapTest, ResampleStretchesOrSqueezesTheStoredSignal) {
+    struct Sample {
+        size_t at;
+        float value, tolerance;
+    };
+    const struct Row {
+        uint32_t from, to, block;
+        bool resample;
+        size_t span;  // over which the played samples rise by minRise .. maxRise
+        float minRise, maxRise;
+        std::vector<Sample> samples;
+    } rows[] = {
+        {1000, 2000, 400, true, 1600, 0.0f, 1.0f,
+         {{0, 201, 0}, {1, 201, 0}, {800, 600, 4}, {1599, 1000, 4}, {1700, 0, 0}, {1800, 1001, 0}, {1999, 1200, 0}}},
+        {1000, 2000, 400, false, 0, 0.0f, 0.0f, {{0, 201, 0}, {799, 1000, 0}, {1000, 0, 0}}},
+        {2000, 1000, 256, true, 600, 0.5f, 3.0f, {{0, 401, 0}, {599, 1600, 4}, {600, 2001, 0}, {999, 2400, 0}}},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(testing::Message() << row.from << " to " << row.to << " resample " << row.resample);
+        DelayTap tap(row.from);
+        tap.setDelaySamples(row.from);
+        tap.setFeedback(0.0f);
+        tap.setVolume(1.0f);
+        tap.setResample(row.resample);
+        std::vector<float> written(row.from * 6 / 5);
+        std::iota(written.begin(), written.end(), 1.0f);
+        runTap(tap, written, row.block);
+        ASSERT_EQ(tap.position(), row.from / 5);
+        EXPECT_EQ(tap.previousLength(), row.resample ? row.from : 0u);
+        tap.setDelaySamples(row.to);
+        const std::vector<float> output = runTap(tap, std::vector<float>(row.to, 0.0f), row.block);
+        for (size_t i = 1; i < row.span; ++i) {
+            ASSERT_GE(output[i] - output[i - 1], row.minRise) << i;
+            ASSERT_LE(output[i] - output[i - 1], row.maxRise) << i;
         }
+        for (const Sample& sample : row.samples)
+            EXPECT_NEAR(output[sample.at], sample.value, sample.tolerance) << sample.at;
+        EXPECT_FALSE(tap.isResamplePending());
+        EXPECT_EQ(tap.previousLength(), row.resample ? row.to : 0u);
     }
-}
-
-TEST_P(DelayTapTest, ResampleSqueezesTheStoredSignalWhenTheLengthHalves) {
-    DelayTap tap(2000);
-    fill(tap, 2000, true, 2400, 300);
-    ASSERT_EQ(tap.position(), 400u);
-    ASSERT_EQ(tap.previousLength(), 2000u);
-    tap.setDelaySamples(1000);
-    // Blocks that end before the line does (the stretch ends once a block
-    // crosses the end of the line). Ahead of the head, 1200 stored samples
-    // are played in 600: every other one, in order; then the head wraps onto
-    // the newest samples.
-    const std::vector<float> output = runTap(tap, std::vector<float>(1000, 0.0f), 256);
-    EXPECT_EQ(output[0], 401.0f);
-    for (size_t i = 1; i < 600; ++i) {
-        ASSERT_GT(output[i], output[i - 1]) << i;
-        ASSERT_LE(output[i] - output[i - 1], 3.0f) << i;
-    }
-    EXPECT_NEAR(output[599], 1600.0f, 4.0f);
-    EXPECT_EQ(output[600], 2001.0f);
-    EXPECT_EQ(output[999], 2400.0f);
 }
 
 // Texts the plug-in tests do not reach, the option for samples, and bad
@@ -246,7 +237,342 @@ TEST_P(DelayTapTest, ParameterTexts) {
     EXPECT_EQ(tap.volume(), 1.0f);
 }
 
+// A tap of 300 samples fed back by 0.7 through a resonant "LowPass".
+void filteredPatch(DelayTap& tap, TapFilter& filter) {
+    tap.setDelaySamples(300);
+    tap.setFeedback(0.7f);
+    filter.setParameter(TapFilter::kType, 0.5f);
+    filter.setParameter(TapFilter::kCutoff, 0.2f);
+    filter.setParameter(TapFilter::kResonance, 0.5f);
+}
+
+TEST_P(DelayTapTest, FiltersTheDelayedSignalAfterTheLine) {
+    // The same delay as a plain tap, then the same filter: equal to the bit.
+    FilteredDelayTap tap;
+    DelayTap plain(44100);
+    TapFilter filter(44100.0f);
+    filteredPatch(tap, tap.filter());
+    filteredPatch(plain, filter);
+    const std::vector<float> input = test::noise(4096, 7);
+    std::vector<float> expected = runTap(plain, input, 512);
+    for (size_t at = 0; at < input.size(); at += 512) filter.processInPlace(expected.data() + at, 512);
+    EXPECT_EQ(runTap(tap, input, 512), expected);
+    EXPECT_NE(expected[400], 0.0f);
+
+    // Type "***" leaves the delayed signal as it is, before or after the line.
+    for (bool filterFirst : {false, true}) {
+        FilteredDelayTap off;
+        off.setFilterFirst(filterFirst);
+        off.setDelaySamples(8);
+        off.setFeedback(0.0f);
+        off.setParameter(kTapFilterType, 0.0f);
+        EXPECT_EQ(runTap(off, test::impulse(32, 1, 1.0f), 32), test::impulse(32, 9, 0.5f)) << filterFirst;
+    }
+
+    // The filter rows reach the filter, quantised and cleaned.
+    tap.setParameter(kTapFilterType, 0.74f);  // quantised to "LowPass"
+    EXPECT_EQ(tap.getParameter(kTapFilterType), 0.5f);
+    EXPECT_EQ(display(tap, kTapFilterType), "LowPass");
+    tap.setParameter(kTapCutoff, 0.3f);
+    tap.setParameter(kTapResonance, std::nanf(""));
+    EXPECT_EQ(tap.filter().getParameter(TapFilter::kCutoff), 0.3f);
+    EXPECT_EQ(tap.getParameter(kTapResonance), 0.0f);
+    EXPECT_EQ(tap.getParameter(7), 0.0f);
+    char text[16] = "untouched";
+    tap.getParameterName(7, text);
+    EXPECT_STREQ(text, "untouched");
+}
+
+// A filter state out of every signal's range (NaN, infinite, or past the
+// runaway level, as a fault upstream could leave it) is caught at the end of
+// its block: the tap adds nothing for that block and then sounds as a new
+// tap, before or after its line. Without the catch, NaN would stay for ever.
+TEST_P(DelayTapTest, ARunawayFilterStartsAgainFromSilence) {
+    for (bool filterFirst : {false, true}) {
+        for (double state : {std::nan(""), HUGE_VAL, 1e100}) {
+            SCOPED_TRACE(testing::Message() << "filter first " << filterFirst << " state " << state);
+            FilteredDelayTap tap, fresh;
+            for (FilteredDelayTap* t : {&tap, &fresh}) {
+                t->setFilterFirst(filterFirst);
+                filteredPatch(*t, t->filter());
+            }
+            runTap(tap, test::noise(512, 3), 512);
+            tap.filter().setState({state, 0.0, 0.0, state});
+            EXPECT_EQ(runTap(tap, test::noise(512, 3), 512), std::vector<float>(512, 0.0f));
+            EXPECT_EQ(tap.filter().state().band, 0.0);
+            for (int b = 0; b < 4; ++b)
+                ASSERT_EQ(runTap(tap, test::noise(512, 10 + b), 512), runTap(fresh, test::noise(512, 10 + b), 512))
+                    << "block " << b;
+        }
+    }
+}
+
 INSTANTIATE_TEST_SUITE_P(ScalarAndVector, DelayTapTest, testing::Values(true, false), test::scalarOrVector);
+
+// The filter's steady-state gain for a sine at hz: peak of the last second
+// over a second of settling.
+double measureGain(int type, float cutoff, float resonance, double hz, float rate = 44100.0f) {
+    TapFilter filter(rate);
+    filter.setParameter(TapFilter::kType, float(type) / 4.0f);
+    filter.setParameter(TapFilter::kCutoff, cutoff);
+    filter.setParameter(TapFilter::kResonance, resonance);
+    const int n = int(rate);
+    std::vector<float> signal(n);
+    double peak = 0.0;
+    for (int pass = 0; pass < 2; ++pass) {
+        for (int i = 0; i < n; ++i) signal[i] = float(std::sin(2.0 * M_PI * hz * (i + pass * n + 0.25) / rate));
+        filter.processInPlace(signal.data(), n);
+        if (pass == 1)
+            for (float x : signal) peak = std::max(peak, double(std::fabs(x)));
+    }
+    return peak;
+}
+
+TEST(TapFilterTest, CornerFrequenciesAndCoefficients) {
+    const struct { int type; double cutoff, hz; } corners[] = {
+        {TapFilter::kLowPass, 1.0, 7160.0},  {TapFilter::kHighPass, 0.0, 1.0}, {TapFilter::kNotch, 0.0, 20.0},
+        {TapFilter::kBandPass, 0.5, 2660.0}, {TapFilter::kOff, 1.0, 88140.0},  {9, 0.0, 40.0}};
+    for (const auto& c : corners) EXPECT_DOUBLE_EQ(TapFilter::cornerFrequency(c.type, c.cutoff), c.hz) << c.type;
+
+    // Coefficients exist from construction: "Notch" at cutoff 0 (20 Hz),
+    // resonance 0.
+    TapFilter filter(44100.0f);
+    EXPECT_EQ(filter.type(), TapFilter::kNotch);
+    TapFilter::Coefficients c = filter.coefficients();
+    EXPECT_DOUBLE_EQ(c.frequency, 2.0 * std::sin(M_PI * 20.0 / 88200.0));
+    EXPECT_DOUBLE_EQ(c.damping, 2.0);
+    EXPECT_EQ(c.drive, 0.0);
+
+    filter.setParameter(TapFilter::kType, 0.5f);  // "LowPass"
+    filter.setParameter(TapFilter::kCutoff, 1.0f);
+    c = filter.coefficients();
+    EXPECT_DOUBLE_EQ(c.frequency, 2.0 * std::sin(M_PI * 7160.0 / 88200.0));
+    // Resonance 0: q is 2 unless the stability bound is lower.
+    EXPECT_DOUBLE_EQ(c.damping, std::min(2.0, 2.0 / c.frequency - c.frequency / 2.0));
+    filter.setParameter(TapFilter::kResonance, 1.0f);
+    EXPECT_EQ(filter.coefficients().damping, 0.0);
+    filter.setParameter(TapFilter::kResonance, 0.0625f);  // 2 (1 - 0.5) = 1
+    EXPECT_DOUBLE_EQ(filter.coefficients().damping, 1.0);
+    filter.setParameter(TapFilter::kDrive, 0.5f);  // a tenth of the parameter
+    EXPECT_DOUBLE_EQ(filter.coefficients().drive, double(0.5f / 10.0f));
+
+    // At 8000 Hz "***" at full cutoff is far above a quarter of the doubled
+    // rate: the clamp holds f at sqrt 2 and q at the stability bound.
+    TapFilter fast(8000.0f);
+    fast.setParameter(TapFilter::kType, 0.0f);
+    fast.setParameter(TapFilter::kCutoff, 1.0f);
+    c = fast.coefficients();
+    EXPECT_NEAR(c.frequency, std::sqrt(2.0), 1e-15);
+    EXPECT_NEAR(c.damping, 2.0 / std::sqrt(2.0) - std::sqrt(2.0) / 2.0, 1e-15);
+    // A sample rate of 0 never yields infinite coefficients.
+    fast.setSampleRate(0.0f);
+    EXPECT_TRUE(std::isfinite(fast.coefficients().frequency));
+    EXPECT_TRUE(std::isfinite(fast.coefficients().damping));
+}
+
+// Cutoffs chosen for a 1000 Hz corner; with q = 2 each output has gain
+// 1/q = 0.5 there (the notch has none). Rows with a tolerance expect about
+// gain, the others less than gain.
+TEST(TapFilterTest, MeasuredGainsAtTheCorners) {
+    const float lowCut = (1000.0f - 160.0f) / 7000.0f, highCut = (1000.0f - 1.0f) / 5000.0f;
+    const float bandCut = (1000.0f - 160.0f) / 5000.0f, notchCut = (1000.0f - 20.0f) / 7000.0f;
+    const struct { int type; float cutoff; double hz, gain, tolerance; } rows[] = {
+        {TapFilter::kLowPass, lowCut, 100.0, 1.0, 0.02},    {TapFilter::kLowPass, lowCut, 1000.0, 0.5, 0.02},
+        {TapFilter::kLowPass, lowCut, 10000.0, 0.015, 0.0}, {TapFilter::kHighPass, highCut, 10000.0, 1.0, 0.08},
+        {TapFilter::kHighPass, highCut, 1000.0, 0.5, 0.02}, {TapFilter::kHighPass, highCut, 100.0, 0.015, 0.0},
+        {TapFilter::kBandPass, bandCut, 1000.0, 0.5, 0.02}, {TapFilter::kBandPass, bandCut, 50.0, 0.05, 0.0},
+        {TapFilter::kNotch, notchCut, 1000.0, 0.01, 0.0},   {TapFilter::kNotch, notchCut, 50.0, 1.0, 0.02}};
+    for (const auto& r : rows) {
+        const double gain = measureGain(r.type, r.cutoff, 0.0f, r.hz);
+        if (r.tolerance > 0.0)
+            EXPECT_NEAR(gain, r.gain, r.tolerance) << r.type << " at " << r.hz;
+        else
+            EXPECT_LT(gain, r.gain) << r.type << " at " << r.hz;
+    }
+    // Resonance raises the low-pass peak at the corner.
+    EXPECT_GT(measureGain(TapFilter::kLowPass, lowCut, 0.9f, 1000.0), 2.0);
+}
+
+// Exact zeros change nothing and write nothing.
+TEST(TapFilterTest, SilenceKeepsTheState) {
+    TapFilter filter(44100.0f);
+    std::vector<float> in = {0.1f, -0.5f, 0.25f, 1.0f}, out(4, 9.0f);
+    filter.setParameter(TapFilter::kType, 0.5f);
+    filter.setParameter(TapFilter::kCutoff, 0.3f);
+    filter.process(in.data(), out.data(), 4);
+    const TapFilter::State before = filter.state();
+    EXPECT_NE(before.low, 0.0);
+    std::vector<float> zeros(64, 0.0f), untouched(64, 7.0f);
+    filter.process(zeros.data(), untouched.data(), 64);
+    const TapFilter::State after = filter.state();
+    EXPECT_EQ(std::memcmp(&after, &before, sizeof after), 0);
+    for (float x : untouched) EXPECT_EQ(x, 7.0f);
+}
+
+constexpr int kTarget = 30;  // any parameter of the fake
+
+class TableModulatorTest : public testing::Test {
+protected:
+    void SetUp() override {
+        modulator.setTarget(&host);
+        modulator.setTableSize(8);
+        modulator.restart();
+        modulator.setIndex(kTarget);
+        modulator.setPower(true);
+    }
+    void TearDown() override { setModulatorSmoothFactor(kDefaultSmoothFactor); }
+
+    // One block with the transport stopped.
+    void block(uint32_t n, double tempo = 120.0) { modulator.process(tempo, 0.0, n, false, false); }
+    // One block with the transport playing from song; the value it left.
+    float playAt(double song, double tempo = 0.0, uint32_t n = 512, bool recording = false) {
+        modulator.process(tempo, song, n, true, recording);
+        return value();
+    }
+    void freeRunning(float speed) { test::freeModulator(modulator, kTarget, speed); }
+    float value() const { return host.values[kTarget]; }
+
+    test::FakeEngineHost host;
+    TableModulator modulator{&host};
+};
+
+// Free, the sine's cycle is four times "Speed" in seconds; synchronised, one
+// note value is half a cycle, and while the transport plays the phase is the
+// song position. The value is computed at each block's end.
+TEST_F(TableModulatorTest, SineFollowsTheSpeedFreeOrSynchronised) {
+    freeRunning(0.5f);  // half-period 2 * 44100 * 0.5: a cycle of 88200
+    int maxBlock = -1, minBlock = -1;
+    float highest = -1.0f, lowest = 2.0f;
+    for (int b = 1; b <= 300; ++b) {
+        block(441);
+        EXPECT_EQ(modulator.phase(), float(441 * b));
+        if (b > 50 && value() > highest) highest = value(), maxBlock = b;
+        if (b > 150 && value() < lowest) lowest = value(), minBlock = b;
+    }
+    EXPECT_EQ(maxBlock, 100);  // top at 44100 samples
+    EXPECT_EQ(minBlock, 200);  // bottom again at 88200
+    EXPECT_GT(highest, 0.9999f);
+    EXPECT_LT(lowest, 0.0001f);
+
+    modulator.restart();
+    modulator.setSync(true);
+    modulator.setSpeed(13.5f / 24.0f);  // "1/4": D is one beat, a cycle two
+    for (int b = 0; b < 50; ++b) block(441, 120.0);  // 22050 samples: the top
+    EXPECT_GT(value(), 0.9999f);
+    for (int b = 0; b < 50; ++b) block(441, 120.0);
+    EXPECT_LT(value(), 0.0001f);
+    EXPECT_NEAR(playAt(11025.0, 120.0, 441), 0.5f, 1e-4f);
+    EXPECT_EQ(modulator.phase(), 11025.0f);
+}
+
+TEST_F(TableModulatorTest, SmoothFactorQuantisesTheWrites) {
+    freeRunning(0.5f);
+    auto writes = [&](int blocks, uint32_t n) {
+        modulator.restart();
+        host.values[kTarget] = 0.0f;
+        const int before = host.plainWrites;
+        for (int b = 0; b < blocks; ++b) block(n);
+        return host.plainWrites - before;
+    };
+    const int fine = writes(200, 441);  // one cycle
+    setModulatorSmoothFactor(10);
+    const int coarse = writes(200, 441);
+    // Steps of 0.1 up and down: at most twenty writes.
+    EXPECT_LE(coarse, 20);
+    EXPECT_GE(coarse, 16);
+    EXPECT_GE(fine, 190);
+    // 0 means "not set": the factor stays.
+    setModulatorSmoothFactor(0);
+    EXPECT_EQ(modulatorSmoothFactor(), 10);
+
+    // With S = 10000 a move of less than 1/10000 (the sine one sample off
+    // its minimum) writes nothing.
+    setModulatorSmoothFactor(10000);
+    EXPECT_EQ(writes(1, 1), 0);
+}
+
+// Off, at speed 0, or synchronised without a usable tempo: no period, so
+// no movement and nothing written, whatever the wave. An infinite phase
+// starts again at 0.
+TEST_F(TableModulatorTest, StandsStillWhenOffOrWithoutPeriod) {
+    const struct { float speed; bool power, sync; double tempo; } rows[] = {
+        {0.0f, true, false, 120.0}, {0.5f, false, false, 120.0},   {0.5f, true, true, 0.0},
+        {0.5f, true, true, -120.0}, {0.5f, true, true, HUGE_VAL}, {0.5f, true, true, std::nan("")}};
+    for (const auto& row : rows) {
+        for (int type = 0; type <= 4; ++type) {
+            modulator.setType(type);
+            modulator.setSpeed(row.speed);
+            modulator.setPower(row.power);
+            modulator.setSync(row.sync);
+            block(512, row.tempo);
+            ASSERT_EQ(modulator.phase(), 0.0f) << row.speed << " " << row.power << " " << row.tempo << " " << type;
+        }
+    }
+    EXPECT_EQ(host.plainWrites, 0);
+    modulator.setType(0);
+    modulator.process(120.0, HUGE_VAL, 512, true, false);
+    EXPECT_EQ(modulator.phase(), 0.0f);
+}
+
+// Square, then (from a restart) ramp over P = truncate(2D + 1) = 88201
+// samples, falling when max < min and starting again past one period: each
+// step one block.
+TEST_F(TableModulatorTest, SquareAndRampWaves) {
+    freeRunning(0.5f);
+    const struct { int type; float min, max; uint32_t frames; double value, tolerance; } steps[] = {
+        {LfoModulator::kSquare, 0.2f, 0.7f, 1000, 0.7f, 0.0},
+        {LfoModulator::kSquare, 0.2f, 0.7f, 44000, 0.2f, 0.0},  // past 44100: the second half
+        {LfoModulator::kRamp, 0.0f, 1.0f, 22050, 22050.0 / 88201.0, 1e-6},
+        {LfoModulator::kRamp, 1.0f, 0.0f, 22050, 1.0 - 44100.0 / 88201.0, 1e-6},
+        {LfoModulator::kRamp, 0.0f, 1.0f, 88201, 44100.0 / 88201.0, 1e-6}};
+    for (const auto& step : steps) {
+        if (step.type != modulator.getType()) modulator.restart();
+        modulator.setType(step.type);
+        modulator.setMin(step.min);
+        modulator.setMax(step.max);
+        block(step.frames);
+        EXPECT_NEAR(value(), step.value, step.tolerance) << step.frames;
+    }
+}
+
+TEST_F(TableModulatorTest, StepSequenceLastsOneNotePerStepWhenSynchronised) {
+    modulator.setTableValue(8, 0.5f);  // past the table: ignored
+    for (auto [step, value] : {std::pair<int, float>{0, 0.0f}, {1, 0.125f}, {6, 0.0f}, {7, 0.875f}, {8, 0.0f}})
+        EXPECT_EQ(modulator.getTableValue(step), value) << step;
+
+    modulator.setParameter(kModulatorType, 1.0f);  // type 3
+    EXPECT_EQ(modulator.getType(), 3);
+    modulator.setSpeed(13.5f / 24.0f);  // "1/4" at 120 BPM: 22050 per step
+    for (int i = 0; i < 8; ++i) modulator.setTableValue(i, float(i + 1) / 10.0f);
+    for (int beat = 0; beat < 10; ++beat) {
+        EXPECT_EQ(playAt(beat * 22050.0 + 100.0, 120.0), float(beat % 8 + 1) / 10.0f) << beat;
+        EXPECT_EQ(playAt(beat * 22050.0 + 21900.0, 120.0), float(beat % 8 + 1) / 10.0f) << beat;
+    }
+    // Free: a step lasts 2D samples.
+    freeRunning(0.25f);  // D = 22050.0022
+    EXPECT_EQ(playAt(44000.0), 0.1f);
+    EXPECT_EQ(playAt(44200.0), 0.2f);
+    // Writes happen on any exact change, through automation when recording.
+    const int automated = host.automatedWrites;
+    EXPECT_EQ(playAt(88300.0, 0.0, 512, true), 0.3f);
+    EXPECT_EQ(host.automatedWrites, automated + 1);
+}
+
+TEST_F(TableModulatorTest, TableSineAtItsTopReadsTheLastEntry) {
+    modulator.setType(LfoModulator::kTableSine);
+    freeRunning(0.5f);
+    for (int i = 0; i < 8; ++i) modulator.setTableValue(i, float(i) / 8.0f);
+    // D = 44100.0044: the top of the sine is at phase D, where r rounds to 1.
+    const double d = 2.0 * 44100.0 * (0.5 + 1e-07);
+    EXPECT_EQ(playAt(d, 0.0, 1), 7.0f / 8.0f);
+    EXPECT_EQ(playAt(2.0 * d, 0.0, 1), 0.0f);
+    // Negative and huge song positions stay inside the table; a NaN
+    // "Index" is parameter 0.
+    modulator.setType(LfoModulator::kSteps);
+    for (double song : {-5.0e9, 3.0e38, 1.0e300, -1.0}) EXPECT_TRUE(std::isfinite(playAt(song, 0.0, 1))) << song;
+    modulator.setParameter(kModulatorIndex, std::nanf(""));
+    EXPECT_EQ(modulator.getIndex(), 0);
+}
 
 }  // namespace
 }  // namespace varitap

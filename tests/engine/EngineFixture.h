@@ -85,9 +85,6 @@ struct EngineRig {
     DelayEngine engine{host};
 };
 
-// The shared scratch pool, held as an engine holds it, for taps run alone.
-inline RefPtr<ScratchPool> holdScratchPool() { return RefPtr<ScratchPool>::adopt(ScratchPool::acquire()); }
-
 // Runs a tap over a signal in blocks and collects what it adds to silence;
 // with a song position, the transport plays from there in every block.
 template <class Tap>
@@ -113,32 +110,19 @@ inline std::string scalarOrVector(const testing::TestParamInfo<bool>& info) {
     return info.param ? "Scalar" : "Vector";
 }
 
-// A parameter text read through a buffer prefilled with "untouched".
-template <class T>
-std::string display(T& object, int index) {
-    char text[64] = "untouched";
-    object.getParameterDisplay(index, text);
-    return text;
-}
-
-// Host channel arrays. Copies get their own pointers; set() copies samples
-// in, so the pointers handed to the engine stay valid.
+// Host channel arrays. get() points the host's array at the samples each
+// time, so that copies hand over their own; set() copies samples in.
 struct Channels {
-    Channels(int count, uint32_t frames, float fill = 0.0f)
-        : data(count, std::vector<float>(frames, fill)) {
-        point();
+    Channels(int count, uint32_t frames, float fill = 0.0f) : data(count, std::vector<float>(frames, fill)) {}
+    float** get() {
+        pointers.clear();
+        for (auto& channel : data) pointers.push_back(channel.data());
+        return pointers.data();
     }
-    Channels(const Channels& other) : data(other.data) { point(); }
-    Channels& operator=(const Channels&) = delete;
-    float** get() { return pointers.data(); }
     std::vector<float>& operator[](int i) { return data[i]; }
     void set(int i, const std::vector<float>& samples) {
         std::copy(samples.begin(), samples.begin() + std::min(samples.size(), data[i].size()),
                   data[i].begin());
-    }
-    void point() {
-        pointers.clear();
-        for (auto& channel : data) pointers.push_back(channel.data());
     }
     std::vector<std::vector<float>> data;
     std::vector<float*> pointers;

@@ -1,11 +1,9 @@
 // The engine with another thread holding the modulator lock.
-#include <gtest/gtest.h>
 
 #include <future>
 #include <thread>
 
 #include "EngineFixture.h"
-#include "engine/DelayEngine.h"
 
 namespace varitap {
 namespace {
