@@ -325,6 +325,9 @@ TEST_F(ParameterModelTest, RowsFollowTheLayoutReadBackAndShowTheirTexts) {
     EXPECT_EQ(p.label(tap3), "Samples");
     p.set(tap3, 0.5f);
     EXPECT_FLOAT_EQ(p.get(tap3), 0.5f);  // 28000 samples
+    // The combined block size and rate call sets the rate.
+    p.dispatch(effSetBlockSizeAndSampleRate, 0, 512, nullptr, 96000.0f);
+    EXPECT_EQ(p.display(tap3), "291.6");
     p.set(tap3 + 3, 1.0f);
     EXPECT_EQ(p.label(tap3), "Tempo");
     p.set(tap3, 0.0f);

@@ -1,12 +1,15 @@
 // DelayEffect through the built bundle: channel counts by host, speaker
-// arrangements, the routing clamp, the "Init" program, echoes and suspend.
+// arrangements, the routing clamp, the "Init" program, echoes and suspend;
+// through the CLAP module, choices typed by name and a state read in pieces.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
 #include <map>
+#include <string>
 
 #include "FakeHost.h"
+#include "tools/render/ClapHost.h"
 
 namespace varitap::test {
 namespace {
@@ -271,6 +274,51 @@ TEST_F(DelayEffectTest, InitProgramEchoesFollowTheHostTempoUntilASuspend) {
     // The host was asked for tempo and the automation-writing flag.
     ASSERT_FALSE(host.timeRequests.empty());
     EXPECT_EQ(host.timeRequests.back(), kVstTempoValid | kVstAutomationWriting);
+}
+
+// The CLAP module as a host drives it: routing choices typed by name where
+// the host's outputs end and the internal buses begin, and a saved state
+// that the host hands back one byte per read.
+TEST(ClapEffect, RoutingChoicesAreReadByNameAndAStateLoadsInOneByteReads) {
+    using namespace clap;
+    render::ClapModule module;
+    render::ClapHost host;
+    std::string error;
+    ASSERT_TRUE(module.open(VARITAP_CLAP_MODULE, error)) << error;
+    const clap_plugin* plugin = module.factory()->create_plugin(module.factory(), &host.record, "brelmo.varitap");
+    ASSERT_TRUE(plugin && plugin->init(plugin));
+    const auto* params = static_cast<const clap_plugin_params*>(plugin->get_extension(plugin, kExtParams));
+    const auto* state = static_cast<const clap_plugin_state*>(plugin->get_extension(plugin, kExtState));
+    // Tap 1's input and output selectors.
+    const struct { clap_id id; const char* label; float value; } choices[] = {
+        {0, "Out 20", 40.0f / 44}, {0, "Intern 1", 41.0f / 44}, {10, "Out 20", 20.0f / 24}, {10, "Intern 1", 21.0f / 24}};
+    for (const auto& c : choices) {
+        double value = -1.0;
+        EXPECT_TRUE(params->text_to_value(plugin, c.id, c.label, &value) && value == c.value) << c.id << " " << c.label;
+    }
+    // Saved at wet/dry 0.25, moved to 0.75, loaded back.
+    struct Bytes { std::string data; size_t read = 0; } bytes;
+    const clap_ostream out{&bytes, [](const clap_ostream* s, const void* data, uint64_t size) -> int64_t {
+        static_cast<Bytes*>(s->ctx)->data.append(static_cast<const char*>(data), size);
+        return static_cast<int64_t>(size);
+    }};
+    const clap_istream in{&bytes, [](const clap_istream* s, void* data, uint64_t size) -> int64_t {
+        auto* self = static_cast<Bytes*>(s->ctx);
+        if (size == 0 || self->read == self->data.size()) return 0;
+        *static_cast<char*>(data) = self->data[self->read++];
+        return 1;
+    }};
+    render::ClapInputEvents saved, moved;
+    render::ClapOutputEvents ignored;
+    saved.add(20, 0.25);
+    moved.add(20, 0.75);
+    params->flush(plugin, &saved.record, &ignored.record);
+    EXPECT_TRUE(state->save(plugin, &out));
+    params->flush(plugin, &moved.record, &ignored.record);
+    EXPECT_TRUE(state->load(plugin, &in));
+    double wetDry = 0.0;
+    EXPECT_TRUE(params->get_value(plugin, 20, &wetDry) && wetDry == 0.25);
+    plugin->destroy(plugin);
 }
 
 }  // namespace

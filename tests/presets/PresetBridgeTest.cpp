@@ -97,6 +97,7 @@ TEST_F(BridgeTest, StoredValuesAreConvertedOrClampedBeforeTheyApply) {
         {kNone, "92", 5.0, 20.0f},          // modulator 1 Index 5 -> 20
         {kNone, "107", 25.0, 25.0f},        // modulator 2 Index 25 stays
         {kNone, "122", 19.0, 20.0f},        // modulator 3 Index 19 -> 20
+        {kNone, "137", 19.5, 19.0f},        // modulator 4 Index 19.5 stays (read as 19)
         {kNone, "20", 0.8, 0.8f},           // anything else as it is
         // The first layout would have turned these three into 20, 43 / 44 and 23 / 24.
         {kOne, "92", 5.0, 5.0f},
