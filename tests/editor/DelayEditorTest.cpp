@@ -294,6 +294,10 @@ TEST_F(DelayEditorTest, TypeOneShowsTheTableToggleAndLeavingItHidesBothAtOnceOrA
     EXPECT_FLOAT_EQ(parameter(modulatorParameterIndex(m, kModulatorType)), 1.0f);
     EXPECT_TRUE(panel->isChild(editor().tableToggle(m)));
     EXPECT_FALSE(panel->isChild(editor().tableView(m)));
+    // Up from the last type wraps to the first, then steps a third (four types).
+    host.click(type);
+    host.click(type);
+    EXPECT_FLOAT_EQ(parameter(modulatorParameterIndex(m, kModulatorType)), 1.0f / 3.0f);
 
     // A Type change moves views in and out of a panel. While a menu's modal
     // loop holds the frame, and off the frame's own thread (the audio thread's

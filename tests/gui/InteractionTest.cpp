@@ -243,6 +243,8 @@ TEST(ViewContainerTest, DirtyViewsAreCollectedInFrameCoordinatesAndRemovedOnesFo
     strip->addView(child.get());
     frame->takeDirtyArea();  // everything starts dirty
     EXPECT_TRUE(frame->takeDirtyArea().isEmpty());
+    strip->setBackground(nullptr);  // a new picture, even none, repaints the container
+    EXPECT_EQ(frame->takeDirtyArea(), Rect(100, 50, 200, 150));
 
     // A value (set from any thread) only marks the control, and only when it
     // changes; it is kept as given.

@@ -100,7 +100,9 @@ TEST_F(WidgetsTest, PicturesFollowTheStatesOfButtonSwitchAndContainer) {
     strip->setBackgroundColor(kBlue);
     strip->setBackground(bands(40, 40, {kGreen}).get());
     strip->addView(makeRef<BitmapView>(Rect(90, 0, 200, 20), bands(110, 20, {kRed}).get()).get());
-    for (View* v : std::initializer_list<View*>{button.get(), sw.get(), picture.get(), strip.get()}) {
+    // Art that did not load draws nothing and leaves the views after it to draw.
+    auto noArt = makeRef<OnOffButton>(Rect(0, 0, 2, 2), &rec, 25, makeRef<Bitmap>(dir.path() + "/none.png").get());
+    for (View* v : std::initializer_list<View*>{noArt.get(), button.get(), sw.get(), picture.get(), strip.get()}) {
         frame->addView(v);
     }
     auto press = [this](Point where, uint32_t buttons) {
@@ -238,6 +240,17 @@ TEST_F(WidgetsTest, ParamDisplayAndTextLabelDrawTheirTextAlignedWithShadow) {
     label->setFont(kNumFonts);  // an unknown font number: the first font
     frame->addView(label.get());
     EXPECT_GT(renderOffscreen(*frame).count(label->viewSize(), kWhiteColor, 100), 2);
+
+    // The last user's release lets go of every face, the first font's too:
+    // one reference for each font number that has the first font's face.
+    retainFonts();
+    cairo_font_face_t* held = cairo_font_face_reference(fontFace(0));
+    unsigned int cached = 0;
+    for (int id = 0; id < kNumFonts; ++id) cached += fontFace(id) == held ? 1 : 0;
+    const unsigned int references = cairo_font_face_get_reference_count(held);
+    releaseFonts();
+    EXPECT_EQ(cairo_font_face_get_reference_count(held), references - cached);
+    cairo_font_face_destroy(held);
 }
 
 // The name dialog's widgets: a push button fires only when released inside
@@ -254,6 +267,7 @@ TEST_F(WidgetsTest, PushButtonFiresOnlyWhenReleasedInsideAndTextFieldTypesOnlyWh
     EXPECT_EQ(rec.log, "v1;");
     EXPECT_FLOAT_EQ(rec.last, 1.0f);   // the listener saw the press
     EXPECT_FLOAT_EQ(ok->value(), 0.0f);  // and the button is up again
+    EXPECT_EQ(renderOffscreen(*frame).count(Rect(10, 10, 60, 11), kBlackColor, 10), 50);  // its frame
 
     auto field = makeRef<TextField>(Rect(40, 50, 180, 66));
     frame->addView(field.get());
