@@ -57,14 +57,24 @@ float SliderGeometry::valueAt(int x) const {
 
 namespace {
 constexpr float kStepSlack = 1e-4f;  // float steps of 1/3 must land on 1.0, not past it
+
+// Float steps drift off the positions: 1 - 1/3 is 0.6666666f, which a reader
+// that truncates 3 × v takes for the second position instead of the third. A
+// result within the slack of a position is put exactly on it; values the host
+// left between positions still move by whole steps.
+float onPosition(float v, int positions) {
+    const float scaled = v * static_cast<float>(positions - 1);
+    const float nearest = std::round(scaled);
+    return std::fabs(scaled - nearest) < kStepSlack ? nearest / static_cast<float>(positions - 1) : v;
 }
+}  // namespace
 
 float SwitchStepper::stepUp(float value, int positions) {
     if (positions < 2) return 0.0f;
     const float step = 1.0f / static_cast<float>(positions - 1);
     const float v = value + step;
     if (v > 1.0f + kStepSlack) return 0.0f;
-    return std::min(v, 1.0f);
+    return std::min(onPosition(v, positions), 1.0f);
 }
 
 float SwitchStepper::stepDown(float value, int positions) {
@@ -72,7 +82,7 @@ float SwitchStepper::stepDown(float value, int positions) {
     const float step = 1.0f / static_cast<float>(positions - 1);
     const float v = value - step;
     if (v < -kStepSlack) return 1.0f;
-    return std::max(v, 0.0f);
+    return std::max(onPosition(v, positions), 0.0f);
 }
 
 int SwitchStepper::position(float value, int positions) {

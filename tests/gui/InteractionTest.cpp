@@ -21,6 +21,17 @@ TEST(SwitchStepperTest, EdgesOfStepsAndPositions) {
     EXPECT_FLOAT_EQ(SwitchStepper::stepUp(3.0f, 4), 0.0f);
     EXPECT_FLOAT_EQ(SwitchStepper::stepDown(-2.0f, 4), 1.0f);
     EXPECT_FLOAT_EQ(SwitchStepper::stepUp(0.0f, 2), 1.0f);  // a two-position switch turns on
+    // Each step lands where a reader truncating 3 × v sees the next position,
+    // down from the last as well as up from the first; a value between
+    // positions moves by a whole step.
+    float up = 0.0f, down = 1.0f;
+    for (int p = 1; p <= 3; ++p) {
+        up = SwitchStepper::stepUp(up, 4);
+        down = SwitchStepper::stepDown(down, 4);
+        EXPECT_EQ(static_cast<int>(3.0f * up), p);
+        EXPECT_EQ(static_cast<int>(3.0f * down), 3 - p);
+    }
+    EXPECT_FLOAT_EQ(SwitchStepper::stepUp(0.5f, 4), 0.5f + 1.0f / 3);
     EXPECT_EQ(SwitchStepper::position(2.0f / 3, 4), 2);
     EXPECT_EQ(SwitchStepper::position(3.0f, 4), 3);
     EXPECT_EQ(SwitchStepper::position(-1.0f, 4), 0);
