@@ -194,15 +194,19 @@ TEST(Lv2Ui, WidgetsFollowTheHostAndTheModulatorsMoveTheHostsPortsAndTakeTheHosts
     const int32_t volume = tapParameterIndex(0, kTapVolume);
     host.control[volume] = 0.25f;
 
-    // The user: a gesture on the feedback knob reaches the host's port and
-    // its touch.
+    // The user: gestures on the feedback knob and on tap 1's source menu
+    // (the first port) reach the host's ports and its touch.
     const int32_t feedback = tapParameterIndex(0, kTapFeedback);
-    gui::Knob* knob = host.editor()->feedbackKnob(0);
-    host.editor()->beginEdit(feedback);
-    knob->setValue(0.5f);
-    host.editor()->valueChanged(nullptr, knob);
-    host.editor()->endEdit(feedback);
-    EXPECT_EQ(host.log.events(), (std::vector<std::string>{"begin 23", "value 23 0.5", "end 23"}));
+    const std::pair<gui::Control*, float> gestures[] = {{host.editor()->feedbackKnob(0), 0.5f},
+                                                        {host.editor()->inputMenu(0), 11.0f}};
+    for (const auto& [control, value] : gestures) {
+        host.editor()->beginEdit(control->tag());
+        control->setValue(value);
+        host.editor()->valueChanged(nullptr, control);
+        host.editor()->endEdit(control->tag());
+    }
+    EXPECT_EQ(host.log.events(),
+              (std::vector<std::string>{"begin 23", "value 23 0.5", "end 23", "begin 0", "value 0 0.25", "end 0"}));
     EXPECT_FLOAT_EQ(host.effect().core().getParameter(feedback), 0.5f);
     host.log.clear();
 

@@ -176,6 +176,31 @@ TEST(Formats, InitEveryFactoryPresetAndARandomStateSoundTheSame) {
     expectSameSamples(lv2, state, "random");
 }
 
+// A host looping back to frame 0 (a time:Position event) brings a playing
+// modulator back where it started.
+TEST(Lv2Effect, LoopingBackToFrameZeroBringsTheModulatorsBack) {
+    Lv2Library library;
+    ASSERT_TRUE(library.loaded());
+    Lv2Plugin plugin(library, 44100.0);
+    ASSERT_TRUE(plugin);
+    plugin.control[modulatorParameterIndex(0, kModulatorIndex)] = static_cast<float>(tapParameterIndex(1, kTapVolume));
+    plugin.control[modulatorParameterIndex(0, kModulatorSpeed)] = 0.5f;
+    plugin.control[modulatorParameterIndex(0, kModulatorMax)] = 1.0f;
+    plugin.control[modulatorParameterIndex(0, kModulatorPower)] = 1.0f;
+    plugin.activate();
+    std::vector<float> in(4096), out[2] = {in, in};
+    const float* ins[2] = {in.data(), in.data()};
+    float* outs[2] = {out[0].data(), out[1].data()};
+    auto parameters = [&](const Lv2Plugin::Position* position) {
+        plugin.run(ins, outs, 4096, position);
+        return plugin.save().at("urn:brelmo:varitap#parameters").bytes;
+    };
+    const Lv2Plugin::Position start{0, 1.0f, 120.0f};
+    const std::vector<unsigned char> first = parameters(&start);
+    EXPECT_NE(parameters(nullptr), first);
+    EXPECT_EQ(parameters(&start), first);
+}
+
 std::vector<unsigned char> bytesOf(const void* data, size_t size) {
     const auto* p = static_cast<const unsigned char*>(data);
     return std::vector<unsigned char>(p, p + size);
@@ -250,6 +275,12 @@ TEST(Lv2Effect, BadInputIsHarmless) {
     target.activate();
     target.restore(saved);
     EXPECT_EQ(target.save(), saved);
+    // The host's ports still rule: the next run applies those it left as
+    // they were (all of them here) over the restored values.
+    std::vector<unsigned char> ports(saved.at(key + "parameters").bytes);
+    std::memcpy(ports.data() + 8, target.control, 4 * kParameterCount);
+    target.run(ins, outs, 0);
+    EXPECT_EQ(target.save().at(key + "parameters").bytes, ports);
 
     // Missing and extra values leave the rest as it was.
     target.restore({});
