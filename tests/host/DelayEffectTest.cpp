@@ -279,7 +279,7 @@ TEST_F(DelayEffectTest, InitProgramEchoesFollowTheHostTempoUntilASuspend) {
 // The CLAP module as a host drives it: routing choices typed by name where
 // the host's outputs end and the internal buses begin, and a saved state
 // that the host hands back one byte per read.
-TEST(ClapEffect, RoutingChoicesAreReadByNameAndAStateLoadsInOneByteReads) {
+TEST(ClapEffect, RoutingChoicesAreReadByNameAndAStateMovesOneByteAtATime) {
     using namespace clap;
     render::ClapModule module;
     render::ClapHost host;
@@ -296,11 +296,12 @@ TEST(ClapEffect, RoutingChoicesAreReadByNameAndAStateLoadsInOneByteReads) {
         double value = -1.0;
         EXPECT_TRUE(params->text_to_value(plugin, c.id, c.label, &value) && value == c.value) << c.id << " " << c.label;
     }
-    // Saved at wet/dry 0.25, moved to 0.75, loaded back.
+    // Saved at wet/dry 0.25, moved to 0.75, loaded back, through streams
+    // that take and give one byte per call.
     struct Bytes { std::string data; size_t read = 0; } bytes;
-    const clap_ostream out{&bytes, [](const clap_ostream* s, const void* data, uint64_t size) -> int64_t {
-        static_cast<Bytes*>(s->ctx)->data.append(static_cast<const char*>(data), size);
-        return static_cast<int64_t>(size);
+    const clap_ostream out{&bytes, [](const clap_ostream* s, const void* data, uint64_t) -> int64_t {
+        static_cast<Bytes*>(s->ctx)->data.push_back(*static_cast<const char*>(data));
+        return 1;
     }};
     const clap_istream in{&bytes, [](const clap_istream* s, void* data, uint64_t size) -> int64_t {
         auto* self = static_cast<Bytes*>(s->ctx);
