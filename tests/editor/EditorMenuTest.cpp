@@ -236,20 +236,17 @@ TEST_F(EditorMenuTest, CommandsAreMatchedByTextPresetsApplyAndNamesAreAsked) {
     EXPECT_EQ(host.effect()->lastUserPreset.get(), mine->presetAt(0));
     EXPECT_NEAR(host.effect()->program().values[delay], 0.25f, 1e-6f);
 
-    // A preset named like a command carries out the command instead.
-    ContextMenu again = menu();
-    EXPECT_TRUE(editor().carryOutChoice(again, again.folders[static_cast<size_t>(folderIndex(mine))].get(),
-                                        1));  // "Remove Folder"
+    // A preset named like a command (the first entry of that text) carries
+    // out the command instead.
+    EXPECT_TRUE(choose(editor(), menuOf(mine), "Remove Folder"));
     EXPECT_EQ(library->folderCount(), before - 1);
     EXPECT_EQ(folderIndex(mine), -1);
     // The current preset went with its folder and is no longer current.
     EXPECT_EQ(host.effect()->lastUserPreset.get(), nullptr);
     EXPECT_EQ(indexOf(*menu().presets, "Remove Preset 'Quarter'"), -1);
     // "Add Preset ..." opens the name dialog: cancelled, nothing is added.
-    ContextMenu third = menu();
-    OptionMenu* otherMenu = third.folders[static_cast<size_t>(folderIndex(other))].get();
     EXPECT_TRUE(answeringDialog(host.display(), nullptr, XKB_KEY_Escape,
-                                [&] { return editor().carryOutChoice(third, otherMenu, 0); }));
+                                [&] { return choose(editor(), menuOf(other), "Add Preset ..."); }));
     EXPECT_EQ(other->presetCount(), 1u);
 
     // Removing the current preset looks only in writable folders.

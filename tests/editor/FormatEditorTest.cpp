@@ -241,15 +241,13 @@ TEST(Lv2Ui, WidgetsFollowTheHostAndTheModulatorsMoveTheHostsPortsAndTakeTheHosts
 class ClapGuiHost : public HostWindow {
 public:
     ClapGuiHost(bool offersTimer, bool offersFd) : offersTimer_(offersTimer), offersFd_(offersFd) {
-        record_.clap_version = kVersion;
+        // render::ClapHost's record, with the extensions and callbacks of this host.
         record_.host_data = this;
-        record_.name = record_.vendor = record_.url = record_.version = "test";
         record_.get_extension = [](const clap_host* h, const char* id) -> const void* {
             if (std::strcmp(id, kExtTimerSupport) == 0 && of(h)->offersTimer_) return &of(h)->timerSupport_;
             if (std::strcmp(id, kExtPosixFdSupport) == 0 && of(h)->offersFd_) return &of(h)->fdSupport_;
             return nullptr;
         };
-        record_.request_restart = record_.request_process = [](const clap_host*) {};
         record_.request_callback = [](const clap_host* h) { of(h)->callbackWanted_ = true; };
         timerSupport_ = {[](const clap_host* h, uint32_t, clap_id* id) {
                              of(h)->timers_.insert(*id = ++of(h)->lastTimer_);
@@ -353,7 +351,8 @@ private:
     }
 
     bool offersTimer_, offersFd_;
-    clap_host record_{};
+    render::ClapHost host_;
+    clap_host& record_ = host_.record;
     clap_host_timer_support timerSupport_{};
     clap_host_posix_fd_support fdSupport_{};
     const clap_plugin* plugin_ = nullptr;
