@@ -83,9 +83,7 @@ TEST_F(DelayEditorTest, WidgetsAndDisplaysStartAtTheParameterMappingsAndFollowTh
     ASSERT_TRUE(host.openEditor());
 
     EXPECT_EQ(editor().inputMenu(0)->current(), 22);
-    EXPECT_STREQ(editor().inputMenu(0)->entry(22), "Out 2");
     EXPECT_EQ(editor().outputMenu(3)->current(), 24);
-    EXPECT_STREQ(editor().outputMenu(3)->entry(24), "Intern 4");
     EXPECT_FLOAT_EQ(editor().wetDryKnob()->value(), 0.3f);
     EXPECT_EQ(editor().filterMenu(2)->current(), 2);
     EXPECT_STREQ(editor().filterMenu(2)->entry(2), "LowPass");
@@ -263,13 +261,10 @@ TEST_F(DelayEditorTest, TypeOneShowsTheTableToggleAndLeavingItHidesBothAtOnceOrA
     // The curve is drawn: white in the top row of the last column, none in
     // the top row of the first.
     const Image drawn = host.grabEditor();
+    const auto white = [&drawn](const Rect& r) { return drawn.count(r, 255, 255, 255, 40); };
     const int columnWidth = plot.width() / 8;
-    EXPECT_GT(drawn.count(Rect(plot.right - columnWidth + 2, plot.top - 1, plot.right - 2, plot.top + 2),
-                          255, 255, 255, 40),
-              3);
-    EXPECT_EQ(drawn.count(Rect(plot.left + 2, plot.top - 1, plot.left + columnWidth - 2, plot.top + 2),
-                          255, 255, 255, 40),
-              0);
+    EXPECT_GT(white(Rect(plot.right - columnWidth + 2, plot.top - 1, plot.right - 2, plot.top + 2)), 3);
+    EXPECT_EQ(white(Rect(plot.left + 2, plot.top - 1, plot.left + columnWidth - 2, plot.top + 2)), 0);
     // The wheel nudges the column under the pointer, clamped at the top.
     const Point column2{table.plotRect().left + table.plotRect().width() * 2 / 8 + 2,
                         table.plotRect().top + 10};

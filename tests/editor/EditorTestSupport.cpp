@@ -11,14 +11,6 @@ namespace {
 
 EditorHost* gCurrentHost = nullptr;  // the one alive now, if any
 
-vst::VstTimeInfo gTime = [] {
-    vst::VstTimeInfo t{};
-    t.sampleRate = 44100.0;
-    t.tempo = 120.0;
-    t.flags = vst::kVstTempoValid | vst::kVstTransportPlaying;
-    return t;
-}();
-
 }  // namespace
 
 void HostLog::add(const std::string& event, int32_t index, float value) {
@@ -67,8 +59,6 @@ static vst::VstIntPtr hostCallback(vst::AEffect* effect, int32_t opcode, int32_t
         case vst::audioMasterEndEdit:
             if (host) host->log.edit(opcode == vst::audioMasterBeginEdit ? "begin" : "end", static_cast<uint32_t>(index));
             return 1;
-        case vst::audioMasterGetTime:
-            return reinterpret_cast<vst::VstIntPtr>(&gTime);
         case vst::audioMasterSizeWindow:
             if (host) host->log.add("size " + std::to_string(index) + "x" + std::to_string(value));
             return host && host->resizeHostWindow(index, static_cast<int>(value)) ? 1 : 0;
