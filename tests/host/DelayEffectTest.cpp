@@ -16,7 +16,7 @@ namespace {
 
 using namespace vst;
 
-class DelayEffectTest : public BundleTest {
+class DelayEffectTest : public PluginTest {
 protected:
     static void arrangements(Plugin& plugin, VstSpeakerArrangement** in, VstSpeakerArrangement** out) {
         *in = *out = nullptr;
@@ -62,8 +62,6 @@ TEST_F(DelayEffectTest, ChannelCountsDependOnHostVendorVersionAndPins) {
 }
 
 TEST_F(DelayEffectTest, ArrangementsOverTwentyChannelsAreCutToTwentyAndRefused) {
-    Plugin plugin(library, host);
-    ASSERT_TRUE(plugin);
     // A host's own record is copied, speakers included.
     Arrangement six(kSpeakerArrMono + 8, 6), four(kSpeakerArrStereo, 4);
     six.get()->speakers[5].azimuth = 0.75f;
@@ -124,8 +122,6 @@ TEST_F(DelayEffectTest, ArrangementsOverTwentyChannelsAreCutToTwentyAndRefused) 
 // page nobody may touch), and a replacing block writes every one of them:
 // silence where no wet bus feeds an output.
 TEST_F(DelayEffectTest, BlocksKeepToTheArraysTheRecordDeclares) {
-    Plugin plugin(library, host);
-    ASSERT_TRUE(plugin);
     ASSERT_EQ(plugin.effect()->numInputs, 2);
     ASSERT_EQ(plugin.effect()->numOutputs, 2);
     plugin.set(20, 0.25f);
@@ -146,8 +142,6 @@ TEST_F(DelayEffectTest, BlocksKeepToTheArraysTheRecordDeclares) {
 }
 
 TEST_F(DelayEffectTest, RoutingClampKeepsItsOwnComparisons) {
-    Plugin plugin(library, host);
-    ASSERT_TRUE(plugin);
     auto in = [](int s) { return (s + 0.5f) / 44; };
     auto outv = [](int s) { return (s + 0.5f) / 24; };
     // Inputs: 0 untouched, 2 fits, 5 > nIn -> In 2, 20 falls to the second
@@ -187,8 +181,6 @@ TEST_F(DelayEffectTest, RoutingClampKeepsItsOwnComparisons) {
 }
 
 TEST_F(DelayEffectTest, InitProgramAndProgramCalls) {
-    Plugin plugin(library, host);
-    ASSERT_TRUE(plugin);
     const std::pair<int, float> defaults[] = {
         {0, 0.022728f}, {1, 0.045455f}, {10, 0.041667f}, {11, 0.083334f},
         {20, 0.563636f}, {21, 0.568268f}, {22, 1.0f}, {23, 0.84217f},
@@ -207,7 +199,6 @@ TEST_F(DelayEffectTest, InitProgramAndProgramCalls) {
     EXPECT_EQ(plugin.label(21), "Tempo");
 
     EXPECT_EQ(plugin.programName(), "Init");
-    EXPECT_EQ(plugin.dispatch(effGetProgram), 0);
     char name[] = "Dub Echo";
     plugin.dispatch(effSetProgramName, 0, 0, name);
     EXPECT_EQ(plugin.programName(), "Dub Echo");

@@ -266,10 +266,9 @@ TEST(Lv2Effect, BadInputIsHarmless) {
     source.activate();
     source.run(ins, outs, 256);
     const Lv2Plugin::State saved = source.save();
+    // Two values: the program's name and its parameters (at() fails the test on another key).
     ASSERT_EQ(saved.size(), 2u);
     const std::string key = "urn:brelmo:varitap#";
-    ASSERT_EQ(saved.count(key + "programName"), 1u);
-    ASSERT_EQ(saved.count(key + "parameters"), 1u);
 
     Lv2Plugin target(library, 48000.0);
     target.activate();
