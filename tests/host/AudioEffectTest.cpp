@@ -16,7 +16,6 @@
 #include <cstdio>
 #include <filesystem>
 #include <initializer_list>
-#include <limits>
 #include <string>
 
 #include "../base/TestSupport.h"
@@ -110,11 +109,9 @@ TEST_F(AudioEffectInstance, RecordDefaultAnswersAndCapabilities) {
 }
 
 TEST_F(AudioEffectInstance, SurvivesEveryOpcodeWithNullPointersAndOddValues) {
-    const float nan = std::numeric_limits<float>::quiet_NaN();
-    const float inf = std::numeric_limits<float>::infinity();
     const struct { int32_t index; VstIntPtr value; float opt; } odds[] = {
-        {0, 0, 0.0f}, {-1, -1, -1.0f}, {241, 241, 1e30f}, {INT32_MAX, 7, nan}, {INT32_MIN, -99999, inf},
-        {1, 1, -inf}};
+        {0, 0, 0.0f}, {-1, -1, -1.0f}, {241, 241, 1e30f}, {INT32_MAX, 7, NAN}, {INT32_MIN, -99999, INFINITY},
+        {1, 1, -INFINITY}};
     for (const auto& odd : odds) {
         for (int32_t opcode = 0; opcode <= 80; ++opcode) {
             if (opcode == effClose) continue;
