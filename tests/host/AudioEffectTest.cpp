@@ -16,7 +16,6 @@
 #include <cstdio>
 #include <filesystem>
 #include <initializer_list>
-#include <limits>
 #include <string>
 
 #include "../base/TestSupport.h"
@@ -28,6 +27,7 @@ namespace {
 using namespace vst;
 
 using AudioEffect = BundleTest;
+using AudioEffectInstance = PluginTest;
 
 TEST_F(AudioEffect, ExactlyThreeEntryNamesEachMakeAnInstanceAndRefusePreVst2Hosts) {
     EXPECT_EQ(commandOutput("nm -D --defined-only --format=just-symbols '" + BundleLibrary::path() + "'"),
@@ -48,20 +48,15 @@ TEST_F(AudioEffect, ExactlyThreeEntryNamesEachMakeAnInstanceAndRefusePreVst2Host
     }
 }
 
-TEST_F(AudioEffect, RecordDefaultAnswersAndCapabilities) {
-    Plugin plugin(library, host);
-    ASSERT_TRUE(plugin);
+TEST_F(AudioEffectInstance, RecordDefaultAnswersAndCapabilities) {
     AEffect* e = plugin.effect();
-    EXPECT_EQ(e->uniqueID, 0x76727470);  // "vrtp"
-    EXPECT_EQ(e->numPrograms, 1);
-    EXPECT_EQ(e->numParams, 241);
-    EXPECT_EQ(e->version, 1);
+    // {uniqueID ("vrtp"), programs, parameters, version}
+    EXPECT_EQ(std::vector<int32_t>({e->uniqueID, e->numPrograms, e->numParams, e->version}),
+              std::vector<int32_t>({0x76727470, 1, 241, 1}));
     EXPECT_EQ(e->ioRatio, 1.0f);
-    EXPECT_NE(e->object, nullptr);
-    EXPECT_NE(e->process, nullptr);
-    EXPECT_NE(e->processReplacing, nullptr);
-    EXPECT_EQ(e->processDoubleReplacing, nullptr);
-    EXPECT_EQ(e->user, nullptr);  // the host's own field
+    // Its own object and both block calls; no double precision; the host's own field untouched.
+    EXPECT_TRUE(e->object && e->process && e->processReplacing);
+    EXPECT_TRUE(!e->processDoubleReplacing && !e->user);
     // Mono-capable, replacing, parameters rather than chunks.
     EXPECT_EQ(e->flags & (effFlagsCanMono | effFlagsCanReplacing | effFlagsProgramChunks | effFlagsIsSynth |
                           effFlagsCanDoubleReplacing),
@@ -113,14 +108,10 @@ TEST_F(AudioEffect, RecordDefaultAnswersAndCapabilities) {
     EXPECT_EQ(plugin.dispatch(effCanDo, 0, 0, nullptr), 0);
 }
 
-TEST_F(AudioEffect, SurvivesEveryOpcodeWithNullPointersAndOddValues) {
-    Plugin plugin(library, host);
-    ASSERT_TRUE(plugin);
-    const float nan = std::numeric_limits<float>::quiet_NaN();
-    const float inf = std::numeric_limits<float>::infinity();
+TEST_F(AudioEffectInstance, SurvivesEveryOpcodeWithNullPointersAndOddValues) {
     const struct { int32_t index; VstIntPtr value; float opt; } odds[] = {
-        {0, 0, 0.0f}, {-1, -1, -1.0f}, {241, 241, 1e30f}, {INT32_MAX, 7, nan}, {INT32_MIN, -99999, inf},
-        {1, 1, -inf}};
+        {0, 0, 0.0f}, {-1, -1, -1.0f}, {241, 241, 1e30f}, {INT32_MAX, 7, NAN}, {INT32_MIN, -99999, INFINITY},
+        {1, 1, -INFINITY}};
     for (const auto& odd : odds) {
         for (int32_t opcode = 0; opcode <= 80; ++opcode) {
             if (opcode == effClose) continue;
@@ -226,7 +217,7 @@ TEST(AudioEffectScan, HundredScansLeakNothingNeverConnectToTheDisplayAndLeaveThe
 
 constexpr const char* kUntouched = Plugin::kUntouched;
 
-using ParameterModelTest = BundleTest;
+using ParameterModelTest = PluginTest;
 
 // Set, read back and shown, in order: {index, value set, value read, display}.
 struct Row {
@@ -244,12 +235,11 @@ void expectRows(Plugin& p, std::initializer_list<Row> rows) {
 }
 
 TEST_F(ParameterModelTest, RowsFollowTheLayoutReadBackAndShowTheirTexts) {
-    Plugin p(library, host);
-    ASSERT_TRUE(p);
-    EXPECT_EQ(p.name(0), "#1 Input Channel");
-    EXPECT_EQ(p.name(9), "#10 Input Channel");
-    EXPECT_EQ(p.name(10), "#1 Output Channel");
-    EXPECT_EQ(p.name(19), "#10 Output Channel");
+    Plugin& p = plugin;
+    for (int s = 0; s < 10; ++s) {
+        EXPECT_EQ(p.name(s), "#" + std::to_string(s + 1) + " Input Channel");
+        EXPECT_EQ(p.name(10 + s), "#" + std::to_string(s + 1) + " Output Channel");
+    }
     EXPECT_EQ(p.name(20), "Wet/Dry Mix Volume");
     const char* tapWords[] = {"Delay", "Volume", "Feedback", "Sync", "Filter Type", "Cutoff", "Resonance"};
     for (int t = 0; t < 10; ++t) {
@@ -276,42 +266,27 @@ TEST_F(ParameterModelTest, RowsFollowTheLayoutReadBackAndShowTheirTexts) {
     // keep their oddities.
     const int tap3 = 21 + 2 * 7, m1 = 91, m10 = 91 + 9 * 15;
     EXPECT_EQ(p.display(tap3), "0.0");
-    expectRows(p, {{2, 0.5f, 0.5f, "     22"},
-                   {0, 1.0f, 1.0f, "     44"},  // Intern 4
-                   {0, 0.99f, 0.99f, "     43"},
-                   {9, 0.0f, 0.0f, "      0"},
-                   {10, 1.0f, 1.0f, "     24"},
-                   {19, 0.5f, 0.5f, "     12"},
-                   {20, 0.25f, 0.25f, "0.250000"},
-                   {tap3, 1.0f, 1.0f, "1269"},
-                   {tap3 + 1, 0.0f, 0.0f, "-oo"},
-                   {tap3 + 4, 0.0f, 0.0f, "***"},
-                   {tap3 + 4, 0.5f, 0.5f, "LowPass"},
-                   {tap3 + 5, 0.5f, 0.5f, kUntouched},
+    expectRows(p, {{2, 0.5f, 0.5f, "     22"}, {0, 1.0f, 1.0f, "     44"},  // Intern 4
+                   {0, 0.99f, 0.99f, "     43"}, {9, 0.0f, 0.0f, "      0"},
+                   {10, 1.0f, 1.0f, "     24"}, {19, 0.5f, 0.5f, "     12"},
+                   {20, 0.25f, 0.25f, "0.250000"}, {tap3, 1.0f, 1.0f, "1269"},
+                   {tap3 + 1, 0.0f, 0.0f, "-oo"}, {tap3 + 4, 0.0f, 0.0f, "***"},
+                   {tap3 + 4, 0.5f, 0.5f, "LowPass"}, {tap3 + 5, 0.5f, 0.5f, kUntouched},
                    {tap3 + 6, 0.5f, 0.5f, kUntouched},
                    // "Index" carries a raw parameter number and shows its name.
-                   {m1 + 1, 21.7f, 21.0f, "#1: Delay"},
-                   {m1 + 1, 20.0f, 20.0f, "Wet/Dry Mix Volume"},
+                   {m1 + 1, 21.7f, 21.0f, "#1: Delay"}, {m1 + 1, 20.0f, 20.0f, "Wet/Dry Mix Volume"},
                    // "Power" shows the sync flag, not the power.
-                   {m1 + 5, 1.0f, 1.0f, "Yes"},
-                   {m1 + 6, 0.0f, 0.0f, "On"},
-                   {m1 + 5, 0.0f, 0.0f, "No"},
-                   {m1 + 6, 1.0f, 1.0f, "Off"},
-                   {m1 + 6, 0.0f, 0.0f, "Off"},
+                   {m1 + 5, 1.0f, 1.0f, "Yes"}, {m1 + 6, 0.0f, 0.0f, "On"}, {m1 + 5, 0.0f, 0.0f, "No"},
+                   {m1 + 6, 1.0f, 1.0f, "Off"}, {m1 + 6, 0.0f, 0.0f, "Off"},
                    // "Speed" shows a note value, "Min" and "Max" numbers.
-                   {m1 + 2, 0.0f, 0.0f, "1/256"},
-                   {m1 + 2, 0.55f, 0.55f, "1/4"},
-                   {m1 + 2, 1.0f, 1.0f, "4"},
-                   {m1 + 3, 0.5f, 0.5f, "0.500000"},
+                   {m1 + 2, 0.0f, 0.0f, "1/256"}, {m1 + 2, 0.55f, 0.55f, "1/4"},
+                   {m1 + 2, 1.0f, 1.0f, "4"}, {m1 + 3, 0.5f, 0.5f, "0.500000"},
                    // They are values of the target's range: any number is
                    // kept as given, one that is not a number is ignored.
-                   {m1 + 3, 12.25f, 12.25f, "12.25000"},
-                   {m1 + 4, -3.0f, -3.0f, "-3.00000"},
-                   {m1 + 3, std::nanf(""), 12.25f, "12.25000"},
-                   {m1 + 4, -HUGE_VALF, -3.0f, "-3.00000"},
+                   {m1 + 3, 12.25f, 12.25f, "12.25000"}, {m1 + 4, -3.0f, -3.0f, "-3.00000"},
+                   {m1 + 3, std::nanf(""), 12.25f, "12.25000"}, {m1 + 4, -HUGE_VALF, -3.0f, "-3.00000"},
                    // "Type" maps to 0..3 and shows nothing, nor do the steps.
-                   {m1, 1.0f, 1.0f, kUntouched},
-                   {m1, 0.5f, 1.0f / 3.0f, kUntouched},
+                   {m1, 1.0f, 1.0f, kUntouched}, {m1, 0.5f, 1.0f / 3.0f, kUntouched},
                    {m10 + 8, 0.125f, 0.125f, kUntouched},
                    {240, 0.3f, 0.3f, kUntouched}});
     // A table modulator's rows read and show the same way.

@@ -83,7 +83,6 @@ public:
 
     // What the plug-in told it.
     std::vector<std::pair<int32_t, float>> automated;
-    int updateDisplayCount = 0;
     std::vector<int32_t> timeRequests;
 
     // The callback handed to the plug-in; answers for the one live host.
@@ -115,9 +114,6 @@ private:
             case audioMasterAutomate:
                 automated.emplace_back(index, opt);
                 return 0;
-            case audioMasterUpdateDisplay:
-                ++updateDisplayCount;
-                return 1;
             default:
                 return 0;
         }
@@ -248,5 +244,14 @@ protected:
     FakeHost host;
 };
 
+// The same with one instance made with the host's first answers.
+class PluginTest : public BundleTest {
+protected:
+    void SetUp() override {
+        BundleTest::SetUp();
+        ASSERT_TRUE(plugin);
+    }
+    Plugin plugin{library, host};
+};
 
 }  // namespace varitap::test

@@ -24,11 +24,6 @@
 
 namespace varitap::test {
 
-// Port layout of the plug-in: the 241 parameters, then audio and the atom input.
-inline constexpr uint32_t kLv2AudioIn = 241;
-inline constexpr uint32_t kLv2AudioOut = 243;
-inline constexpr uint32_t kLv2Control = 245;
-
 // The LV2 bundle's module and its plug-in, through lv2_descriptor.
 class Lv2Library : public BundleLibrary {
 public:
@@ -71,7 +66,7 @@ public:
         features.push_back(nullptr);
         handle_ = descriptor_->instantiate(descriptor_, sampleRate, VARITAP_LV2_BUNDLE_DIR "/", features.data());
         if (!handle_) return;
-        for (uint32_t i = 0; i < 241; ++i) descriptor_->connect_port(handle_, i, &control[i]);
+        for (uint32_t i = 0; i < kParameterCount; ++i) descriptor_->connect_port(handle_, i, &control[i]);
     }
     ~Lv2Plugin() {
         if (!handle_) return;
@@ -114,11 +109,12 @@ public:
             lv2_atom_forge_pop(&forge, &object);
         }
         lv2_atom_forge_pop(&forge, &sequence);
+        // The ports after the parameters: two inputs, two outputs, the atom input.
         for (uint32_t c = 0; c < 2; ++c) {
-            descriptor_->connect_port(handle_, kLv2AudioIn + c, const_cast<float*>(in[c]));
-            descriptor_->connect_port(handle_, kLv2AudioOut + c, out[c]);
+            descriptor_->connect_port(handle_, kParameterCount + c, const_cast<float*>(in[c]));
+            descriptor_->connect_port(handle_, kParameterCount + 2 + c, out[c]);
         }
-        descriptor_->connect_port(handle_, kLv2Control, atoms_);
+        descriptor_->connect_port(handle_, kParameterCount + 4, atoms_);
         descriptor_->run(handle_, frames);
     }
 

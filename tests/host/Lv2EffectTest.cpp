@@ -46,10 +46,9 @@ TEST(Lv2Bundle, ValidatesAndDescribesEveryParameterAsTheVst2PluginNamesIt) {
     };
     EXPECT_EQ(count("lv2core#ControlPort"), 241);
     EXPECT_EQ(count("lv2core#AudioPort"), 4);
-    EXPECT_NE(info.find("http://lv2plug.in/ns/lv2core#hardRTCapable"), std::string::npos);
-    EXPECT_NE(info.find("http://lv2plug.in/ns/ext/state#interface"), std::string::npos);
-    EXPECT_NE(info.find("Symbol:      mod1_index"), std::string::npos);
-    EXPECT_NE(info.find("lv2core#connectionOptional"), std::string::npos);
+    for (const char* line : {"http://lv2plug.in/ns/lv2core#hardRTCapable", "http://lv2plug.in/ns/ext/state#interface",
+                             "Symbol:      mod1_index", "lv2core#connectionOptional"})
+        EXPECT_NE(info.find(line), std::string::npos) << line;
 
     // The Turtle's names are the ones the VST 2 plug-in gives its hosts;
     // symbols are unique.
@@ -245,8 +244,7 @@ TEST(Lv2Effect, BadInputIsHarmless) {
     // stands in), and one that passes no features at all, as offline hosts
     // such as lv2apply do (no transport: 120 BPM, stopped): the "Init" tap 1
     // (a "1/4") echoes 22050 samples after the impulse at 44100 Hz.
-    std::fill(in[0].begin(), in[0].end(), 0.0f);
-    std::fill(in[1].begin(), in[1].end(), 0.0f);
+    for (auto& channel : in) std::fill(channel.begin(), channel.end(), 0.0f);
     for (bool features : {true, false}) {
         SCOPED_TRACE(features ? "rate 0, option 44100 Hz" : "no features");
         Lv2Plugin plugin(library, features ? 0.0 : 44100.0, features ? kMaxBlock : 0, features, 44100.0f);
@@ -266,10 +264,9 @@ TEST(Lv2Effect, BadInputIsHarmless) {
     source.activate();
     source.run(ins, outs, 256);
     const Lv2Plugin::State saved = source.save();
+    // Two values: the program's name and its parameters (at() fails the test on another key).
     ASSERT_EQ(saved.size(), 2u);
     const std::string key = "urn:brelmo:varitap#";
-    ASSERT_EQ(saved.count(key + "programName"), 1u);
-    ASSERT_EQ(saved.count(key + "parameters"), 1u);
 
     Lv2Plugin target(library, 48000.0);
     target.activate();
