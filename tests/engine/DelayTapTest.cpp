@@ -439,7 +439,7 @@ protected:
 // Free, the sine's cycle is four times "Speed" in seconds; synchronised, one
 // note value is half a cycle, and while the transport plays the phase is the
 // song position. The value is computed at each block's end.
-TEST_F(TableModulatorTest, SineFollowsTheSpeedFreeOrSynchronised) {
+TEST_F(TableModulatorTest, WavesFollowTheSpeedFreeOrSynchronised) {
     freeRunning(0.5f);  // half-period 2 * 44100 * 0.5: a cycle of 88200
     int maxBlock = -1, minBlock = -1;
     float highest = -1.0f, lowest = 2.0f;
@@ -463,6 +463,25 @@ TEST_F(TableModulatorTest, SineFollowsTheSpeedFreeOrSynchronised) {
     EXPECT_LT(value(), 0.0001f);
     EXPECT_NEAR(playAt(11025.0, 120.0, 441), 0.5f, 1e-4f);
     EXPECT_EQ(modulator.phase(), 11025.0f);
+
+    // Square, then (from a restart) ramp over P = truncate(2D + 1) = 88201
+    // samples, falling when max < min and starting again past one period: each
+    // step one block.
+    freeRunning(0.5f);
+    const struct { int type; float min, max; uint32_t frames; double value, tolerance; } steps[] = {
+        {LfoModulator::kSquare, 0.2f, 0.7f, 1000, 0.7f, 0.0},
+        {LfoModulator::kSquare, 0.2f, 0.7f, 44000, 0.2f, 0.0},  // past 44100: the second half
+        {LfoModulator::kRamp, 0.0f, 1.0f, 22050, 22050.0 / 88201.0, 1e-6},
+        {LfoModulator::kRamp, 1.0f, 0.0f, 22050, 1.0 - 44100.0 / 88201.0, 1e-6},
+        {LfoModulator::kRamp, 0.0f, 1.0f, 88201, 44100.0 / 88201.0, 1e-6}};
+    for (const auto& step : steps) {
+        if (step.type != modulator.getType()) modulator.restart();
+        modulator.setType(step.type);
+        modulator.setMin(step.min);
+        modulator.setMax(step.max);
+        block(step.frames);
+        EXPECT_NEAR(value(), step.value, step.tolerance) << step.frames;
+    }
 }
 
 TEST_F(TableModulatorTest, SmoothFactorQuantisesTheWrites) {
@@ -514,28 +533,7 @@ TEST_F(TableModulatorTest, StandsStillWhenOffOrWithoutPeriod) {
     EXPECT_EQ(modulator.phase(), 0.0f);
 }
 
-// Square, then (from a restart) ramp over P = truncate(2D + 1) = 88201
-// samples, falling when max < min and starting again past one period: each
-// step one block.
-TEST_F(TableModulatorTest, SquareAndRampWaves) {
-    freeRunning(0.5f);
-    const struct { int type; float min, max; uint32_t frames; double value, tolerance; } steps[] = {
-        {LfoModulator::kSquare, 0.2f, 0.7f, 1000, 0.7f, 0.0},
-        {LfoModulator::kSquare, 0.2f, 0.7f, 44000, 0.2f, 0.0},  // past 44100: the second half
-        {LfoModulator::kRamp, 0.0f, 1.0f, 22050, 22050.0 / 88201.0, 1e-6},
-        {LfoModulator::kRamp, 1.0f, 0.0f, 22050, 1.0 - 44100.0 / 88201.0, 1e-6},
-        {LfoModulator::kRamp, 0.0f, 1.0f, 88201, 44100.0 / 88201.0, 1e-6}};
-    for (const auto& step : steps) {
-        if (step.type != modulator.getType()) modulator.restart();
-        modulator.setType(step.type);
-        modulator.setMin(step.min);
-        modulator.setMax(step.max);
-        block(step.frames);
-        EXPECT_NEAR(value(), step.value, step.tolerance) << step.frames;
-    }
-}
-
-TEST_F(TableModulatorTest, StepSequenceLastsOneNotePerStepWhenSynchronised) {
+TEST_F(TableModulatorTest, TableWavesStepOneNotePerStepAndReachTheLastEntry) {
     modulator.setTableValue(8, 0.5f);  // past the table: ignored
     for (auto [step, value] : {std::pair<int, float>{0, 0.0f}, {1, 0.125f}, {6, 0.0f}, {7, 0.875f}, {8, 0.0f}})
         EXPECT_EQ(modulator.getTableValue(step), value) << step;
@@ -556,9 +554,8 @@ TEST_F(TableModulatorTest, StepSequenceLastsOneNotePerStepWhenSynchronised) {
     const int automated = host.automatedWrites;
     EXPECT_EQ(playAt(88300.0, 0.0, 512, true), 0.3f);
     EXPECT_EQ(host.automatedWrites, automated + 1);
-}
 
-TEST_F(TableModulatorTest, TableSineAtItsTopReadsTheLastEntry) {
+    // The table sine at its top reads the last entry.
     modulator.setType(LfoModulator::kTableSine);
     freeRunning(0.5f);
     for (int i = 0; i < 8; ++i) modulator.setTableValue(i, float(i) / 8.0f);
