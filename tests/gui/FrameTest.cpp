@@ -297,7 +297,6 @@ TEST(PixelScaleTest, ConvertsBetweenLogicalAndDevicePixelsAndReadsXftDpi) {
         EXPECT_EQ(s.toLogical(c.device), c.backToLogical) << c.scale;
         EXPECT_EQ(s.toLogical(c.devicePoint), c.logicalPoint) << c.scale;
     }
-    EXPECT_EQ(PixelScale(2.0).toDevice(Point{10, 5}), (Point{20, 10}));
     // A host's scale whose products miss whole numbers by a rounding error.
     EXPECT_EQ(PixelScale(1.1).toDevice(Rect(0, 0, 50, 30)), Rect(0, 0, 55, 33));
     EXPECT_EQ(PixelScale(0.0).factor(), 1.0);

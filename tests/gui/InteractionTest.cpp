@@ -15,15 +15,14 @@ namespace varitap::gui {
 namespace {
 
 TEST(SwitchStepperTest, EdgesOfStepsAndPositions) {
-    // Three float steps of 1/3 reach exactly the last position, not a wrap.
-    EXPECT_FLOAT_EQ(SwitchStepper::stepUp(SwitchStepper::stepUp(1.0f / 3, 4), 4), 1.0f);
     // A value outside 0..1 (set directly) wraps on the next step.
     EXPECT_FLOAT_EQ(SwitchStepper::stepUp(3.0f, 4), 0.0f);
     EXPECT_FLOAT_EQ(SwitchStepper::stepDown(-2.0f, 4), 1.0f);
     EXPECT_FLOAT_EQ(SwitchStepper::stepUp(0.0f, 2), 1.0f);  // a two-position switch turns on
-    // Each step lands where a reader truncating 3 × v sees the next position,
-    // down from the last as well as up from the first; a value between
-    // positions moves by a whole step.
+    // Each step lands where a reader truncating 3 × v sees the next position
+    // (three float steps of 1/3 reach the last one, not a wrap), down from the
+    // last as well as up from the first; a value between positions moves by a
+    // whole step.
     float up = 0.0f, down = 1.0f;
     for (int p = 1; p <= 3; ++p) {
         up = SwitchStepper::stepUp(up, 4);
@@ -179,12 +178,18 @@ public:
     uint32_t lastButtons = 0;
 };
 
+// A container at `area` inside `root`, holding `child`.
+RefPtr<ViewContainer> addStrip(ViewContainer& root, Rect area, View* child) {
+    auto strip = makeRef<ViewContainer>(area);
+    root.addView(strip.get());
+    strip->addView(child);
+    return strip;
+}
+
 TEST(ViewContainerTest, HoldsOneReferencePerChildAndRoutesInputToTheTopmostChildInLocalCoordinates) {
     auto root = makeRef<ViewContainer>(Rect(0, 0, 200, 200));
-    auto strip = makeRef<ViewContainer>(Rect(50, 20, 150, 120));
     auto below = makeRef<PressProbe>(Rect(0, 0, 100, 100));
-    root->addView(strip.get());
-    strip->addView(below.get());
+    auto strip = addStrip(*root, Rect(50, 20, 150, 120), below.get());
     // The strip's reference alone keeps `above` and goes with the strip (ASan
     // would see a leak or a double free).
     auto* above = new PressProbe(Rect(10, 10, 30, 30));
@@ -248,10 +253,8 @@ TEST(ViewContainerTest, HoldsOneReferencePerChildAndRoutesInputToTheTopmostChild
 
 TEST(ViewContainerTest, DirtyViewsAreCollectedInFrameCoordinatesAndRemovedOnesForgotten) {
     auto frame = makeRef<Frame>(Rect(0, 0, 300, 200));
-    auto strip = makeRef<ViewContainer>(Rect(100, 50, 200, 150));
     auto child = makeRef<Control>(Rect(10, 20, 30, 40));
-    frame->addView(strip.get());
-    strip->addView(child.get());
+    auto strip = addStrip(*frame, Rect(100, 50, 200, 150), child.get());
     frame->takeDirtyArea();  // everything starts dirty
     EXPECT_TRUE(frame->takeDirtyArea().isEmpty());
     strip->setBackground(nullptr);  // a new picture, even none, repaints the container

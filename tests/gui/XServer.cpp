@@ -186,18 +186,16 @@ static_assert(sizeof(xcb_button_press_event_t) == sizeof(xcb_motion_notify_event
 void HostDisplay::button(xcb_window_t w, int x, int y, int b, bool press, uint16_t state) {
     const Point root = rootPosition(w);
     xcb_button_press_event_t e{};
-    e.response_type = press ? XCB_BUTTON_PRESS : XCB_BUTTON_RELEASE;
+    e.response_type = b == 0 ? XCB_MOTION_NOTIFY : press ? XCB_BUTTON_PRESS : XCB_BUTTON_RELEASE;
     e.detail = static_cast<xcb_button_t>(b);
     e.root = screen_->root;
     e.event = w;
-    e.child = XCB_NONE;
     e.root_x = static_cast<int16_t>(root.x + x);
     e.root_y = static_cast<int16_t>(root.y + y);
     e.event_x = static_cast<int16_t>(x);
     e.event_y = static_cast<int16_t>(y);
     e.state = state;
     e.same_screen = 1;
-    if (b == 0) e.response_type = XCB_MOTION_NOTIFY;
     xcb_send_event(c_, 0, w, XCB_EVENT_MASK_NO_EVENT, reinterpret_cast<const char*>(&e));
     sync();
 }

@@ -153,10 +153,9 @@ TEST_F(BridgeTest, OnlyKeysThatNameAParameterAreApplied) {
     for (const int applied : {21, 23, 26}) after[applied] = before[applied];
     EXPECT_EQ(after, before);
     // The host heard exactly the three applied values.
-    ASSERT_EQ(host_.automated.size(), 3u);
-    EXPECT_EQ(host_.automated[0].first, 26);
-    EXPECT_EQ(host_.automated[1].first, 21);
-    EXPECT_EQ(host_.automated[2].first, 23);
+    std::vector<int32_t> heard;
+    for (const auto& [index, value] : host_.automated) heard.push_back(index);
+    EXPECT_EQ(heard, (std::vector<int32_t>{26, 21, 23}));
 }
 
 TEST_F(BridgeTest, ProgramNameReachesTheHostAndUserPresetsAreRemembered) {
@@ -203,8 +202,7 @@ TEST_F(BridgeTest, EachClosingInstanceSavesTheSharedLibraryAndANewOneReadsIt) {
     ASSERT_TRUE(saved->loadFile(config_ / "brelmo.varitap.presets.xml", false));
     ASSERT_EQ(saved->folderCount(), 1u);
     ASSERT_EQ(saved->folderAt(0)->presetCount(), 1u);
-    EXPECT_EQ(saved->folderAt(0)->presetAt(0)->getName(), "Shared");
-    EXPECT_EQ(saved->folderAt(0)->presetAt(0)->properties().count(), 3u + kParameterCount);
+    EXPECT_EQ(saved->folderAt(0)->presetAt(0)->getName(), "Shared");  // its entries: CapturedStateReappearsInAFreshInstance
 
     PresetLibrary::current()->addFolder("Later");
     first.reset();  // so does the last

@@ -19,13 +19,6 @@ inline std::string dataPath(const std::string& name) {
     return std::string(VARITAP_TEST_DATA_DIR) + "/presets/" + name;
 }
 
-// The value of parameter i in the "All 241" preset of full-preset.xml: a
-// spread of 0..1, with parameter numbers in the modulators' "Index" slots.
-inline double fullPresetValue(int i) {
-    if (i >= 91 && (i - 91) % 15 == 1) return 21 + (i - 91) / 15;
-    return ((i * 37) % 241) / 240.0;
-}
-
 // Appends values to a preset, handing over their creation references.
 inline void addValues(Preset* preset, std::initializer_list<PropertyValue*> values) {
     for (PropertyValue* v : values) {

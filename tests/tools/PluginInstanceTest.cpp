@@ -35,9 +35,10 @@ TEST_F(PluginInstanceTest, RefusesWhatIsNotAVst2PlugInAndSaysWhy) {
     EXPECT_NE(error.find("refused to start"), std::string::npos) << error;
 }
 
-// A block of the transport follows the last, and the tempo and the rate
-// given at the start reach the plug-in: at 90 BPM and 22050 Hz the left echo
-// of "Init" comes one beat (14700 samples) after the input.
+// A block of the transport follows the last, the short last one included.
+// (Where the tempo and the rate put the echoes, and the parameters' displays:
+// RenderToolTest.EchoesLandOnTheSampleWithTempoRateAndTail and
+// RenderToolTest.ListsParametersWithTheirDisplays.)
 TEST_F(PluginInstanceTest, AnswersThePlugInLikeAHost) {
     auto plugin = load();
     ASSERT_NE(plugin, nullptr);
@@ -45,23 +46,14 @@ TEST_F(PluginInstanceTest, AnswersThePlugInLikeAHost) {
     EXPECT_EQ(plugin->findParameter("#1: Delay"), 21);
     EXPECT_EQ(plugin->findParameter("#1: delay"), -1);
     EXPECT_TRUE(plugin->isVaritap());
-    plugin->setParameter(35, 0.25f);  // "#3: Delay", a silent tap's
-    EXPECT_EQ(plugin->parameterDisplay(35), "317.4");
-    EXPECT_EQ(plugin->parameterLabel(35), "Samples");
-    plugin->setParameter(23, 0.0f);  // no feedback
 
     plugin->start(22050.0, 300, 2, 2, 90.0);
-    std::vector<long> echoes;
     for (int block = 0; block < 50; ++block) {
         const int frames = block == 49 ? 17 : 300;
         for (int c = 0; c < 2; ++c) std::fill_n(plugin->inputs()[c], frames, 0.0f);
-        plugin->inputs()[0][0] = block == 0 ? 1.0f : 0.0f;
         plugin->process(frames);
-        for (int i = 0; i < frames; ++i)
-            if (std::abs(plugin->outputs()[0][i]) > 1e-4f) echoes.push_back(300L * block + i);
     }
     EXPECT_DOUBLE_EQ(plugin->transport().samplePos, 14717.0);
-    EXPECT_EQ(echoes, (std::vector<long>{0, 14700}));
 }
 
 // A plug-in without processReplacing is called to add to buffers that the

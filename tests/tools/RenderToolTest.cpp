@@ -2,6 +2,7 @@
 // presets, listings, plot, bench, progress and interruption, and the CLAP
 // module beside the VST 2 one.
 #include "RenderTestSupport.h"
+#include "../presets/PresetTestSupport.h"
 
 #include <gtest/gtest.h>
 
@@ -15,6 +16,7 @@
 #include "tools/render/PresetFile.h"
 
 using namespace rendertest;
+using varitap::test::addValues;
 
 namespace {
 
@@ -253,12 +255,8 @@ TEST_F(RenderToolTest, PresetsApplyAsVaritapItselfAppliesThem) {
     for (const bool firstLayout : {true, false}) {
         SCOPED_TRACE(firstLayout ? "first layout" : "version 1");
         auto preset = varitap::makeRef<varitap::Preset>("Damaged");
-        auto add = [&](varitap::PropertyValue* value) {
-            preset->addProperty(value);
-            value->release();
-        };
-        if (!firstLayout) add(varitap::PropertyValue::makeLong("Version", 1));
-        for (const auto& [key, value] : stored) add(varitap::PropertyValue::makeFloat(key, value));
+        if (!firstLayout) addValues(preset.get(), {varitap::PropertyValue::makeLong("Version", 1)});
+        for (const auto& [key, value] : stored) addValues(preset.get(), {varitap::PropertyValue::makeFloat(key, value)});
 
         auto plugin = load();
         ASSERT_NE(plugin, nullptr);

@@ -58,13 +58,6 @@ TEST_F(RendererTest, MonoReachesBothInputsAndTheTailKeepsLateEchoes) {
     EXPECT_FLOAT_EQ(out[2 * 1350 + 1], kWet);
     EXPECT_FLOAT_EQ(out[2 * 600], kDry);
     EXPECT_FLOAT_EQ(out[2 * 600 + 1], kDry);
-
-    // Without a tail the echo is cut.
-    source.rewind();
-    settings.tailSeconds = 0.0;
-    out = renderAll(*plugin, source, settings, result);
-    EXPECT_EQ(result.frames, 1000);
-    EXPECT_EQ(peaks(out, 2, 1, 1e-4f), std::vector<long>{600});
 }
 
 TEST_F(RendererTest, BlockSizeDoesNotChangeTheResult) {

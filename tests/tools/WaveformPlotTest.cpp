@@ -40,7 +40,7 @@ TEST(WaveformPlotTest, PeaksLandInTheColumnOfTheirTime) {
     EXPECT_FLOAT_EQ(plot.outputPeak(0, 0), 0.0f);
 }
 
-TEST(WaveformPlotTest, WritesAPngOfItsSizeOrSaysWhyNot) {
+TEST(WaveformPlotTest, WritesAPngOfItsSize) {
     TempDir dir;
     const int64_t total = 44100;
     WaveformPlot plot(1, 2, total, 44100.0, 120.0, true);
@@ -59,7 +59,5 @@ TEST(WaveformPlotTest, WritesAPngOfItsSizeOrSaysWhyNot) {
     EXPECT_GT(plot.height(), 30 + 3 * 110 + WaveformPlot::kSpectrumRows);  // spectrogram included
     cairo_surface_destroy(image);
     EXPECT_EQ(entries(dir), std::vector<std::string>{"plot.png"});
-
-    EXPECT_FALSE(plot.write(dir / "missing/plot.png", "t", error));
-    EXPECT_NE(error.find("cannot be written"), std::string::npos);
+    // A plot that cannot be written: RenderToolTest.BadInputGetsOneLineAndLeavesNoOutput.
 }
