@@ -83,6 +83,7 @@ public:
 
     // What the plug-in told it.
     std::vector<std::pair<int32_t, float>> automated;
+    int updateDisplayCount = 0;
     std::vector<int32_t> timeRequests;
 
     // The callback handed to the plug-in; answers for the one live host.
@@ -114,6 +115,9 @@ private:
             case audioMasterAutomate:
                 automated.emplace_back(index, opt);
                 return 0;
+            case audioMasterUpdateDisplay:
+                ++updateDisplayCount;
+                return 1;
             default:
                 return 0;
         }
